@@ -1,0 +1,4 @@
+// The MFC-shaped framework subset.
+#pragma once
+
+#include <windows.h>

@@ -1,0 +1,2 @@
+// Framework start-up pieces come here.
+#include <afx.h>

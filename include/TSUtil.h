@@ -1,0 +1,2 @@
+// TSUtil: the umbrella header that includes every public header.
+#pragma once

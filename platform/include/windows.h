@@ -1,0 +1,14 @@
+/* The Win32 subset that this layer provides on POSIX. */
+#ifndef TSPLATFORM_WINDOWS_H
+#define TSPLATFORM_WINDOWS_H
+
+#include "windef.h"
+#include "winerror.h"
+#include "winbase.h"
+#include "fileapi.h"
+#include "winnls.h"
+#include "winreg.h"
+#include "winsvc.h"
+#include "wincon.h"
+
+#endif /* TSPLATFORM_WINDOWS_H */

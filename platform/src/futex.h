@@ -1,0 +1,68 @@
+// Futex waits and wakes on a 32-bit word, with absolute deadlines on
+// CLOCK_MONOTONIC. Every blocking primitive of the layer sleeps here.
+#pragma once
+
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdint>
+
+namespace tsp {
+
+// A point on CLOCK_MONOTONIC, or none for no limit.
+struct Deadline {
+    bool infinite = true;
+    timespec at{};
+
+    static Deadline after(uint32_t milliseconds)
+    {
+        Deadline d;
+        if (milliseconds == 0xFFFFFFFFu)
+            return d;
+        d.infinite = false;
+        clock_gettime(CLOCK_MONOTONIC, &d.at);
+        d.at.tv_sec += milliseconds / 1000;
+        d.at.tv_nsec += static_cast<long>(milliseconds % 1000) * 1000000L;
+        if (d.at.tv_nsec >= 1000000000L) {
+            d.at.tv_sec += 1;
+            d.at.tv_nsec -= 1000000000L;
+        }
+        return d;
+    }
+
+    bool passed() const
+    {
+        if (infinite)
+            return false;
+        timespec now;
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        return now.tv_sec > at.tv_sec || (now.tv_sec == at.tv_sec && now.tv_nsec >= at.tv_nsec);
+    }
+};
+
+// Sleeps while *word == expected, until woken, interrupted or the deadline.
+// Gives false only when the deadline has passed.
+inline bool futexWait(std::atomic<uint32_t> *word, uint32_t expected, const Deadline &deadline)
+{
+    static_assert(sizeof(std::atomic<uint32_t>) == sizeof(uint32_t), "futex word");
+    int saved = errno; // a Win32 call leaves the C runtime's errno alone
+    long r = syscall(SYS_futex, reinterpret_cast<uint32_t *>(word), FUTEX_WAIT_BITSET | FUTEX_PRIVATE_FLAG,
+                     expected, deadline.infinite ? nullptr : &deadline.at, nullptr, FUTEX_BITSET_MATCH_ANY);
+    bool timedOut = r == -1 && errno == ETIMEDOUT;
+    errno = saved;
+    return !timedOut;
+}
+
+inline void futexWake(std::atomic<uint32_t> *word, int count)
+{
+    int saved = errno;
+    syscall(SYS_futex, reinterpret_cast<uint32_t *>(word), FUTEX_WAKE | FUTEX_PRIVATE_FLAG, count, nullptr,
+            nullptr, 0);
+    errno = saved;
+}
+
+} // namespace tsp

@@ -1,0 +1,113 @@
+// Kernel objects and the process-wide handle table.
+//
+// A handle names a slot of the table; the slot holds one reference to its
+// object. Lookups pin the slot without taking a lock, so a handle closed
+// while another thread uses it (even in a blocking wait) keeps its object
+// alive until that use ends. Handle values carry a generation, so a closed
+// handle is refused even after its slot has been used again, up to 512
+// reuses of the same slot.
+#pragma once
+
+#include <windows.h>
+
+#include <atomic>
+#include <cstdint>
+
+namespace tsp {
+
+enum class ObjectKind : uint8_t {
+    Event,
+    Mutex,
+    Thread,
+    Process,
+    File,
+    FindFile,
+    RegistryKey,
+    ServiceManager,
+    Service,
+    Other,
+};
+
+class Waitable;
+
+class KernelObject {
+public:
+    explicit KernelObject(ObjectKind kind) : kind_(kind) {}
+    virtual ~KernelObject() = default;
+    KernelObject(const KernelObject &) = delete;
+    KernelObject &operator=(const KernelObject &) = delete;
+
+    ObjectKind kind() const { return kind_; }
+    virtual Waitable *asWaitable() { return nullptr; }
+
+    void addRef() { refs_.fetch_add(1, std::memory_order_relaxed); }
+    void release()
+    {
+        if (refs_.fetch_sub(1, std::memory_order_acq_rel) == 1)
+            delete this;
+    }
+
+private:
+    const ObjectKind kind_;
+    std::atomic<long> refs_{1};
+};
+
+struct HandleSlot;
+
+// A looked-up handle: keeps the object alive while it is held.
+class HandleRef {
+public:
+    HandleRef() = default;
+    ~HandleRef() { reset(); }
+    HandleRef(HandleRef &&other) noexcept : object_(other.object_), slot_(other.slot_), owned_(other.owned_)
+    {
+        other.object_ = nullptr;
+        other.slot_ = nullptr;
+        other.owned_ = false;
+    }
+    HandleRef &operator=(HandleRef &&other) noexcept;
+    HandleRef(const HandleRef &) = delete;
+    HandleRef &operator=(const HandleRef &) = delete;
+
+    KernelObject *get() const { return object_; }
+    explicit operator bool() const { return object_ != nullptr; }
+    DWORD access() const;
+    void reset();
+
+private:
+    friend bool lookupHandle(HANDLE, HandleRef &);
+    KernelObject *object_ = nullptr;
+    HandleSlot *slot_ = nullptr; // pinned slot, or null
+    bool owned_ = false;         // holds a reference of its own (pseudo handles)
+};
+
+// Enters obj in the table; on success the table owns the caller's reference.
+// On failure the reference is released, the last error set, and null given.
+HANDLE insertHandle(KernelObject *obj, DWORD access);
+
+// Finds a handle (the pseudo handles of the current process and thread
+// included). Gives false for a bogus or closed handle; sets no error.
+bool lookupHandle(HANDLE h, HandleRef &out);
+
+// Looks up h and checks its kind; sets ERROR_INVALID_HANDLE when it fails.
+template <class T>
+T *lookupAs(HANDLE h, ObjectKind kind, HandleRef &ref)
+{
+    if (!lookupHandle(h, ref) || ref.get()->kind() != kind) {
+        ref.reset();
+        SetLastError(ERROR_INVALID_HANDLE);
+        return nullptr;
+    }
+    return static_cast<T *>(ref.get());
+}
+
+// Closes a table handle (not a pseudo handle). False when h is not open.
+bool closeTableHandle(HANDLE h);
+
+// Number of open handles of the process.
+DWORD openHandleCount();
+
+constexpr HANDLE kCurrentProcessPseudo = reinterpret_cast<HANDLE>(static_cast<intptr_t>(-1));
+constexpr HANDLE kCurrentThreadPseudo = reinterpret_cast<HANDLE>(static_cast<intptr_t>(-2));
+
+} // namespace tsp

@@ -1,0 +1,57 @@
+// Threads and the process as kernel objects.
+#pragma once
+
+#include "waitable.h"
+
+#include <pthread.h>
+
+#include <atomic>
+
+namespace tsp {
+
+class ThreadObject : public Waitable {
+public:
+    ThreadObject() : Waitable(ObjectKind::Thread) {}
+
+    bool isSignaledFor(const ThreadObject *) const override { return ended; }
+    DWORD acquire(ThreadObject *) override { return WAIT_OBJECT_0; }
+
+    // Fixed once the thread runs.
+    pthread_t pthread{};
+    std::atomic<uint32_t> tid{0};
+    // Suspension: the count, and a sequence that the thread advances each
+    // time it enters its suspension point, so a suspender can tell it has.
+    std::mutex suspendLock;
+    std::atomic<uint32_t> suspendCount{0};
+    std::atomic<uint32_t> parkSeq{0};
+    bool exiting = false; // under suspendLock: no more suspension signals
+    std::atomic<int> priority{THREAD_PRIORITY_NORMAL};
+    std::atomic<DWORD_PTR> affinity{0};
+    std::atomic<DWORD> exitCode{STILL_ACTIVE};
+    std::atomic<bool> everOwnedMutex{false};
+    bool ended = false; // under lock
+    HANDLE autoCloseHandle = nullptr; // _beginthread's handle, closed at the end
+
+    // Start routine, for threads this layer starts.
+    DWORD (*startEx)(void *) = nullptr;
+    void (*startPlain)(void *) = nullptr;
+    void *arg = nullptr;
+};
+
+class ProcessObject : public Waitable {
+public:
+    ProcessObject() : Waitable(ObjectKind::Process) {}
+    // The own process never ends while a thread of it waits.
+    bool isSignaledFor(const ThreadObject *) const override { return false; }
+    DWORD acquire(ThreadObject *) override { return WAIT_OBJECT_0; }
+};
+
+// The calling thread's object; a thread this layer did not start (the main
+// thread, a std::thread) gets one on first use.
+ThreadObject *currentThreadObject();
+ProcessObject *processObject();
+
+// Called with each mutex a thread may own, when the thread ends.
+void abandonMutexesOf(ThreadObject *thread);
+
+} // namespace tsp

@@ -1,0 +1,1 @@
+// The library's module entry and frame come here.

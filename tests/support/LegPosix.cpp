@@ -1,0 +1,98 @@
+// The POSIX leg of the test helpers.
+#include "TestSupport.h"
+
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <time.h>
+
+extern char **environ;
+
+namespace tstest {
+
+bool RunningUnderWine() { return false; }
+bool RunningOnPosix() { return true; }
+
+ScopedMachineRoot::ScopedMachineRoot()
+{
+    if (const char *old = getenv("TSUTIL_ROOT")) {
+        previous_ = old;
+        hadPrevious_ = true;
+    }
+    std::string tmpl = (std::filesystem::temp_directory_path() / "tsutil-test-XXXXXX").string();
+    if (!mkdtemp(tmpl.data()))
+        ADD_FAILURE() << "cannot make a machine root in " << tmpl;
+    path_ = tmpl;
+    setenv("TSUTIL_ROOT", path_.c_str(), 1);
+}
+
+ScopedMachineRoot::~ScopedMachineRoot()
+{
+    if (hadPrevious_)
+        setenv("TSUTIL_ROOT", previous_.c_str(), 1);
+    else
+        unsetenv("TSUTIL_ROOT");
+    std::error_code ec;
+    std::filesystem::remove_all(path_, ec);
+}
+
+std::string SiblingProgram(const std::string &name)
+{
+    return (std::filesystem::read_symlink("/proc/self/exe").parent_path() / name).string();
+}
+
+ChildProcess::~ChildProcess()
+{
+    if (running_) {
+        Kill();
+        Wait();
+    }
+}
+
+bool ChildProcess::Start(const std::string &name, const std::vector<std::string> &args)
+{
+    std::string path = SiblingProgram(name);
+    std::vector<char *> argv;
+    argv.push_back(path.data());
+    for (const std::string &a : args)
+        argv.push_back(const_cast<char *>(a.c_str()));
+    argv.push_back(nullptr);
+    pid_t pid;
+    if (posix_spawn(&pid, path.c_str(), nullptr, nullptr, argv.data(), environ) != 0)
+        return false;
+    id_ = pid;
+    running_ = true;
+    return true;
+}
+
+int ChildProcess::Wait(DWORD ms)
+{
+    if (!running_)
+        return -1;
+    // waitpid has no time limit: poll it at a short period up to the bound.
+    for (DWORD waited = 0;; waited += 5) {
+        int status;
+        pid_t r = waitpid(static_cast<pid_t>(id_), &status, WNOHANG);
+        if (r == static_cast<pid_t>(id_)) {
+            running_ = false;
+            return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        }
+        if (waited >= ms)
+            return -1;
+        timespec pause{0, 5 * 1000000L};
+        nanosleep(&pause, nullptr);
+    }
+}
+
+void ChildProcess::Kill()
+{
+    if (running_)
+        kill(static_cast<pid_t>(id_), SIGKILL);
+}
+
+} // namespace tstest

@@ -1,0 +1,70 @@
+// The Windows leg of the test helpers.
+#include "TestSupport.h"
+
+namespace tstest {
+
+bool RunningUnderWine()
+{
+    HMODULE ntdll = GetModuleHandleA("ntdll.dll");
+    return ntdll && GetProcAddress(ntdll, "wine_get_version") != nullptr;
+}
+
+bool RunningOnPosix() { return false; }
+
+ScopedMachineRoot::ScopedMachineRoot() {}
+ScopedMachineRoot::~ScopedMachineRoot() {}
+
+std::string SiblingProgram(const std::string &name)
+{
+    char path[MAX_PATH];
+    DWORD n = GetModuleFileNameA(nullptr, path, MAX_PATH);
+    std::string dir(path, n);
+    dir.erase(dir.find_last_of("\\/") + 1);
+    return dir + name + ".exe";
+}
+
+ChildProcess::~ChildProcess()
+{
+    if (running_) {
+        Kill();
+        Wait();
+    }
+}
+
+bool ChildProcess::Start(const std::string &name, const std::vector<std::string> &args)
+{
+    std::string cmd = "\"" + SiblingProgram(name) + "\"";
+    for (const std::string &a : args)
+        cmd += " \"" + a + "\"";
+    STARTUPINFOA si{};
+    si.cb = sizeof si;
+    PROCESS_INFORMATION pi{};
+    if (!CreateProcessA(nullptr, cmd.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si, &pi))
+        return false;
+    CloseHandle(pi.hThread);
+    id_ = reinterpret_cast<long long>(pi.hProcess);
+    running_ = true;
+    return true;
+}
+
+int ChildProcess::Wait(DWORD ms)
+{
+    if (!running_)
+        return -1;
+    HANDLE h = reinterpret_cast<HANDLE>(id_);
+    if (WaitForSingleObject(h, ms) != WAIT_OBJECT_0)
+        return -1;
+    DWORD code = 0;
+    GetExitCodeProcess(h, &code);
+    CloseHandle(h);
+    running_ = false;
+    return static_cast<int>(code);
+}
+
+void ChildProcess::Kill()
+{
+    if (running_)
+        TerminateProcess(reinterpret_cast<HANDLE>(id_), 137);
+}
+
+} // namespace tstest

@@ -1,0 +1,68 @@
+// Shared helpers of the test suites.
+#pragma once
+
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace tstest {
+
+// The bound of every blocking wait in the tests, in milliseconds: long
+// enough for a loaded two-core machine and a sanitizer build, short enough
+// that a lost wake-up fails the test instead of hanging it.
+constexpr DWORD kWaitBound = 10000;
+
+// True when the process runs as a Windows program under Wine.
+bool RunningUnderWine();
+// True on the native POSIX leg.
+bool RunningOnPosix();
+
+// A fresh machine root for one test on POSIX (a new folder named in
+// TSUTIL_ROOT, removed again afterwards); nothing on Windows.
+class ScopedMachineRoot {
+public:
+    ScopedMachineRoot();
+    ~ScopedMachineRoot();
+    ScopedMachineRoot(const ScopedMachineRoot &) = delete;
+    ScopedMachineRoot &operator=(const ScopedMachineRoot &) = delete;
+    const std::string &path() const { return path_; }
+
+private:
+    std::string path_;
+    std::string previous_;
+    bool hadPrevious_ = false;
+};
+
+// The full path of a program built beside the test executable.
+std::string SiblingProgram(const std::string &name);
+
+// A child process started from a program beside the test executable.
+class ChildProcess {
+public:
+    ChildProcess() = default;
+    ~ChildProcess(); // kills a child that still runs
+    ChildProcess(const ChildProcess &) = delete;
+    ChildProcess &operator=(const ChildProcess &) = delete;
+
+    // Starts SiblingProgram(name) with the arguments; false when it cannot.
+    bool Start(const std::string &name, const std::vector<std::string> &args);
+    // Waits at most ms for the end; gives the exit code, or -1 on time-out.
+    int Wait(DWORD ms = kWaitBound);
+    // Ends the child at once (SIGKILL on POSIX, TerminateProcess on Windows).
+    void Kill();
+
+private:
+    long long id_ = 0; // pid on POSIX, process handle on Windows
+    bool running_ = false;
+};
+
+} // namespace tstest
+
+// Skips the rest of a test on one leg, with the reason in the output.
+#define TS_SKIP_ON_WINE(reason) \
+    do { if (::tstest::RunningUnderWine()) GTEST_SKIP() << "Wine: " << (reason); } while (0)
+#define TS_SKIP_ON_POSIX(reason) \
+    do { if (::tstest::RunningOnPosix()) GTEST_SKIP() << "POSIX: " << (reason); } while (0)
