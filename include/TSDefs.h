@@ -10,14 +10,10 @@
 #undef FALSE
 #undef TRUE
 
-#if defined(_WIN32)
-#if defined(TSUTIL_BUILD)
-#define TSUTIL_API __declspec(dllexport)
-#else
-#define TSUTIL_API __declspec(dllimport)
-#endif
-#else
-#define TSUTIL_API __attribute__((visibility("default")))
+// TSUTIL_API marks what the library exports. The build chooses it (export
+// while building the library, import for its users); see src/CMakeLists.txt.
+#ifndef TSUTIL_API
+#define TSUTIL_API
 #endif
 
 // Two values of the width of int: FALSE (0) and TRUE (1).
