@@ -340,7 +340,7 @@ DWORD WINAPI SuspendThread(HANDLE hThread)
     std::unique_lock<std::mutex> guard(t->suspendLock);
     uint32_t prev = t->suspendCount.load();
     if (prev >= MAXIMUM_SUSPEND_COUNT) {
-        SetLastError(ERROR_SIGNAL_REFCOUNT_EXCEEDED);
+        SetLastError(ERROR_SIGNAL_REFUSED);
         return static_cast<DWORD>(-1);
     }
     t->suspendCount.store(prev + 1, std::memory_order_release);
