@@ -125,11 +125,12 @@ void Waitable::satisfyWaiters()
         } else if (!w->waitAll) {
             if (isSignaledFor(w->thread)) {
                 DWORD result = (isAbandoned() ? WAIT_ABANDONED_0 : WAIT_OBJECT_0) + link->index;
-                // Unlink before the claim: once claimed, the waiting thread
-                // may return and its links are gone.
+                // Read and unlink before the claim: once claimed, the waiting
+                // thread may return and its links are gone.
+                ThreadObject *thread = w->thread;
                 unlink(link);
                 if (w->claim(result)) {
-                    acquire(w->thread);
+                    acquire(thread);
                     wakeWaiter(w);
                 }
             }
@@ -147,8 +148,10 @@ void Waitable::satisfyWaiters()
             // so next stays valid.
             for (DWORD i = 0; i < w->count; ++i)
                 objects[i]->unlink(&w->links[i]);
+            ThreadObject *thread = w->thread;
+            DWORD count = w->count;
             if (w->claim(result)) {
-                acquireAll(objects, w->count, w->thread);
+                acquireAll(objects, count, thread);
                 wakeWaiter(w);
             }
         }
