@@ -229,9 +229,9 @@ TEST_F(RegistryTest, CallsThroughAStaleHandleFailWithKeyDeleted)
 
 TEST_F(RegistryTest, BadHandlesFailWithInvalidHandle)
 {
+    HANDLE event = CreateEventA(nullptr, TRUE, FALSE, nullptr); // first, so it cannot take the closed value
     HKEY closed = Create("Closed");
     EXPECT_EQ(RegCloseKey(closed), ERROR_SUCCESS);
-    HANDLE event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
     DWORD v = 0, cb = 4;
     HKEY k;
     char buf[8];
