@@ -89,4 +89,4 @@ int RunAll()
 } // namespace internal
 } // namespace benchmark
 
-BENCHMARK_MAIN();
+

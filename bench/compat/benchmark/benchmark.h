@@ -18,7 +18,12 @@ enum TimeUnit { kNanosecond, kMicrosecond, kMillisecond, kSecond };
 
 class State {
 public:
-    State(int64_t iterations, std::vector<int64_t> args) : max_(iterations), args_(std::move(args)) {}
+    State(int64_t iterations, std::vector<int64_t> args)
+        : max_iterations(iterations), max_(iterations), args_(std::move(args))
+    {
+    }
+
+    const int64_t max_iterations;
 
     struct Iterator {
         State *state;
