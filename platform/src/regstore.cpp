@@ -771,7 +771,8 @@ LONG Store::setValue(KeyId key, const std::string &name, DWORD type, const void 
         return ERROR_KEY_DELETED;
     {
         Use set(stmt_[kSetValue]);
-        set.id(1, key).blob(2, foldName(name)).blob(3, name).id(4, type).bytes(5, data, size);
+        const std::string fold = foldName(name); // bound without a copy: must outlive step()
+        set.id(1, key).blob(2, fold).blob(3, name).id(4, type).bytes(5, data, size);
         if ((rc = set.step()) != SQLITE_DONE)
             return sqlError(rc);
     }
@@ -789,7 +790,8 @@ LONG Store::deleteValue(KeyId key, const std::string &name)
     int rc;
     {
         Use del(stmt_[kDeleteValue]);
-        del.id(1, key).blob(2, foldName(name));
+        const std::string fold = foldName(name); // bound without a copy: must outlive step()
+        del.id(1, key).blob(2, fold);
         if ((rc = del.step()) != SQLITE_DONE)
             return sqlError(rc);
     }
