@@ -1,0 +1,268 @@
+// Mutex and Cond: a recursive lock with the platform's results, and a
+// condition variable that loses no wake-up and remembers nothing.
+#include <Mutex.h>
+
+#include "TestSupport.h"
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <vector>
+
+using tstest::kWaitBound;
+
+namespace {
+
+// Runs fn on another thread and gives its result.
+int OnOtherThread(std::function<int()> fn)
+{
+    int result = -12345;
+    HANDLE h = tstest::StartThread([&] {
+        result = fn();
+        return 0u;
+    });
+    EXPECT_EQ(WaitForSingleObject(h, kWaitBound), WAIT_OBJECT_0);
+    CloseHandle(h);
+    return result;
+}
+
+long long MsSince(std::chrono::steady_clock::time_point start)
+{
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
+}
+
+} // namespace
+
+TEST(MutexTest, RecursiveHoldBelongsToTheLockingThread)
+{
+    Mutex m;
+    ASSERT_EQ(m.lock(), 0);
+    ASSERT_EQ(m.lock(), 0);
+    EXPECT_EQ(m.IsLocked(), 0) << "the own hold does not count";
+    EXPECT_EQ(OnOtherThread([&] { return m.trylock(); }), static_cast<int>(WAIT_TIMEOUT));
+    EXPECT_EQ(OnOtherThread([&] { return m.IsLocked(); }), 1);
+    EXPECT_EQ(OnOtherThread([&] { return m.unlock(); }), 0) << "only the holder unlocks";
+
+    EXPECT_NE(m.unlock(), 0);
+    EXPECT_EQ(OnOtherThread([&] { return m.IsLocked(); }), 1) << "one hold is left";
+    EXPECT_NE(m.unlock(), 0);
+    EXPECT_EQ(m.unlock(), 0) << "nothing left to release";
+
+    // A free lock: trylock takes exactly one hold, IsLocked takes none.
+    EXPECT_EQ(OnOtherThread([&] { return m.IsLocked(); }), 0);
+    EXPECT_EQ(m.IsLocked(), 0);
+    EXPECT_EQ(OnOtherThread([&] {
+                  int r = m.trylock();
+                  int released = m.unlock();
+                  return r == 0 && released && m.unlock() == 0 ? 1 : 0;
+              }),
+              1);
+    EXPECT_EQ(OnOtherThread([&] { return m.trylock() == 0 && m.unlock() ? 1 : 0; }), 1)
+        << "nothing was left held by the queries";
+}
+
+TEST(MutexTest, LockFromAThreadThatEndedHoldingItIsAbandoned)
+{
+    Mutex m;
+    ASSERT_EQ(OnOtherThread([&] { return m.lock(); }), 0);
+    EXPECT_EQ(m.lock(), static_cast<int>(WAIT_ABANDONED));
+    EXPECT_NE(m.unlock(), 0);
+    EXPECT_EQ(m.lock(), 0);
+    EXPECT_NE(m.unlock(), 0);
+}
+
+TEST(MutexTest, CopiesAreOneLockThatLivesUntilTheLastIsGone)
+{
+    Mutex *original = new Mutex;
+    Mutex copy(*original);
+    Mutex assigned;
+    assigned = copy;
+    EXPECT_EQ(copy.getMutex(), original->getMutex());
+    EXPECT_EQ(assigned.getMutex(), original->getMutex());
+
+    ASSERT_EQ(original->lock(), 0);
+    EXPECT_EQ(OnOtherThread([&] { return assigned.IsLocked(); }), 1);
+    EXPECT_NE(copy.unlock(), 0) << "releasing through a copy";
+    delete original;
+
+    // The copies still work on the platform mutex after the original went.
+    EXPECT_EQ(copy.lock(), 0);
+    EXPECT_EQ(OnOtherThread([&] { return assigned.trylock(); }), static_cast<int>(WAIT_TIMEOUT));
+    EXPECT_NE(assigned.unlock(), 0);
+
+    // destroy followed by the destructor releases once; the object then
+    // reports failures instead of touching a closed handle.
+    EXPECT_EQ(copy.destroy(), 1);
+    EXPECT_EQ(copy.destroy(), 1);
+    EXPECT_EQ(copy.getMutex(), nullptr);
+    EXPECT_EQ(copy.lock(), -1);
+    EXPECT_EQ(copy.unlock(), 0);
+    EXPECT_EQ(assigned.lock(), 0);
+    EXPECT_NE(assigned.unlock(), 0);
+}
+
+TEST(CondTest, TimeLimitsAndNoMemoryOfASignal)
+{
+    Cond c;
+    EXPECT_EQ(c.timedwait(0), static_cast<int>(WAIT_TIMEOUT));
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(c.timedwait(0, 999999), static_cast<int>(WAIT_TIMEOUT)) << "below a millisecond is lost";
+    EXPECT_LT(MsSince(start), 500);
+
+    EXPECT_NE(c.signal(), 0);
+    EXPECT_EQ(c.broadcast(), 1);
+    EXPECT_EQ(c.timedwait(0, 50000000), static_cast<int>(WAIT_TIMEOUT)) << "a signal with nobody waiting is gone";
+
+    // 1,500,000,000 ns count as 500 ms: 1500 ms in all, nothing carried.
+    start = std::chrono::steady_clock::now();
+    EXPECT_EQ(c.timedwait(1, 1500000000), static_cast<int>(WAIT_TIMEOUT));
+    long long waited = MsSince(start);
+    EXPECT_GE(waited, 1450);
+    EXPECT_LT(waited, 2450);
+}
+
+TEST(CondTest, TimedWaitWithAMutexGivesOneHoldUpAndTakesItBack)
+{
+    Mutex m;
+    Cond c;
+    std::atomic<DWORD> waiterId{0};
+    int heldTwiceDuringWait = -1, result = -1, heldAfter = -1;
+    HANDLE h = tstest::StartThread([&] {
+        m.lock();
+        m.lock();
+        waiterId = GetCurrentThreadId();
+        result = c.timedwait(m, 0, 300000000);
+        m.unlock();
+        heldAfter = OnOtherThread([&] { return m.IsLocked(); });
+        m.unlock();
+        return 0u;
+    });
+    while (!waiterId)
+        Sleep(1);
+    tstest::WaitUntilBlocked(waiterId);
+    heldTwiceDuringWait = m.IsLocked();
+    ASSERT_EQ(WaitForSingleObject(h, kWaitBound), WAIT_OBJECT_0);
+    CloseHandle(h);
+    EXPECT_EQ(heldTwiceDuringWait, 1) << "a lock held twice stays held through the wait";
+    EXPECT_EQ(result, static_cast<int>(WAIT_TIMEOUT));
+    EXPECT_EQ(heldAfter, 1) << "locked again after the time-out";
+    EXPECT_EQ(m.IsLocked(), 0);
+}
+
+// Each round hands a token back and forth under the Mutex. A wake-up lost
+// between a waiter's test and its sleep shows as a wait that runs into the
+// bound; the rounds make that window likely on two cores.
+TEST(CondTest, PingPongUnderAMutexLosesNoWakeUp)
+{
+    Mutex m;
+    Cond c;
+    int turn = 0; // 0: the main thread's turn, 1: the partner's
+    const int rounds = 3000;
+    std::atomic<int> partnerTimeouts{0};
+    HANDLE h = tstest::StartThread([&] {
+        for (int i = 0; i < rounds; ++i) {
+            m.lock();
+            while (turn != 1)
+                if (c.timedwait(m, kWaitBound / 1000, 0) == static_cast<int>(WAIT_TIMEOUT)) {
+                    ++partnerTimeouts;
+                    break;
+                }
+            turn = 0;
+            c.signal();
+            m.unlock();
+        }
+        return 0u;
+    });
+    int timeouts = 0;
+    for (int i = 0; i < rounds && timeouts == 0 && partnerTimeouts == 0; ++i) {
+        m.lock();
+        turn = 1;
+        c.signal();
+        while (turn != 0)
+            if (c.timedwait(m, kWaitBound / 1000, 0) == static_cast<int>(WAIT_TIMEOUT)) {
+                ++timeouts;
+                break;
+            }
+        m.unlock();
+    }
+    ASSERT_EQ(WaitForSingleObject(h, 2 * kWaitBound), WAIT_OBJECT_0);
+    CloseHandle(h);
+    EXPECT_EQ(timeouts, 0);
+    EXPECT_EQ(partnerTimeouts.load(), 0);
+}
+
+// A broadcast wakes every registered waiter, and only those: copies made by
+// assignment are the same condition.
+TEST(CondTest, BroadcastWakesEveryWaiterOfTheMomentAndNoLaterOne)
+{
+    Cond c;
+    Cond alias;
+    alias = c;
+    const int n = 5;
+    std::vector<HANDLE> threads;
+    std::vector<int> results(n, -1);
+    std::atomic<int> registered{0};
+    std::vector<std::atomic<DWORD>> ids(n);
+    for (int i = 0; i < n; ++i) {
+        threads.push_back(tstest::StartThread([&, i] {
+            ids[i] = GetCurrentThreadId();
+            ++registered;
+            results[i] = (i % 2 ? c : alias).timedwait(kWaitBound / 1000, 0);
+            return 0u;
+        }));
+    }
+    while (registered < n)
+        Sleep(1);
+    for (auto &id : ids)
+        tstest::WaitUntilBlocked(id);
+    EXPECT_EQ(alias.broadcast(), 1);
+    for (HANDLE h : threads) {
+        EXPECT_EQ(WaitForSingleObject(h, kWaitBound), WAIT_OBJECT_0);
+        CloseHandle(h);
+    }
+    for (int r : results)
+        EXPECT_EQ(r, 0);
+    EXPECT_EQ(c.timedwait(0, 50000000), static_cast<int>(WAIT_TIMEOUT));
+}
+
+// A signal wakes one waiter; the other stays until the next signal.
+TEST(CondTest, SignalWakesOneWaiter)
+{
+    Cond c;
+    std::atomic<int> woken{0};
+    std::atomic<DWORD> ids[2] = {{0}, {0}};
+    HANDLE threads[2];
+    for (int i = 0; i < 2; ++i)
+        threads[i] = tstest::StartThread([&, i] {
+            ids[i] = GetCurrentThreadId();
+            if (c.timedwait(kWaitBound / 1000, 0) == 0)
+                ++woken;
+            return 0u;
+        });
+    for (auto &id : ids) {
+        while (!id)
+            Sleep(1);
+        tstest::WaitUntilBlocked(id);
+    }
+    EXPECT_NE(c.signal(), 0);
+    DWORD first = WaitForMultipleObjects(2, threads, FALSE, kWaitBound);
+    ASSERT_LT(first, 2u);
+    EXPECT_EQ(woken.load(), 1);
+    EXPECT_EQ(WaitForSingleObject(threads[1 - first], 100), static_cast<DWORD>(WAIT_TIMEOUT));
+    EXPECT_NE(c.signal(), 0);
+    EXPECT_EQ(WaitForSingleObject(threads[1 - first], kWaitBound), WAIT_OBJECT_0);
+    EXPECT_EQ(woken.load(), 2);
+    CloseHandle(threads[0]);
+    CloseHandle(threads[1]);
+}
+
+TEST(CondTest, DestroyedCondReportsFailure)
+{
+    Cond c;
+    EXPECT_EQ(c.destroy(), 1);
+    EXPECT_EQ(c.destroy(), 1);
+    EXPECT_EQ(c.timedwait(0), -1);
+    EXPECT_EQ(c.wait(), -1);
+    EXPECT_EQ(c.signal(), 0);
+    EXPECT_EQ(c.broadcast(), 1);
+}
