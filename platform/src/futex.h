@@ -65,4 +65,42 @@ inline void futexWake(std::atomic<uint32_t> *word, int count)
     errno = saved;
 }
 
+// A lock word: 0 free, 1 held, 2 held with sleepers. Locking is one
+// compare-and-swap and unlocking one exchange when nobody sleeps.
+inline void futexLock(std::atomic<uint32_t> *word)
+{
+    uint32_t c = 0;
+    if (word->compare_exchange_strong(c, 1, std::memory_order_acquire))
+        return;
+    if (c != 2)
+        c = word->exchange(2, std::memory_order_acquire);
+    while (c != 0) {
+        futexWait(word, 2, Deadline());
+        c = word->exchange(2, std::memory_order_acquire);
+    }
+}
+
+inline bool futexTryLock(std::atomic<uint32_t> *word)
+{
+    uint32_t c = 0;
+    return word->compare_exchange_strong(c, 1, std::memory_order_acquire);
+}
+
+inline void futexUnlock(std::atomic<uint32_t> *word)
+{
+    if (word->exchange(0, std::memory_order_release) == 2)
+        futexWake(word, 1);
+}
+
+// The lock of one kernel object: held only for a few instructions, never
+// across a blocking wait.
+class ObjectLock {
+public:
+    void lock() { futexLock(&word_); }
+    void unlock() { futexUnlock(&word_); }
+
+private:
+    std::atomic<uint32_t> word_{0};
+};
+
 } // namespace tsp

@@ -69,6 +69,17 @@ public:
         return encode(index, gen);
     }
 
+    // Is the slot still h's, and open? One load, no update.
+    static bool stillOpen(const HandleSlot *s, HANDLE h)
+    {
+        uint32_t index = 0, gen = 0;
+        decode(h, index, gen);
+        uint64_t st = s->state.load(std::memory_order_acquire);
+        return (st & kOpen) && genOf(st) == gen;
+    }
+
+    void pinAgain(HandleSlot *s) { s->state.fetch_add(1, std::memory_order_acquire); }
+
     HandleSlot *pin(HANDLE h)
     {
         uint32_t index, gen;
@@ -186,6 +197,41 @@ HandleTable &table()
     return *t;
 }
 
+// The per-thread cache of lookupHandleCached: each entry holds one pin.
+struct LookupCache {
+    static constexpr int kEntries = 4;
+    struct Entry {
+        HANDLE handle = nullptr;
+        HandleSlot *slot = nullptr;
+    } entries[kEntries];
+    int next = 0;
+
+    ~LookupCache()
+    {
+        for (Entry &e : entries)
+            drop(e);
+    }
+    static void drop(Entry &e)
+    {
+        if (e.slot)
+            table().unpin(e.slot);
+        e = Entry();
+    }
+};
+
+__attribute__((tls_model("initial-exec"))) thread_local LookupCache *lookupCache = nullptr;
+
+LookupCache *threadLookupCache()
+{
+    if (!lookupCache) {
+        static thread_local LookupCache cache; // unpins its entries at the thread's end
+        lookupCache = &cache;
+    }
+    return lookupCache;
+}
+
+bool cacheable(ObjectKind kind) { return kind == ObjectKind::Event || kind == ObjectKind::Mutex; }
+
 } // namespace
 
 HANDLE insertHandle(KernelObject *obj, DWORD access)
@@ -217,6 +263,34 @@ bool lookupHandle(HANDLE h, HandleRef &out)
     return true;
 }
 
+bool lookupHandleCached(HANDLE h, HandleRef &out)
+{
+    out.reset();
+    LookupCache *cache = threadLookupCache();
+    for (LookupCache::Entry &e : cache->entries) {
+        if (e.handle != h || !e.slot)
+            continue;
+        if (HandleTable::stillOpen(e.slot, h)) {
+            // Borrowed: the cache's pin keeps the object alive.
+            out.object_ = e.slot->object;
+            return true;
+        }
+        LookupCache::drop(e);
+        break;
+    }
+    if (!lookupHandle(h, out))
+        return false;
+    if (out.slot_ && cacheable(out.object_->kind())) {
+        LookupCache::Entry &e = cache->entries[cache->next];
+        cache->next = (cache->next + 1) % LookupCache::kEntries;
+        LookupCache::drop(e);
+        table().pinAgain(out.slot_);
+        e.handle = h;
+        e.slot = out.slot_;
+    }
+    return true;
+}
+
 HandleRef &HandleRef::operator=(HandleRef &&other) noexcept
 {
     if (this != &other) {
@@ -233,13 +307,12 @@ HandleRef &HandleRef::operator=(HandleRef &&other) noexcept
 
 DWORD HandleRef::access() const { return slot_ ? slot_->access : 0x1FFFFF; }
 
-void HandleRef::reset()
+void HandleRef::drop()
 {
     if (slot_)
         table().unpin(slot_);
     else if (owned_ && object_)
         object_->release();
-    object_ = nullptr;
     slot_ = nullptr;
     owned_ = false;
 }

@@ -86,7 +86,7 @@ TEST(Threads, SuspendCountHasAMaximum)
         ASSERT_EQ(SuspendThread(t), n++);
     SetLastError(0);
     EXPECT_EQ(SuspendThread(t), static_cast<DWORD>(-1));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SIGNAL_REFCOUNT_EXCEEDED));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SIGNAL_REFUSED));
     while (n > 0)
         ASSERT_EQ(ResumeThread(t), n--);
     EXPECT_EQ(WaitForSingleObject(t, tstest::kWaitBound), WAIT_OBJECT_0);
@@ -158,7 +158,7 @@ TEST(Threads, IdsPrioritiesAndAffinity)
 
 TEST(Threads, OwnProcessOpensAndOthersDoNot)
 {
-    HANDLE p = OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, GetCurrentProcessId());
+    HANDLE p = OpenProcess(SYNCHRONIZE | PROCESS_QUERY_INFORMATION, FALSE, GetCurrentProcessId());
     ASSERT_NE(p, nullptr);
     DWORD code = 0;
     EXPECT_TRUE(GetExitCodeProcess(p, &code));
@@ -208,7 +208,10 @@ TEST(Threads, ThreadLocalStorageAndLastErrorArePerThread)
 TEST(Threads, SleepZeroYieldsAndSleepWaitsAtLeastItsTime)
 {
     Sleep(0);
-    DWORD start = GetTickCount();
+    LARGE_INTEGER freq, start, end;
+    QueryPerformanceFrequency(&freq);
+    QueryPerformanceCounter(&start);
     Sleep(30);
-    EXPECT_GE(GetTickCount() - start, 25u);
+    QueryPerformanceCounter(&end);
+    EXPECT_GE((end.QuadPart - start.QuadPart) * 1000.0 / freq.QuadPart, 29.0);
 }
