@@ -142,10 +142,17 @@ int Mutex::IsLocked()
 // before it gives the Mutex up; if it has moved by the time the thread is
 // queued, a signal came after the caller tested its condition, and the
 // wait returns at once instead of sleeping through it.
+//
+// A wake-up is decided under hLock (the record leaves the queue, marked
+// woken) and delivered after hLock is given up, so that the woken thread
+// does not run straight into the lock its waker still holds. Until the
+// event is set the record stays its waiter's: a waiter that finds itself
+// woken waits for that event before it reuses the record.
 struct CondWaiter {
     HANDLE hEvent;
     CondWaiter *prev;
     CondWaiter *next;
+    CondWaiter *wakeNext; // the chain of one signal or broadcast
     bool woken;
 };
 
@@ -175,19 +182,37 @@ void Unqueue(CondState *s, CondWaiter *w)
     --s->nWaiters;
 }
 
-// Wakes the longest waiting thread; the caller holds hLock and the queue is
-// not empty.
-BOOL WakeFirst(CondState *s)
+// Takes the longest waiting thread out of the queue, to be woken by
+// Deliver; the caller holds hLock and the queue is not empty.
+CondWaiter *ChooseFirst(CondState *s)
 {
     CondWaiter *w = s->head;
     Unqueue(s, w);
     w->woken = true;
-    return SetEvent(w->hEvent);
+    w->wakeNext = nullptr;
+    return w;
+}
+
+// Sets the events of a chain of chosen waiters, without hLock. Each record
+// is read before its event is set: from then on its thread may reuse it.
+// onFailure sees each refusal of the platform.
+template <class F> BOOL Deliver(CondWaiter *chain, F onFailure)
+{
+    BOOL all = 1;
+    while (chain) {
+        CondWaiter *next = chain->wakeNext;
+        if (!SetEvent(chain->hEvent)) {
+            all = 0;
+            onFailure();
+        }
+        chain = next;
+    }
+    return all;
 }
 
 CondWaiter *NewWaiter(HANDLE hEvent)
 {
-    CondWaiter *w = new (std::nothrow) CondWaiter{hEvent, nullptr, nullptr, false};
+    CondWaiter *w = new (std::nothrow) CondWaiter{hEvent, nullptr, nullptr, nullptr, false};
     if (!w && hEvent)
         CloseHandle(hEvent);
     return w;
@@ -302,12 +327,17 @@ int Cond::waitCore(unsigned long ticket, DWORD milliseconds)
     }
     if (w->woken) {
         // A wake-up that crossed a time-out: it was meant for this thread,
-        // so it counts, and its event is cleared for the record's next use.
+        // so it counts. Its event is set (or is about to be, by a waker
+        // that has given up hLock) and is consumed before the record is
+        // reused.
         if (r != WAIT_OBJECT_0) {
-            DWORD cleared = WaitForSingleObject(w->hEvent, 0);
-            assert(cleared == WAIT_OBJECT_0);
-            (void)cleared;
+            ReleaseMutex(s->hLock);
+            DWORD consumed = WaitForSingleObject(w->hEvent, INFINITE);
+            assert(consumed == WAIT_OBJECT_0);
+            (void)consumed;
             r = WAIT_OBJECT_0;
+            if (!TakeInnerLock(s))
+                return static_cast<int>(r);
         }
     } else {
         Unqueue(s, w);
@@ -361,9 +391,9 @@ int Cond::signal()
     if (!TakeInnerLock(s))
         return 0;
     s->signals.fetch_add(1, std::memory_order_release);
-    BOOL r = s->head ? WakeFirst(s) : 1;
+    CondWaiter *chosen = s->head ? ChooseFirst(s) : nullptr;
     ReleaseMutex(s->hLock);
-    return r;
+    return Deliver(chosen, [] {});
 }
 
 int Cond::broadcast()
@@ -372,11 +402,16 @@ int Cond::broadcast()
     if (!s || !s->hLock || !TakeInnerLock(s))
         return 1;
     s->signals.fetch_add(1, std::memory_order_release);
-    // The queue cannot grow meanwhile: a new waiter needs hLock to join it.
+    // Everyone queued now is chosen; a thread that queues later is not.
+    CondWaiter *chain = nullptr, **link = &chain;
     while (s->head) {
-        if (!WakeFirst(s))
-            std::cout << "Error status = " << static_cast<unsigned long>(GetLastError()) << std::endl;
+        *link = ChooseFirst(s);
+        link = &(*link)->wakeNext;
     }
+    *link = nullptr;
     ReleaseMutex(s->hLock);
+    Deliver(chain, [] {
+        std::cout << "Error status = " << static_cast<unsigned long>(GetLastError()) << std::endl;
+    });
     return 1;
 }

@@ -267,3 +267,38 @@ TEST(CondTest, DestroyedCondReportsFailure)
     EXPECT_EQ(c.signal(), 0);
     EXPECT_EQ(c.broadcast(), 1);
 }
+
+// Signals that cross short time-outs: every wait ends as woken or timed
+// out, and once the storm is over nothing of it is left for a new waiter.
+TEST(CondTest, SignalsCrossingTimeOutsLeaveNothingBehind)
+{
+    Cond c;
+    const int waiters = 3, waitsEach = 1500;
+    std::atomic<int> running{waiters}, odd{0}, woken{0};
+    std::vector<HANDLE> threads;
+    for (int t = 0; t < waiters; ++t)
+        threads.push_back(tstest::StartThread([&] {
+            for (int i = 0; i < waitsEach; ++i) {
+                int r = c.timedwait(0, 1000000);
+                if (r == 0)
+                    ++woken;
+                else if (r != static_cast<int>(WAIT_TIMEOUT))
+                    ++odd;
+            }
+            --running;
+            return 0u;
+        }));
+    while (running > 0) {
+        c.signal();
+        if (running % 2)
+            c.broadcast();
+    }
+    for (HANDLE h : threads) {
+        EXPECT_EQ(WaitForSingleObject(h, kWaitBound), WAIT_OBJECT_0);
+        CloseHandle(h);
+    }
+    EXPECT_EQ(odd.load(), 0);
+    EXPECT_GT(woken.load(), 0);
+    EXPECT_EQ(c.timedwait(0, 20000000), static_cast<int>(WAIT_TIMEOUT));
+    EXPECT_EQ(c.timedwait(0, 20000000), static_cast<int>(WAIT_TIMEOUT));
+}
