@@ -52,22 +52,3 @@ TEST(FrameTest, LoadRegistersTheLibraryAsAnExtensionModule)
     EXPECT_EQ(AfxCountDynLinkLibraries(library), 1);
 }
 
-TEST(FrameTest, ExtensionModuleCallsWireAndUnwireLibraries)
-{
-    int before = AfxCountDynLinkLibraries(nullptr);
-    AFX_EXTENSION_MODULE record = {};
-    HMODULE fake = reinterpret_cast<HMODULE>(&record);
-    EXPECT_FALSE(AfxInitExtensionModule(record, nullptr));
-    EXPECT_TRUE(AfxInitExtensionModule(record, fake));
-    EXPECT_TRUE(AfxInitExtensionModule(record, fake)) << "a repeated call for the same module";
-    new CDynLinkLibrary(record, FALSE);
-    new CDynLinkLibrary(record, FALSE);
-    EXPECT_EQ(AfxCountDynLinkLibraries(fake), 2);
-    EXPECT_EQ(AfxCountDynLinkLibraries(nullptr), before + 2);
-
-    AfxTermExtensionModule(record, FALSE);
-    EXPECT_EQ(AfxCountDynLinkLibraries(fake), 0);
-    EXPECT_EQ(AfxCountDynLinkLibraries(nullptr), before) << "other modules stay wired in";
-    AfxTermExtensionModule(record, FALSE);
-    EXPECT_EQ(AfxCountDynLinkLibraries(nullptr), before) << "a second term does nothing";
-}

@@ -85,15 +85,4 @@ TEST(InterlockSepJobTest, SharedCellsAndUnaskedReports)
     // A report with no request stands as a response.
     EXPECT_EQ(c3->NotifyStateReached(), TRUE);
     EXPECT_EQ(third.WaitForResponse(kNoLimit), TRUE);
-
-    // A parentless child answers nothing; a parent built from it has a cell
-    // of its own.
-    ChildInterlockSepJob orphan;
-    EXPECT_EQ(orphan.DetectRequest(0), FALSE);
-    EXPECT_EQ(orphan.NotifyStateReached(), FALSE);
-    ParentInterlockSepJob own(&orphan);
-    EXPECT_EQ(own.MakeRequest(), TRUE);
-    EXPECT_EQ(own.SpawnChildInterlockSepJob()->DetectRequest(0), TRUE);
-    EXPECT_EQ(first.ResetInterlock(), TRUE);
-    EXPECT_EQ(own.SpawnChildInterlockSepJob()->DetectRequest(0), TRUE);
 }

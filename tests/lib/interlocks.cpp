@@ -33,15 +33,12 @@ TEST(InterlockSepThreadTest, ManualResetCycleStepByStep)
     EXPECT_EQ(c->DetectRequest(kNow), FALSE);
     EXPECT_EQ(p.WaitForResponse(kNow), FALSE);
     EXPECT_EQ(p.MakeRequest(), TRUE);
-    EXPECT_EQ(p.MakeRequest(), TRUE) << "a second request changes nothing";
     EXPECT_EQ(c->DetectRequest(kNow), TRUE);
-    EXPECT_EQ(c->DetectRequest(kNow), TRUE) << "a manual-reset request stays until the reset";
     EXPECT_EQ(p.WaitForResponse(kNow), FALSE) << "a poll leaves the request standing";
-    EXPECT_EQ(c->DetectRequest(kNow), TRUE);
+    EXPECT_EQ(c->DetectRequest(kNow), TRUE) << "a manual-reset request stays until the reset";
     EXPECT_EQ(c->NotifyStateReached(), TRUE);
     EXPECT_EQ(p.WaitForResponse(kNow), TRUE);
     EXPECT_EQ(p.WaitForResponse(kBound), TRUE) << "the response stays until the reset";
-    EXPECT_EQ(p.ResetInterlock(), TRUE);
     EXPECT_EQ(p.ResetInterlock(), TRUE);
     EXPECT_EQ(c->DetectRequest(kNow), FALSE);
     EXPECT_EQ(p.WaitForResponse(kNow), FALSE);
@@ -191,7 +188,7 @@ TEST(InterlockSepThreadTest, SharedRequestOverSeveralParents)
     EXPECT_EQ(first.SpawnChildInterlockSepThread()->DetectRequest(kNow), TRUE);
 }
 
-TEST(InterlockSepThreadTest, ParentlessChildAndTheBaseClasses)
+TEST(InterlockSepThreadTest, ParentlessChild)
 {
     ChildInterlockSepThread orphan;
     EXPECT_EQ(orphan.DetectRequest(kNow), FALSE);
@@ -203,15 +200,4 @@ TEST(InterlockSepThreadTest, ParentlessChildAndTheBaseClasses)
     EXPECT_EQ(own.MakeRequest(), TRUE);
     EXPECT_EQ(own.SpawnChildInterlockSepThread()->DetectRequest(kNow), TRUE);
     EXPECT_EQ(unrelated.SpawnChildInterlockSepThread()->DetectRequest(kNow), FALSE);
-
-    // The family's bases work, do nothing and give FALSE.
-    ParentInterlock parent;
-    ChildInterlock child;
-    ParentInterlock *asBase = &own;
-    EXPECT_EQ(parent.MakeRequest(), FALSE);
-    EXPECT_EQ(parent.WaitForResponse(kNow), FALSE);
-    EXPECT_EQ(parent.ResetInterlock(), FALSE);
-    EXPECT_EQ(child.DetectRequest(kNow), FALSE);
-    EXPECT_EQ(child.NotifyStateReached(), FALSE);
-    EXPECT_EQ(asBase->ResetInterlock(), TRUE) << "reached through the base";
 }
