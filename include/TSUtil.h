@@ -1,2 +1,4 @@
 // TSUtil: the umbrella header that includes every public header.
 #pragma once
+
+#include "TSDefs.h"
