@@ -197,6 +197,8 @@ HandleTable &table()
     return *t;
 }
 
+} // namespace
+
 // The per-thread cache of lookupHandleCached: each entry holds one pin.
 struct LookupCache {
     static constexpr int kEntries = 4;
@@ -218,6 +220,8 @@ struct LookupCache {
         e = Entry();
     }
 };
+
+namespace {
 
 __attribute__((tls_model("initial-exec"))) thread_local LookupCache *lookupCache = nullptr;
 
@@ -263,21 +267,13 @@ bool lookupHandle(HANDLE h, HandleRef &out)
     return true;
 }
 
-bool lookupHandleCached(HANDLE h, HandleRef &out)
+// The miss path of lookupHandleCached: a plain lookup, and the object
+// entered in the cache when it is of a kind that may stay pinned.
+__attribute__((noinline)) bool lookupAndCache(HANDLE h, HandleRef &out, LookupCache *cache)
 {
-    out.reset();
-    LookupCache *cache = threadLookupCache();
-    for (LookupCache::Entry &e : cache->entries) {
-        if (e.handle != h || !e.slot)
-            continue;
-        if (HandleTable::stillOpen(e.slot, h)) {
-            // Borrowed: the cache's pin keeps the object alive.
-            out.object_ = e.slot->object;
-            return true;
-        }
-        LookupCache::drop(e);
-        break;
-    }
+    for (LookupCache::Entry &e : cache->entries)
+        if (e.handle == h)
+            LookupCache::drop(e); // closed since it was cached
     if (!lookupHandle(h, out))
         return false;
     if (out.slot_ && cacheable(out.object_->kind())) {
@@ -289,6 +285,19 @@ bool lookupHandleCached(HANDLE h, HandleRef &out)
         e.slot = out.slot_;
     }
     return true;
+}
+
+bool lookupHandleCached(HANDLE h, HandleRef &out)
+{
+    out.reset();
+    LookupCache *cache = lookupCache ? lookupCache : threadLookupCache();
+    for (const LookupCache::Entry &e : cache->entries)
+        if (e.handle == h && e.slot && HandleTable::stillOpen(e.slot, h)) {
+            // Borrowed: the cache's pin keeps the object alive.
+            out.object_ = e.slot->object;
+            return true;
+        }
+    return lookupAndCache(h, out, cache);
 }
 
 HandleRef &HandleRef::operator=(HandleRef &&other) noexcept

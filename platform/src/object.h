@@ -29,6 +29,7 @@ enum class ObjectKind : uint8_t {
 };
 
 class Waitable;
+struct LookupCache;
 
 class KernelObject {
 public:
@@ -92,6 +93,7 @@ private:
     void drop();
     friend bool lookupHandle(HANDLE, HandleRef &);
     friend bool lookupHandleCached(HANDLE, HandleRef &);
+    friend bool lookupAndCache(HANDLE, HandleRef &, LookupCache *);
     KernelObject *object_ = nullptr;
     HandleSlot *slot_ = nullptr; // pinned slot, or null
     bool owned_ = false;         // holds a reference of its own (pseudo handles)
