@@ -108,15 +108,17 @@ public:
     static void lockGlobal();
     static void unlockGlobal();
 
+private:
+    static void cover_routine(void *arg);
+
+    long m_tid;                          // who called create; not the new thread
+
 protected:
     // What create starts, with this object as its argument: cover_routine,
     // which runs routine. A derived class may start its thread elsewhere.
     void (*m_pStartRoutine)(void *);
 
 private:
-    static void cover_routine(void *arg);
-
-    long m_tid;                          // who called create; not the new thread
     int m_nState;                        // 0, or 2 after kill
     Mutex m_stateLock;                   // guards m_nState
 

@@ -24,10 +24,10 @@ constexpr int kBarrierStop = 2;
 constexpr int kKilled = 2;
 } // namespace
 
-ThreadBase::ThreadBase() : m_pStartRoutine(&ThreadBase::cover_routine), m_tid(0), m_nState(0) {}
+ThreadBase::ThreadBase() : m_tid(0), m_pStartRoutine(&ThreadBase::cover_routine), m_nState(0) {}
 
 ThreadBase::ThreadBase(ThreadBase const &other)
-    : m_pStartRoutine(other.m_pStartRoutine), m_tid(other.m_tid), m_nState(other.m_nState),
+    : m_tid(other.m_tid), m_pStartRoutine(other.m_pStartRoutine), m_nState(other.m_nState),
       m_stateLock(other.m_stateLock)
 {
 }
