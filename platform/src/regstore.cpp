@@ -38,7 +38,7 @@ const char *const kSchema =
     "CREATE UNIQUE INDEX IF NOT EXISTS keys_child ON keys(parent, fold);"
     "CREATE TABLE IF NOT EXISTS vals("
     "  key INTEGER NOT NULL, fold BLOB NOT NULL, name BLOB NOT NULL, ord INTEGER NOT NULL,"
-    "  type INTEGER NOT NULL, data BLOB NOT NULL, PRIMARY KEY(key, fold)) WITHOUT ROWID;";
+    "  type INTEGER NOT NULL, data BLOB NOT NULL, mtime INTEGER NOT NULL, PRIMARY KEY(key, fold)) WITHOUT ROWID;";
 
 const char *const kHiveNames[] = {"HKEY_CLASSES_ROOT",   "HKEY_CURRENT_USER", "HKEY_LOCAL_MACHINE", "HKEY_USERS",
                                   "HKEY_PERFORMANCE_DATA", "HKEY_CURRENT_CONFIG", "HKEY_DYN_DATA"};
@@ -52,12 +52,13 @@ const char *const kStatements[] = {
     "DELETE FROM keys WHERE id=?1",
     "DELETE FROM vals WHERE key=?1",
     "SELECT type, data FROM vals WHERE key=?1 AND fold=?2",
-    "INSERT INTO vals(key, fold, name, ord, type, data)"
-    " VALUES(?1, ?2, ?3, (SELECT COALESCE(MAX(ord), 0) + 1 FROM vals WHERE key=?1), ?4, ?5)"
-    " ON CONFLICT(key, fold) DO UPDATE SET type=excluded.type, data=excluded.data",
+    "INSERT INTO vals(key, fold, name, ord, type, data, mtime)"
+    " SELECT ?1, ?2, ?3, (SELECT COALESCE(MAX(ord), 0) + 1 FROM vals WHERE key=?1), ?4, ?5, ?6"
+    " WHERE EXISTS(SELECT 1 FROM keys WHERE id=?1)"
+    " ON CONFLICT(key, fold) DO UPDATE SET type=excluded.type, data=excluded.data, mtime=excluded.mtime",
     "DELETE FROM vals WHERE key=?1 AND fold=?2",
     "SELECT name, class, mtime FROM keys WHERE parent=?1 ORDER BY fold",
-    "SELECT name, type, data FROM vals WHERE key=?1 ORDER BY ord",
+    "SELECT name, type, data, mtime FROM vals WHERE key=?1 ORDER BY ord",
     "BEGIN IMMEDIATE",
     "COMMIT",
     "ROLLBACK",
@@ -460,9 +461,11 @@ bool Store::cacheable()
 // ---------------------------------------------------------------------------
 // Writing
 
+// A write under the writers' lock. A write of one statement runs without
+// BEGIN and COMMIT: SQLite commits it by itself, with no statement journal.
 class Store::WriteTxn {
 public:
-    explicit WriteTxn(Store &s) : s_(s) {}
+    explicit WriteTxn(Store &s, bool oneStatement = false) : s_(s), oneStatement_(oneStatement) {}
     ~WriteTxn()
     {
         if (began_)
@@ -478,6 +481,8 @@ public:
         locked_ = true;
         uint64_t v = loadSeq(s_.seq_);
         storeSeq(s_.seq_, (v & 1) ? v + 2 : v + 1);
+        if (oneStatement_)
+            return ERROR_SUCCESS;
         int rc = Use(s_.stmt_[kBegin]).step();
         if (rc != SQLITE_DONE)
             return s_.sqlError(rc);
@@ -487,6 +492,8 @@ public:
 
     LONG commit()
     {
+        if (oneStatement_)
+            return ERROR_SUCCESS;
         int rc = Use(s_.stmt_[kCommit]).step();
         if (rc != SQLITE_DONE)
             return s_.sqlError(rc); // the destructor rolls back
@@ -504,6 +511,7 @@ private:
     }
 
     Store &s_;
+    const bool oneStatement_;
     bool locked_ = false;
     bool began_ = false;
 };
@@ -752,29 +760,26 @@ LONG Store::queryValue(KeyId key, const std::string &name, DWORD *type, std::str
     return status;
 }
 
+// A value write changes one row: the time of the write is kept with the
+// value, and a key's last write time is the latest of its own and its
+// values' (see info), so the key's row is left alone.
 LONG Store::setValue(KeyId key, const std::string &name, DWORD type, const void *data, size_t size)
 {
     std::lock_guard<std::mutex> guard(lock_);
     if (LONG e = lockForRead())
         return e;
-    WriteTxn txn(*this);
+    WriteTxn txn(*this, true);
     if (LONG e = txn.begin())
         return e;
-    int rc;
     {
-        Use touch(stmt_[kTouchKey]);
-        touch.id(1, key).id(2, fileTimeNow());
-        if ((rc = touch.step()) != SQLITE_DONE)
+        // One statement: nothing is written when the key is gone.
+        Use set(stmt_[kSetValue]);
+        set.id(1, key).blob(2, foldName(name)).blob(3, name).id(4, type).bytes(5, data, size).id(6, fileTimeNow());
+        if (int rc = set.step(); rc != SQLITE_DONE)
             return sqlError(rc);
     }
     if (sqlite3_changes(db_) == 0)
         return ERROR_KEY_DELETED;
-    {
-        Use set(stmt_[kSetValue]);
-        set.id(1, key).blob(2, foldName(name)).blob(3, name).id(4, type).bytes(5, data, size);
-        if ((rc = set.step()) != SQLITE_DONE)
-            return sqlError(rc);
-    }
     return txn.commit();
 }
 
@@ -867,7 +872,7 @@ LONG Store::values(KeyId key, std::shared_ptr<const std::vector<ValueEntry>> *ou
         q.id(1, key);
         int rc;
         while ((rc = q.step()) == SQLITE_ROW)
-            list->push_back(ValueEntry{q.text(0), static_cast<DWORD>(q.int64(1)), q.text(2)});
+            list->push_back(ValueEntry{q.text(0), static_cast<DWORD>(q.int64(1)), q.text(2), q.int64(3)});
         if (rc != SQLITE_DONE)
             return sqlError(rc);
     }
@@ -909,6 +914,7 @@ LONG Store::info(KeyId key, KeyInfo *out)
     for (const ValueEntry &v : *vals) {
         info.maxValueNameLen = std::max<DWORD>(info.maxValueNameLen, static_cast<DWORD>(v.name.size()));
         info.maxValueLen = std::max<DWORD>(info.maxValueLen, static_cast<DWORD>(v.data.size()));
+        info.lastWrite = std::max(info.lastWrite, v.lastWrite);
     }
     *out = std::move(info);
     return ERROR_SUCCESS;

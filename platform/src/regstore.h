@@ -54,6 +54,7 @@ struct ValueEntry {
     std::string name;
     DWORD type = 0;
     std::string data;
+    int64_t lastWrite = 0; // FILETIME units
 };
 
 struct KeyInfo {
