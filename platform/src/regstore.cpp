@@ -57,7 +57,8 @@ const char *const kStatements[] = {
     " WHERE EXISTS(SELECT 1 FROM keys WHERE id=?1)"
     " ON CONFLICT(key, fold) DO UPDATE SET type=excluded.type, data=excluded.data, mtime=excluded.mtime",
     "DELETE FROM vals WHERE key=?1 AND fold=?2",
-    "SELECT name, class, mtime FROM keys WHERE parent=?1 ORDER BY fold",
+    "SELECT name, class, MAX(mtime, COALESCE((SELECT MAX(mtime) FROM vals WHERE key=keys.id), 0))"
+    " FROM keys WHERE parent=?1 ORDER BY fold",
     "SELECT name, type, data, mtime FROM vals WHERE key=?1 ORDER BY ord",
     "BEGIN IMMEDIATE",
     "COMMIT",
