@@ -215,9 +215,9 @@ std::shared_ptr<Store> Store::current(LONG *err)
 
     static std::shared_ptr<Store> *cur = new std::shared_ptr<Store>;
 
-    const char *env = getenv("TSUTIL_ROOT");
+    std::string path = machineRootPath();
     std::lock_guard<std::mutex> guard(currentLock());
-    if (*cur && env && *env && (*cur)->root_ == env)
+    if (*cur && (*cur)->root_ == path)
         return *cur;
     std::string root = machineRoot();
     if (root.empty()) {
@@ -431,7 +431,6 @@ LONG Store::reopenAfterFork()
     openCache_.clear();
     subkeyCache_.clear();
     valueListCache_.clear();
-    existsCache_.clear();
     cacheEntries_ = 0;
     cacheSeq_ = 1;
     return openFiles();
@@ -452,7 +451,6 @@ bool Store::cacheable()
         openCache_.clear();
         subkeyCache_.clear();
         valueListCache_.clear();
-        existsCache_.clear();
         cacheEntries_ = 0;
         cacheSeq_ = s;
     }
@@ -545,26 +543,6 @@ LONG Store::keyRow(KeyId id, KeyRow *row)
         return ERROR_SUCCESS;
     }
     return rc == SQLITE_DONE ? ERROR_SUCCESS : sqlError(rc);
-}
-
-LONG Store::exists(KeyId key)
-{
-    std::lock_guard<std::mutex> guard(lock_);
-    if (LONG e = lockForRead())
-        return e;
-    bool cache = cacheable();
-    auto it = existsCache_.find(key);
-    if (it != existsCache_.end())
-        return it->second ? ERROR_SUCCESS : ERROR_KEY_DELETED;
-    KeyRow row;
-    if (LONG e = keyRow(key, &row))
-        return e;
-    bool found = row.found;
-    if (cache) {
-        existsCache_[key] = found;
-        ++cacheEntries_;
-    }
-    return found ? ERROR_SUCCESS : ERROR_KEY_DELETED;
 }
 
 LONG Store::findPath(KeyId base, const std::vector<std::string> &path, KeyId *out)
