@@ -115,11 +115,13 @@ public:
         sqlite3_bind_int64(st_, i, v);
         return *this;
     }
+    // Names are copied: a caller may pass a temporary.
     Use &blob(int i, const std::string &s)
     {
-        sqlite3_bind_blob(st_, i, s.data(), static_cast<int>(s.size()), SQLITE_STATIC);
+        sqlite3_bind_blob(st_, i, s.data(), static_cast<int>(s.size()), SQLITE_TRANSIENT);
         return *this;
     }
+    // Data is not copied: p must stay valid until the statement is reset.
     Use &bytes(int i, const void *p, size_t n)
     {
         if (n == 0)
