@@ -26,7 +26,7 @@ bool makeFolder(const std::string &path)
 
 } // namespace
 
-std::string machineRoot()
+std::string machineRootPath()
 {
     std::string root;
     if (const char *env = getenv("TSUTIL_ROOT"); env && *env) {
@@ -37,6 +37,12 @@ std::string machineRoot()
     }
     while (root.size() > 1 && root.back() == '/')
         root.pop_back();
+    return root;
+}
+
+std::string machineRoot()
+{
+    std::string root = machineRootPath();
     if (!makeFolder(root))
         return std::string();
     return root;

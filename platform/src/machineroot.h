@@ -12,4 +12,7 @@ namespace tsp {
 // cannot be created or is not a folder.
 std::string machineRoot();
 
+// The same path, with nothing checked or created.
+std::string machineRootPath();
+
 } // namespace tsp

@@ -38,7 +38,7 @@ const char *const kSchema =
     "CREATE UNIQUE INDEX IF NOT EXISTS keys_child ON keys(parent, fold);"
     "CREATE TABLE IF NOT EXISTS vals("
     "  key INTEGER NOT NULL, fold BLOB NOT NULL, name BLOB NOT NULL, ord INTEGER NOT NULL,"
-    "  type INTEGER NOT NULL, data BLOB NOT NULL, PRIMARY KEY(key, fold)) WITHOUT ROWID;";
+    "  type INTEGER NOT NULL, data BLOB NOT NULL, mtime INTEGER NOT NULL, PRIMARY KEY(key, fold)) WITHOUT ROWID;";
 
 const char *const kHiveNames[] = {"HKEY_CLASSES_ROOT",   "HKEY_CURRENT_USER", "HKEY_LOCAL_MACHINE", "HKEY_USERS",
                                   "HKEY_PERFORMANCE_DATA", "HKEY_CURRENT_CONFIG", "HKEY_DYN_DATA"};
@@ -52,12 +52,14 @@ const char *const kStatements[] = {
     "DELETE FROM keys WHERE id=?1",
     "DELETE FROM vals WHERE key=?1",
     "SELECT type, data FROM vals WHERE key=?1 AND fold=?2",
-    "INSERT INTO vals(key, fold, name, ord, type, data)"
-    " VALUES(?1, ?2, ?3, (SELECT COALESCE(MAX(ord), 0) + 1 FROM vals WHERE key=?1), ?4, ?5)"
-    " ON CONFLICT(key, fold) DO UPDATE SET type=excluded.type, data=excluded.data",
+    "INSERT INTO vals(key, fold, name, ord, type, data, mtime)"
+    " SELECT ?1, ?2, ?3, (SELECT COALESCE(MAX(ord), 0) + 1 FROM vals WHERE key=?1), ?4, ?5, ?6"
+    " WHERE EXISTS(SELECT 1 FROM keys WHERE id=?1)"
+    " ON CONFLICT(key, fold) DO UPDATE SET type=excluded.type, data=excluded.data, mtime=excluded.mtime",
     "DELETE FROM vals WHERE key=?1 AND fold=?2",
-    "SELECT name, class, mtime FROM keys WHERE parent=?1 ORDER BY fold",
-    "SELECT name, type, data FROM vals WHERE key=?1 ORDER BY ord",
+    "SELECT name, class, MAX(mtime, COALESCE((SELECT MAX(mtime) FROM vals WHERE key=keys.id), 0))"
+    " FROM keys WHERE parent=?1 ORDER BY fold",
+    "SELECT name, type, data, mtime FROM vals WHERE key=?1 ORDER BY ord",
     "BEGIN IMMEDIATE",
     "COMMIT",
     "ROLLBACK",
@@ -113,11 +115,13 @@ public:
         sqlite3_bind_int64(st_, i, v);
         return *this;
     }
+    // Names are copied: a caller may pass a temporary.
     Use &blob(int i, const std::string &s)
     {
-        sqlite3_bind_blob(st_, i, s.data(), static_cast<int>(s.size()), SQLITE_STATIC);
+        sqlite3_bind_blob(st_, i, s.data(), static_cast<int>(s.size()), SQLITE_TRANSIENT);
         return *this;
     }
+    // Data is not copied: p must stay valid until the statement is reset.
     Use &bytes(int i, const void *p, size_t n)
     {
         if (n == 0)
@@ -213,9 +217,9 @@ std::shared_ptr<Store> Store::current(LONG *err)
 
     static std::shared_ptr<Store> *cur = new std::shared_ptr<Store>;
 
-    const char *env = getenv("TSUTIL_ROOT");
+    std::string path = machineRootPath();
     std::lock_guard<std::mutex> guard(currentLock());
-    if (*cur && env && *env && (*cur)->root_ == env)
+    if (*cur && (*cur)->root_ == path)
         return *cur;
     std::string root = machineRoot();
     if (root.empty()) {
@@ -429,7 +433,6 @@ LONG Store::reopenAfterFork()
     openCache_.clear();
     subkeyCache_.clear();
     valueListCache_.clear();
-    existsCache_.clear();
     cacheEntries_ = 0;
     cacheSeq_ = 1;
     return openFiles();
@@ -450,7 +453,6 @@ bool Store::cacheable()
         openCache_.clear();
         subkeyCache_.clear();
         valueListCache_.clear();
-        existsCache_.clear();
         cacheEntries_ = 0;
         cacheSeq_ = s;
     }
@@ -460,9 +462,11 @@ bool Store::cacheable()
 // ---------------------------------------------------------------------------
 // Writing
 
+// A write under the writers' lock. A write of one statement runs without
+// BEGIN and COMMIT: SQLite commits it by itself, with no statement journal.
 class Store::WriteTxn {
 public:
-    explicit WriteTxn(Store &s) : s_(s) {}
+    explicit WriteTxn(Store &s, bool oneStatement = false) : s_(s), oneStatement_(oneStatement) {}
     ~WriteTxn()
     {
         if (began_)
@@ -478,6 +482,8 @@ public:
         locked_ = true;
         uint64_t v = loadSeq(s_.seq_);
         storeSeq(s_.seq_, (v & 1) ? v + 2 : v + 1);
+        if (oneStatement_)
+            return ERROR_SUCCESS;
         int rc = Use(s_.stmt_[kBegin]).step();
         if (rc != SQLITE_DONE)
             return s_.sqlError(rc);
@@ -487,6 +493,8 @@ public:
 
     LONG commit()
     {
+        if (oneStatement_)
+            return ERROR_SUCCESS;
         int rc = Use(s_.stmt_[kCommit]).step();
         if (rc != SQLITE_DONE)
             return s_.sqlError(rc); // the destructor rolls back
@@ -504,6 +512,7 @@ private:
     }
 
     Store &s_;
+    const bool oneStatement_;
     bool locked_ = false;
     bool began_ = false;
 };
@@ -536,26 +545,6 @@ LONG Store::keyRow(KeyId id, KeyRow *row)
         return ERROR_SUCCESS;
     }
     return rc == SQLITE_DONE ? ERROR_SUCCESS : sqlError(rc);
-}
-
-LONG Store::exists(KeyId key)
-{
-    std::lock_guard<std::mutex> guard(lock_);
-    if (LONG e = lockForRead())
-        return e;
-    bool cache = cacheable();
-    auto it = existsCache_.find(key);
-    if (it != existsCache_.end())
-        return it->second ? ERROR_SUCCESS : ERROR_KEY_DELETED;
-    KeyRow row;
-    if (LONG e = keyRow(key, &row))
-        return e;
-    bool found = row.found;
-    if (cache) {
-        existsCache_[key] = found;
-        ++cacheEntries_;
-    }
-    return found ? ERROR_SUCCESS : ERROR_KEY_DELETED;
 }
 
 LONG Store::findPath(KeyId base, const std::vector<std::string> &path, KeyId *out)
@@ -752,30 +741,26 @@ LONG Store::queryValue(KeyId key, const std::string &name, DWORD *type, std::str
     return status;
 }
 
+// A value write changes one row: the time of the write is kept with the
+// value, and a key's last write time is the latest of its own and its
+// values' (see info), so the key's row is left alone.
 LONG Store::setValue(KeyId key, const std::string &name, DWORD type, const void *data, size_t size)
 {
     std::lock_guard<std::mutex> guard(lock_);
     if (LONG e = lockForRead())
         return e;
-    WriteTxn txn(*this);
+    WriteTxn txn(*this, true);
     if (LONG e = txn.begin())
         return e;
-    int rc;
     {
-        Use touch(stmt_[kTouchKey]);
-        touch.id(1, key).id(2, fileTimeNow());
-        if ((rc = touch.step()) != SQLITE_DONE)
+        // One statement: nothing is written when the key is gone.
+        Use set(stmt_[kSetValue]);
+        set.id(1, key).blob(2, foldName(name)).blob(3, name).id(4, type).bytes(5, data, size).id(6, fileTimeNow());
+        if (int rc = set.step(); rc != SQLITE_DONE)
             return sqlError(rc);
     }
     if (sqlite3_changes(db_) == 0)
         return ERROR_KEY_DELETED;
-    {
-        Use set(stmt_[kSetValue]);
-        const std::string fold = foldName(name); // bound without a copy: must outlive step()
-        set.id(1, key).blob(2, fold).blob(3, name).id(4, type).bytes(5, data, size);
-        if ((rc = set.step()) != SQLITE_DONE)
-            return sqlError(rc);
-    }
     return txn.commit();
 }
 
@@ -790,8 +775,7 @@ LONG Store::deleteValue(KeyId key, const std::string &name)
     int rc;
     {
         Use del(stmt_[kDeleteValue]);
-        const std::string fold = foldName(name); // bound without a copy: must outlive step()
-        del.id(1, key).blob(2, fold);
+        del.id(1, key).blob(2, foldName(name));
         if ((rc = del.step()) != SQLITE_DONE)
             return sqlError(rc);
     }
@@ -869,7 +853,7 @@ LONG Store::values(KeyId key, std::shared_ptr<const std::vector<ValueEntry>> *ou
         q.id(1, key);
         int rc;
         while ((rc = q.step()) == SQLITE_ROW)
-            list->push_back(ValueEntry{q.text(0), static_cast<DWORD>(q.int64(1)), q.text(2)});
+            list->push_back(ValueEntry{q.text(0), static_cast<DWORD>(q.int64(1)), q.text(2), q.int64(3)});
         if (rc != SQLITE_DONE)
             return sqlError(rc);
     }
@@ -911,6 +895,7 @@ LONG Store::info(KeyId key, KeyInfo *out)
     for (const ValueEntry &v : *vals) {
         info.maxValueNameLen = std::max<DWORD>(info.maxValueNameLen, static_cast<DWORD>(v.name.size()));
         info.maxValueLen = std::max<DWORD>(info.maxValueLen, static_cast<DWORD>(v.data.size()));
+        info.lastWrite = std::max(info.lastWrite, v.lastWrite);
     }
     *out = std::move(info);
     return ERROR_SUCCESS;

@@ -54,6 +54,7 @@ struct ValueEntry {
     std::string name;
     DWORD type = 0;
     std::string data;
+    int64_t lastWrite = 0; // FILETIME units
 };
 
 struct KeyInfo {
@@ -89,11 +90,11 @@ public:
     LONG deleteValue(KeyId key, const std::string &name);
 
     // The subkeys in enumeration order, the values in creation order, and
-    // the key's class and write time; ERROR_KEY_DELETED when it is gone.
+    // the key's class, counts and last write time (its own or its latest
+    // value's); ERROR_KEY_DELETED when it is gone.
     LONG subkeys(KeyId key, std::shared_ptr<const std::vector<SubkeyEntry>> *out);
     LONG values(KeyId key, std::shared_ptr<const std::vector<ValueEntry>> *out);
     LONG info(KeyId key, KeyInfo *out);
-    LONG exists(KeyId key);
 
 private:
     explicit Store(std::string root);
@@ -149,7 +150,6 @@ private:
     std::unordered_map<std::string, std::pair<LONG, KeyId>> openCache_;
     std::unordered_map<KeyId, std::shared_ptr<const std::vector<SubkeyEntry>>> subkeyCache_;
     std::unordered_map<KeyId, std::shared_ptr<const std::vector<ValueEntry>>> valueListCache_;
-    std::unordered_map<KeyId, bool> existsCache_;
 };
 
 } // namespace reg

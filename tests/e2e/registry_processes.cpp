@@ -88,6 +88,27 @@ TEST_F(RegistryTest, TwoProcessesWriteAndReadTheSameKey)
     }
 }
 
+TEST_F(RegistryTest, ReadsSeeTheWritesOfAnotherProcess)
+{
+    SetDword(key_, "v", 1);
+    HKEY reader;
+    ASSERT_EQ(RegOpenKeyExA(HKEY_CURRENT_USER, path_.c_str(), 0, KEY_READ, &reader), ERROR_SUCCESS);
+    for (DWORD expected : {2u, 3u, 4u}) {
+        DWORD v = 0, cb = 4;
+        for (int i = 0; i < 3; ++i) // read more than once: what is kept must not go stale
+            ASSERT_EQ(RegQueryValueExA(reader, "v", nullptr, nullptr, reinterpret_cast<BYTE *>(&v), &cb),
+                      ERROR_SUCCESS);
+        EXPECT_EQ(v, expected - 1);
+        ChildProcess writer;
+        ASSERT_TRUE(writer.Start("regworker", {"set", path_, "v", std::to_string(expected)}));
+        ASSERT_EQ(writer.Wait(), 0);
+        cb = 4;
+        ASSERT_EQ(RegQueryValueExA(reader, "v", nullptr, nullptr, reinterpret_cast<BYTE *>(&v), &cb), ERROR_SUCCESS);
+        EXPECT_EQ(v, expected);
+    }
+    RegCloseKey(reader);
+}
+
 TEST_F(RegistryTest, KilledWriterLeavesTheStoreWhole)
 {
     TS_SKIP_ON_WINE("Wine keeps the registry in its server's memory, so a killed client cannot harm it");

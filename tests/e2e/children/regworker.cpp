@@ -5,6 +5,8 @@
 //     that both overwrite; exit 0 when every read was whole and right.
 //   regworker forever PATH
 //     writes v<i> = i and then last = i for i = 0, 1, ... until killed.
+//   regworker set PATH NAME NUMBER
+//     writes one REG_DWORD.
 // Exit codes: 2 bad arguments, 3 a registry call failed, 4 a wrong read.
 #include <windows.h>
 
@@ -92,6 +94,8 @@ int main(int argc, char **argv)
         rc = exchange(k, argv[3], argv[4], static_cast<DWORD>(strtoul(argv[5], nullptr, 10)));
     else if (mode == "forever")
         rc = forever(k);
+    else if (mode == "set" && argc == 5)
+        rc = setDword(k, argv[3], static_cast<DWORD>(strtoul(argv[4], nullptr, 10))) ? 3 : 0;
     RegCloseKey(k);
     return rc;
 }
