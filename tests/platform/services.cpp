@@ -28,7 +28,7 @@ void SetPipeTimeout(DWORD ms)
 TEST_F(ServiceTest, StartPauseContinueInterrogateStopDelete)
 {
     std::string name;
-    SC_HANDLE svc = Create("", SERVICE_DEMAND_START, &name);
+    SC_HANDLE svc = Create("slowstop 200", SERVICE_DEMAND_START, &name); // stop pending for a while
     ASSERT_NE(svc, nullptr);
     SERVICE_STATUS st{};
     ASSERT_TRUE(QueryServiceStatus(svc, &st));
