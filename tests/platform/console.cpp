@@ -38,6 +38,8 @@ private:
     bool started_ = false;
 };
 
+BOOL WINAPI PassOn(DWORD) { return FALSE; }
+
 } // namespace
 
 #ifndef _WIN32
@@ -122,7 +124,7 @@ TEST(ConsoleEvents, RepeatedSignalDoesNotKillAProcessThatIsStopping)
 
 TEST(ConsoleEvents, RemovingAHandlerThatIsNotThereFails)
 {
-    auto handler = [](DWORD) -> BOOL { return FALSE; };
+    PHANDLER_ROUTINE handler = PassOn;
     EXPECT_FALSE(SetConsoleCtrlHandler(handler, FALSE));
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
     EXPECT_TRUE(SetConsoleCtrlHandler(handler, TRUE));

@@ -13,6 +13,8 @@ DWORD Control(SC_HANDLE svc, DWORD control, SERVICE_STATUS &st)
     return ControlService(svc, control, &st) ? ERROR_SUCCESS : GetLastError();
 }
 
+void WINAPI NeverRuns(DWORD, LPSTR *) {}
+
 void SetPipeTimeout(DWORD ms)
 {
     HKEY key;
@@ -137,7 +139,7 @@ TEST_F(ServiceTest, ErrorCodesOfTheClientCalls)
 
     // This process was not started by the manager.
     char tableName[] = "NotStartedByTheManager";
-    SERVICE_TABLE_ENTRYA table[] = {{tableName, [](DWORD, LPSTR *) {}}, {nullptr, nullptr}};
+    SERVICE_TABLE_ENTRYA table[] = {{tableName, NeverRuns}, {nullptr, nullptr}};
     EXPECT_FALSE(StartServiceCtrlDispatcherA(table));
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FAILED_SERVICE_CONTROLLER_CONNECT));
 }

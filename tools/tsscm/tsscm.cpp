@@ -258,7 +258,9 @@ DWORD startService(const ServicePtr &s, std::vector<std::string> args, std::uniq
 {
     if (s->deleteMark)
         return ERROR_SERVICE_MARKED_FOR_DELETE;
-    if (running(*s) || s->launching)
+    // A process that reported SERVICE_STOPPED and is still ending does not
+    // hold up the next start.
+    if (s->status.dwCurrentState != SERVICE_STOPPED || s->launching)
         return ERROR_SERVICE_ALREADY_RUNNING;
     ServiceConfig config;
     if (!tsscm::readService(s->name, config))
