@@ -200,9 +200,13 @@ namespace {
 struct HandleCacheOwner {
     CachedHandle entries[kCachedHandles];
     int next = 0;
+    // Set at the thread's end: calls made after it (from later thread-exit
+    // hooks) look up without caching.
+    static thread_local bool gone;
     ~HandleCacheOwner()
     {
         tlsHandleCache = nullptr;
+        gone = true;
         for (CachedHandle &e : entries)
             drop(e);
     }
@@ -213,6 +217,8 @@ struct HandleCacheOwner {
         e = CachedHandle();
     }
 };
+
+thread_local bool HandleCacheOwner::gone = false;
 
 HandleCacheOwner &handleCacheOwner()
 {
@@ -258,6 +264,8 @@ bool lookupHandle(HANDLE h, HandleRef &out)
 // entered in the cache when it is of a kind that may stay pinned.
 bool lookupAndCache(HANDLE h, HandleRef &out)
 {
+    if (HandleCacheOwner::gone)
+        return lookupHandle(h, out);
     HandleCacheOwner &cache = handleCacheOwner();
     for (CachedHandle &e : cache.entries)
         if (e.handle == h)
