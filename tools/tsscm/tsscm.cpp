@@ -9,7 +9,8 @@
 //                       connected and no service process running
 //   --notify-fd=N       writes "R" to N once it listens
 //
-// One thread per connection; all state sits under one lock. A service
+// One thread per connection; all state sits under one lock, which a
+// request gives up while it waits for a service. A service
 // process is known by its pid: a dispatcher that connects from a pid the
 // daemon did not start is refused.
 #include "database.h"
@@ -55,8 +56,6 @@ struct Service {
     bool deleteMark = false;
     bool controlBusy = false;
     uint32_t controlSeq = 0;
-    bool controlAnswered = false;
-    DWORD controlResult = 0;
 };
 using ServicePtr = std::shared_ptr<Service>;
 
@@ -71,6 +70,10 @@ long idleExitMs = 2000;
 std::string socketPath;
 ino_t socketInode = 0;
 int listenFd = -1;
+// HKLM\SYSTEM\CurrentControlSet\Control\ServicesPipeTimeout: how long a
+// started process may take to reach its dispatcher, and a handler to
+// return. Read when the daemon starts and at each service start.
+DWORD pipeTimeoutMs = 30000;
 
 void logLine(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 void logLine(const char *fmt, ...)
@@ -234,7 +237,10 @@ void reap(pid_t pid)
         if (s->pid != pid)
             continue;
         s->pid = 0;
-        s->controlBusy = false;
+        if (!s->controlBusy && s->controlFd >= 0) {
+            close(s->controlFd);
+            s->controlFd = -1;
+        }
         if (s->launching) {
             s->launching = false;
             s->launchError = ERROR_PROCESS_ABORTED;
@@ -277,7 +283,7 @@ DWORD startService(const ServicePtr &s, std::vector<std::string> args, std::uniq
     }
     s->status = SERVICE_STATUS{config.type & SERVICE_WIN32, SERVICE_START_PENDING, 0, 0, 0, 0, kStartWaitHint};
     logLine("%s: started process %d", s->name.c_str(), static_cast<int>(s->pid));
-    DWORD timeout = tsscm::readControlValue("ServicesPipeTimeout", 30000);
+    DWORD timeout = pipeTimeoutMs = tsscm::readControlValue("ServicesPipeTimeout", 30000);
     pid_t pid = s->pid;
     auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout);
     changed.wait_until(g, deadline, [&] { return !s->launching || s->pid != pid; });
@@ -313,14 +319,15 @@ bool accepts(DWORD control, DWORD accepted)
     }
 }
 
-// Delivers one control and waits for the handler's return.
+// Delivers one control and waits for the handler's return. The caller's
+// thread reads the answer from the dispatcher's connection itself: only
+// one control at a time uses it.
 DWORD controlService(const ServicePtr &s, DWORD control, std::unique_lock<std::mutex> &g)
 {
     if (control == 0 || control > 255)
         return ERROR_INVALID_PARAMETER;
-    DWORD timeout = tsscm::readControlValue("ServicesPipeTimeout", 30000);
+    DWORD timeout = pipeTimeoutMs;
     auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout);
-    // One control at a time per service.
     while (s->controlBusy && running(*s))
         if (changed.wait_until(g, deadline) == std::cv_status::timeout && s->controlBusy)
             return ERROR_SERVICE_REQUEST_TIMEOUT;
@@ -335,27 +342,43 @@ DWORD controlService(const ServicePtr &s, DWORD control, std::unique_lock<std::m
     int fd = s->controlFd;
     uint32_t seq = ++s->controlSeq;
     s->controlBusy = true;
-    s->controlAnswered = false;
-    if (!sendFrame(fd, Writer().u32(static_cast<uint32_t>(Push::Control)).u32(seq).u32(control).data())) {
-        s->controlBusy = false;
-        changed.notify_all();
-        return ERROR_SERVICE_REQUEST_TIMEOUT;
+    bool answered = false, gone = false;
+    DWORD result = 0;
+    if (sendFrame(fd, Writer().u32(static_cast<uint32_t>(Push::Control)).u32(seq).u32(control).data())) {
+        g.unlock();
+        long long end = monotonicMs() + timeout;
+        for (;;) {
+            std::string frame;
+            long long left = end - monotonicMs();
+            if (!recvFrame(fd, frame, static_cast<int>(left < 0 ? 0 : left))) {
+                gone = errno != ETIMEDOUT;
+                break;
+            }
+            Reader c(frame);
+            // An answer to an earlier control that timed out is passed over.
+            if (c.u32() == static_cast<uint32_t>(Op::ControlDone) && c.u32() == seq) {
+                result = c.u32();
+                answered = c.ok();
+                break;
+            }
+        }
+        g.lock();
+    } else {
+        gone = true;
     }
-    changed.wait_until(g, deadline, [&] {
-        return (s->controlAnswered && s->controlSeq == seq) || s->controlFd != fd || s->pid == 0;
-    });
-    if (s->controlAnswered && s->controlSeq == seq) {
-        s->controlBusy = false;
-        changed.notify_all();
-        return s->controlResult;
-    }
-    if (s->controlFd != fd || s->pid == 0) {
-        // The process or its dispatcher ended while the control ran.
-        s->controlBusy = false;
-        changed.notify_all();
+    s->controlBusy = false;
+    changed.notify_all();
+    if (answered)
+        return result;
+    if (gone) {
+        // The dispatcher ended (the process with it, or it returned).
+        if (s->controlFd == fd) {
+            close(fd);
+            s->controlFd = -1;
+        }
         return s->status.dwCurrentState == SERVICE_STOPPED ? ERROR_SUCCESS : ERROR_SERVICE_REQUEST_TIMEOUT;
     }
-    return ERROR_SERVICE_REQUEST_TIMEOUT; // busy until the handler returns
+    return ERROR_SERVICE_REQUEST_TIMEOUT;
 }
 
 // ---- requests
@@ -520,9 +543,10 @@ std::string handle(Reader &r, Op op, std::unique_lock<std::mutex> &g, pid_t peer
     }
 }
 
-// The dispatcher's connection: the reply names the service to run, then
-// the connection carries controls out and their answers back.
-void serveDispatcher(int fd, pid_t peer, Reader &r, std::unique_lock<std::mutex> &g)
+// The dispatcher's connection: the reply names the service to run; the
+// connection then belongs to the service and carries its controls. True
+// when the service took it.
+bool serveDispatcher(int fd, pid_t peer, std::unique_lock<std::mutex> &)
 {
     ServicePtr s;
     for (auto &entry : services)
@@ -530,38 +554,20 @@ void serveDispatcher(int fd, pid_t peer, Reader &r, std::unique_lock<std::mutex>
             s = entry.second;
     if (!s) {
         sendFrame(fd, Writer().u32(ERROR_FAILED_SERVICE_CONTROLLER_CONNECT).data());
-        return;
+        return false;
     }
     Writer w;
     w.u32(0).str(s->name).u32(static_cast<uint32_t>(s->args.size()));
     for (const std::string &a : s->args)
         w.str(a);
     if (!sendFrame(fd, w.data()))
-        return;
+        return false;
+    if (s->controlFd >= 0)
+        close(s->controlFd); // the previous process's, which reported SERVICE_STOPPED
     s->controlFd = fd;
     s->launching = false;
     changed.notify_all();
-    for (;;) {
-        g.unlock();
-        std::string frame;
-        bool ok = recvFrame(fd, frame);
-        g.lock();
-        if (!ok)
-            break;
-        Reader c(frame);
-        if (c.u32() != static_cast<uint32_t>(Op::ControlDone))
-            continue;
-        uint32_t seq = c.u32();
-        DWORD result = c.u32();
-        if (c.ok() && s->controlBusy && s->controlSeq == seq) {
-            s->controlAnswered = true;
-            s->controlResult = result;
-            changed.notify_all();
-        }
-    }
-    if (s->controlFd == fd)
-        s->controlFd = -1;
-    changed.notify_all();
+    return true;
 }
 
 void serve(int fd)
@@ -587,7 +593,8 @@ void serve(int fd)
         Reader r(frame);
         Op op = static_cast<Op>(r.u32());
         if (op == Op::Dispatcher) {
-            serveDispatcher(fd, cred.pid, r, g);
+            if (serveDispatcher(fd, cred.pid, g))
+                fd = -1; // the service's now
             break;
         }
         std::string reply = handle(r, op, g, cred.pid);
@@ -597,7 +604,8 @@ void serve(int fd)
     --connections;
     changed.notify_all();
     g.unlock();
-    close(fd);
+    if (fd >= 0)
+        close(fd);
 }
 
 // Sends SERVICE_CONTROL_SHUTDOWN to each running service that accepts it,
@@ -844,6 +852,7 @@ int main(int argc, char **argv)
             std::thread(signalWatcher).detach();
         }
     }
+    pipeTimeoutMs = tsscm::readControlValue("ServicesPipeTimeout", 30000);
     std::thread(watchdog).detach();
     bool autostart = !onDemand || firstStartThisBoot(run);
     if (notifyFd >= 0) {
