@@ -337,24 +337,32 @@ SC_HANDLE WINAPI OpenSCManagerA(LPCSTR lpMachineName, LPCSTR lpDatabaseName, DWO
                                                                              : ERROR_INVALID_NAME);
         return nullptr;
     }
-    unsigned long err = 0;
-    int fd = connectManager(true, &err);
+    // The first exchange tells whether the daemon takes us at all. A daemon
+    // that ended just as we connected is started again, once.
+    int fd = -1;
+    for (int attempt = 0; attempt < 2 && fd < 0; ++attempt) {
+        unsigned long err = 0;
+        fd = connectManager(true, &err);
+        if (fd < 0) {
+            SetLastError(static_cast<DWORD>(err));
+            return nullptr;
+        }
+        std::string reply;
+        if (!sendFrame(fd, Writer().u32(static_cast<uint32_t>(Op::Hello)).data()) || !recvFrame(fd, reply, 30000)) {
+            close(fd);
+            fd = -1;
+            continue;
+        }
+        Reader r(reply);
+        DWORD code = r.u32();
+        if (!r.ok() || code != ERROR_SUCCESS) {
+            close(fd);
+            SetLastError(r.ok() ? code : static_cast<DWORD>(RPC_S_SERVER_UNAVAILABLE));
+            return nullptr;
+        }
+    }
     if (fd < 0) {
-        SetLastError(static_cast<DWORD>(err));
-        return nullptr;
-    }
-    // The first exchange tells whether the daemon takes us at all.
-    std::string reply;
-    if (!sendFrame(fd, Writer().u32(static_cast<uint32_t>(Op::Hello)).data()) || !recvFrame(fd, reply, 30000)) {
-        close(fd);
         SetLastError(RPC_S_SERVER_UNAVAILABLE);
-        return nullptr;
-    }
-    Reader r(reply);
-    DWORD code = r.u32();
-    if (!r.ok() || code != ERROR_SUCCESS) {
-        close(fd);
-        SetLastError(r.ok() ? code : static_cast<DWORD>(RPC_S_SERVER_UNAVAILABLE));
         return nullptr;
     }
     auto *m = new ManagerObject;
