@@ -368,16 +368,18 @@ DWORD controlService(const ServicePtr &s, DWORD control, std::unique_lock<std::m
     }
     s->controlBusy = false;
     changed.notify_all();
+    if (s->controlFd != fd) {
+        close(fd); // a new process's dispatcher took its place meanwhile
+        gone = !answered;
+    } else if (gone) {
+        // The dispatcher ended (the process with it, or it returned).
+        close(fd);
+        s->controlFd = -1;
+    }
     if (answered)
         return result;
-    if (gone) {
-        // The dispatcher ended (the process with it, or it returned).
-        if (s->controlFd == fd) {
-            close(fd);
-            s->controlFd = -1;
-        }
+    if (gone)
         return s->status.dwCurrentState == SERVICE_STOPPED ? ERROR_SUCCESS : ERROR_SERVICE_REQUEST_TIMEOUT;
-    }
     return ERROR_SERVICE_REQUEST_TIMEOUT;
 }
 
@@ -562,8 +564,9 @@ bool serveDispatcher(int fd, pid_t peer, std::unique_lock<std::mutex> &)
         w.str(a);
     if (!sendFrame(fd, w.data()))
         return false;
-    if (s->controlFd >= 0)
+    if (s->controlFd >= 0 && !s->controlBusy)
         close(s->controlFd); // the previous process's, which reported SERVICE_STOPPED
+                             // (a control still reading it closes it itself)
     s->controlFd = fd;
     s->launching = false;
     changed.notify_all();
