@@ -74,8 +74,8 @@ struct Installed {
                 return true;
             if (s == 0)
                 return false;
-            if (i > 100)
-                Sleep(1);
+            if (i > 2000)
+                Sleep(1); // polls without a pause first: each is a round trip to the manager
         }
         return false;
     }

@@ -28,6 +28,13 @@ struct Dispatcher {
 
     std::mutex statusLock; // one SetServiceStatus exchange at a time
     int statusFd = -1;
+
+    // While a handler runs on the dispatcher's thread, its reports go on the
+    // dispatcher's connection, ahead of the handler's answer: the manager
+    // applies them as they come and before it answers the control.
+    DWORD dispatcherThread = 0;
+    int controlFd = -1;
+    bool inHandler = false; // written and read on the dispatcher's thread only
 };
 
 Dispatcher &dispatcher()
@@ -142,6 +149,8 @@ BOOL WINAPI StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA *lpServiceSta
         d.argv.push_back(nullptr);
         d.connected = true;
     }
+    d.dispatcherThread = GetCurrentThreadId();
+    d.controlFd = fd;
     HANDLE thread = CreateThread(nullptr, 0, serviceMainThread, nullptr, 0, nullptr);
     if (!thread) {
         close(fd);
@@ -182,10 +191,12 @@ BOOL WINAPI StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA *lpServiceSta
             ctx = d.context;
         }
         DWORD result = NO_ERROR;
+        d.inHandler = true;
         if (hx)
             result = hx(control, 0, nullptr, ctx);
         else if (h)
             h(control);
+        d.inHandler = false;
         sendFrame(fd, Writer().u32(static_cast<uint32_t>(Op::ControlDone)).u32(seq).u32(result).data());
     }
     close(fd);
@@ -214,7 +225,10 @@ BOOL WINAPI SetServiceStatus(SERVICE_STATUS_HANDLE hServiceStatus, LPSERVICE_STA
     if (st.dwCurrentState < SERVICE_STOPPED || st.dwCurrentState > SERVICE_PAUSED)
         return fail(ERROR_INVALID_DATA);
     DWORD code = ERROR_SUCCESS;
-    {
+    if (d.inHandler && GetCurrentThreadId() == d.dispatcherThread) {
+        if (!sendFrame(d.controlFd, Writer().u32(static_cast<uint32_t>(Op::SetStatus)).status(st).data()))
+            code = RPC_S_SERVER_UNAVAILABLE;
+    } else {
         std::lock_guard<std::mutex> g(d.statusLock);
         for (int attempt = 0; attempt < 2; ++attempt) {
             if (d.statusFd < 0) {

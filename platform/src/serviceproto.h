@@ -41,7 +41,8 @@ enum class Op : uint32_t {
     Query,            // id -> err, status
     Delete,           // id -> err
     Enumerate,        // type, state -> err, count, (name, display, status)...
-    SetStatus,        // status -> err (from a service process)
+    SetStatus,        // status -> err (from a service process); on the dispatcher's
+                      // connection, from inside a handler: no reply
     Dispatcher,       // names... -> err, name, argc, args... (the connection then carries controls)
     ControlDone,      // seq, result (dispatcher -> daemon)
     StopManager,      // -> err (the daemon stops its services and ends)
@@ -174,7 +175,25 @@ inline long long monotonicMs()
 inline bool readAll(int fd, char *p, size_t n, int timeoutMs)
 {
     long long deadline = timeoutMs < 0 ? 0 : monotonicMs() + timeoutMs;
+    bool socket = true;
     while (n) {
+        if (timeoutMs >= 0 && socket) {
+            // What has arrived is taken without a poll first.
+            ssize_t got = recv(fd, p, n, MSG_DONTWAIT);
+            if (got > 0) {
+                p += got;
+                n -= static_cast<size_t>(got);
+                continue;
+            }
+            if (got == 0) {
+                errno = ECONNRESET;
+                return false;
+            }
+            if (errno == ENOTSOCK)
+                socket = false;
+            else if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)
+                return false;
+        }
         if (timeoutMs >= 0) {
             long long left = deadline - monotonicMs();
             if (left < 0)

@@ -355,8 +355,20 @@ DWORD controlService(const ServicePtr &s, DWORD control, std::unique_lock<std::m
                 break;
             }
             Reader c(frame);
+            uint32_t op = c.u32();
+            if (op == static_cast<uint32_t>(Op::SetStatus)) {
+                // Reported by the handler itself: the manager has it before the answer.
+                SERVICE_STATUS st = c.status();
+                if (c.ok() && st.dwCurrentState >= SERVICE_STOPPED && st.dwCurrentState <= SERVICE_PAUSED) {
+                    g.lock();
+                    s->status = st;
+                    settle(s);
+                    g.unlock();
+                }
+                continue;
+            }
             // An answer to an earlier control that timed out is passed over.
-            if (c.u32() == static_cast<uint32_t>(Op::ControlDone) && c.u32() == seq) {
+            if (op == static_cast<uint32_t>(Op::ControlDone) && c.u32() == seq) {
                 result = c.u32();
                 answered = c.ok();
                 break;
