@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 
+#include <atomic>
 #include <mutex>
 #include <vector>
 
@@ -224,9 +225,13 @@ BOOL WINAPI SetServiceStatus(SERVICE_STATUS_HANDLE hServiceStatus, LPSERVICE_STA
     SERVICE_STATUS st = *lpServiceStatus;
     if (st.dwCurrentState < SERVICE_STOPPED || st.dwCurrentState > SERVICE_PAUSED)
         return fail(ERROR_INVALID_DATA);
+    // Reports travel on two connections; their order is the order of the
+    // calls, which the manager restores from this count.
+    static std::atomic<uint64_t> reports{0};
+    uint64_t seq = ++reports;
     DWORD code = ERROR_SUCCESS;
     if (d.inHandler && GetCurrentThreadId() == d.dispatcherThread) {
-        if (!sendFrame(d.controlFd, Writer().u32(static_cast<uint32_t>(Op::SetStatus)).status(st).data()))
+        if (!sendFrame(d.controlFd, Writer().u32(static_cast<uint32_t>(Op::SetStatus)).status(st).u64(seq).data()))
             code = RPC_S_SERVER_UNAVAILABLE;
     } else {
         std::lock_guard<std::mutex> g(d.statusLock);
@@ -240,7 +245,7 @@ BOOL WINAPI SetServiceStatus(SERVICE_STATUS_HANDLE hServiceStatus, LPSERVICE_STA
                 }
             }
             std::string reply;
-            if (sendFrame(d.statusFd, Writer().u32(static_cast<uint32_t>(Op::SetStatus)).status(st).data()) &&
+            if (sendFrame(d.statusFd, Writer().u32(static_cast<uint32_t>(Op::SetStatus)).status(st).u64(seq).data()) &&
                 recvFrame(d.statusFd, reply, 30000)) {
                 Reader r(reply);
                 code = r.u32();

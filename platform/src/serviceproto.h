@@ -41,7 +41,7 @@ enum class Op : uint32_t {
     Query,            // id -> err, status
     Delete,           // id -> err
     Enumerate,        // type, state -> err, count, (name, display, status)...
-    SetStatus,        // status -> err (from a service process); on the dispatcher's
+    SetStatus,        // status, seq -> err (from a service process); on the dispatcher's
                       // connection, from inside a handler: no reply
     Dispatcher,       // names... -> err, name, argc, args... (the connection then carries controls)
     ControlDone,      // seq, result (dispatcher -> daemon)

@@ -256,3 +256,20 @@ TEST_F(ServiceTest, AutomaticServicesStartWithTheManager)
     created_.clear();
     scm_ = nullptr;
 }
+
+TEST_F(ServiceTest, ReportsFromHandlerAndServiceThreadKeepTheirOrder)
+{
+    // The handler reports SERVICE_STOP_PENDING and the service thread
+    // SERVICE_STOPPED a moment later: the manager must end with the last.
+    SC_HANDLE svc = Create();
+    ASSERT_NE(svc, nullptr);
+    for (int i = 0; i < 20; ++i) {
+        ASSERT_TRUE(StartServiceA(svc, 0, nullptr)) << "round " << i << ": " << GetLastError();
+        ASSERT_TRUE(WaitForState(svc, SERVICE_RUNNING)) << "round " << i;
+        SERVICE_STATUS st{};
+        ASSERT_EQ(Control(svc, SERVICE_CONTROL_STOP, st), 0u) << "round " << i;
+        SERVICE_STATUS end{};
+        ASSERT_TRUE(WaitForState(svc, SERVICE_STOPPED, &end)) << "round " << i;
+        EXPECT_EQ(end.dwWin32ExitCode, 0u);
+    }
+}

@@ -55,6 +55,7 @@ struct Service {
     int controlFd = -1;      // the dispatcher's connection
     bool deleteMark = false;
     bool controlBusy = false;
+    uint64_t statusSeq = 0;  // the latest report applied, in the process's count
     uint32_t controlSeq = 0;
 };
 using ServicePtr = std::shared_ptr<Service>;
@@ -274,6 +275,7 @@ DWORD startService(const ServicePtr &s, std::vector<std::string> args, std::uniq
     if (config.start == SERVICE_DISABLED)
         return ERROR_SERVICE_DISABLED;
     s->args = std::move(args);
+    s->statusSeq = 0;
     s->launching = true;
     s->launchError = 0;
     DWORD e = launch(s, config);
@@ -359,10 +361,14 @@ DWORD controlService(const ServicePtr &s, DWORD control, std::unique_lock<std::m
             if (op == static_cast<uint32_t>(Op::SetStatus)) {
                 // Reported by the handler itself: the manager has it before the answer.
                 SERVICE_STATUS st = c.status();
+                uint64_t reportSeq = c.u64();
                 if (c.ok() && st.dwCurrentState >= SERVICE_STOPPED && st.dwCurrentState <= SERVICE_PAUSED) {
                     g.lock();
-                    s->status = st;
-                    settle(s);
+                    if (reportSeq > s->statusSeq) {
+                        s->statusSeq = reportSeq;
+                        s->status = st;
+                        settle(s);
+                    }
                     g.unlock();
                 }
                 continue;
@@ -533,6 +539,7 @@ std::string handle(Reader &r, Op op, std::unique_lock<std::mutex> &g, pid_t peer
     }
     case Op::SetStatus: {
         SERVICE_STATUS st = r.status();
+        uint64_t reportSeq = r.u64();
         if (!r.ok())
             return Writer().u32(ERROR_INVALID_PARAMETER).data();
         if (st.dwCurrentState < SERVICE_STOPPED || st.dwCurrentState > SERVICE_PAUSED)
@@ -541,8 +548,11 @@ std::string handle(Reader &r, Op op, std::unique_lock<std::mutex> &g, pid_t peer
             ServicePtr s = entry.second;
             if (s->pid != peer || peer == 0)
                 continue;
-            s->status = st;
-            settle(s);
+            if (reportSeq > s->statusSeq) { // else a later report came first, on the other connection
+                s->statusSeq = reportSeq;
+                s->status = st;
+                settle(s);
+            }
             return Writer().u32(0).data();
         }
         return Writer().u32(ERROR_INVALID_HANDLE).data();
