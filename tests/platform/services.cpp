@@ -102,8 +102,9 @@ TEST_F(ServiceTest, ErrorCodesOfTheClientCalls)
     EXPECT_EQ(create(name.c_str(), nullptr), static_cast<DWORD>(ERROR_SERVICE_EXISTS));
     EXPECT_EQ(create(upper.c_str(), nullptr), static_cast<DWORD>(ERROR_SERVICE_EXISTS));
     std::string other = name + "x";
-    if (!tstest::RunningUnderWine()) // Wine's manager does not compare display names with service names
+    if (!tstest::RunningUnderWine()) { // Wine's manager does not compare display names with service names
         EXPECT_EQ(create(other.c_str(), name.c_str()), static_cast<DWORD>(ERROR_DUPLICATE_SERVICE_NAME));
+    }
     EXPECT_EQ(create("", nullptr), static_cast<DWORD>(ERROR_INVALID_NAME));
     EXPECT_EQ(create("a/b", nullptr), static_cast<DWORD>(ERROR_INVALID_NAME));
     EXPECT_EQ(create("a\\b", nullptr), static_cast<DWORD>(ERROR_INVALID_NAME));
@@ -135,8 +136,9 @@ TEST_F(ServiceTest, ErrorCodesOfTheClientCalls)
     ASSERT_TRUE(StartServiceA(svc, 0, nullptr)) << GetLastError();
     ASSERT_TRUE(WaitForState(svc, SERVICE_RUNNING));
     EXPECT_EQ(Control(svc, SERVICE_CONTROL_PAUSE, st), static_cast<DWORD>(ERROR_INVALID_SERVICE_CONTROL));
-    if (!tstest::RunningUnderWine()) // Wine's manager leaves the status out for this code
+    if (!tstest::RunningUnderWine()) { // Wine's manager leaves the status out for this code
         EXPECT_EQ(st.dwCurrentState, static_cast<DWORD>(SERVICE_RUNNING));
+    }
     EXPECT_EQ(Control(svc, 0, st), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
 
     // This process was not started by the manager.
