@@ -51,7 +51,7 @@
 #define ERROR_PROC_NOT_FOUND                    127L
 #define ERROR_NEGATIVE_SEEK                     131L
 #define ERROR_DIR_NOT_EMPTY                     145L
-#define ERROR_SIGNAL_REFCOUNT_EXCEEDED          156L
+#define ERROR_SIGNAL_REFUSED          156L
 #define ERROR_NOT_LOCKED                        158L
 #define ERROR_BAD_PATHNAME                      161L
 #define ERROR_MAX_THRDS_REACHED                 164L

@@ -41,6 +41,15 @@ public:
     virtual Waitable *asWaitable() { return nullptr; }
 
     void addRef() { refs_.fetch_add(1, std::memory_order_relaxed); }
+    // Takes a reference unless the object is already being destroyed.
+    bool tryAddRef()
+    {
+        long n = refs_.load(std::memory_order_relaxed);
+        while (n > 0)
+            if (refs_.compare_exchange_weak(n, n + 1, std::memory_order_acquire, std::memory_order_relaxed))
+                return true;
+        return false;
+    }
     void release()
     {
         if (refs_.fetch_sub(1, std::memory_order_acq_rel) == 1)
@@ -107,7 +116,7 @@ bool closeTableHandle(HANDLE h);
 // Number of open handles of the process.
 DWORD openHandleCount();
 
-constexpr HANDLE kCurrentProcessPseudo = reinterpret_cast<HANDLE>(static_cast<intptr_t>(-1));
-constexpr HANDLE kCurrentThreadPseudo = reinterpret_cast<HANDLE>(static_cast<intptr_t>(-2));
+inline const HANDLE kCurrentProcessPseudo = reinterpret_cast<HANDLE>(static_cast<intptr_t>(-1));
+inline const HANDLE kCurrentThreadPseudo = reinterpret_cast<HANDLE>(static_cast<intptr_t>(-2));
 
 } // namespace tsp

@@ -27,13 +27,14 @@ public:
     bool exiting = false; // under suspendLock: no more suspension signals
     std::atomic<int> priority{THREAD_PRIORITY_NORMAL};
     std::atomic<DWORD_PTR> affinity{0};
-    std::atomic<DWORD> exitCode{STILL_ACTIVE};
+    std::atomic<DWORD> exitCode{STILL_ACTIVE}; // STILL_ACTIVE until the end
+    std::atomic<DWORD> result{0};               // what the end will report
     std::atomic<bool> everOwnedMutex{false};
     bool ended = false; // under lock
     HANDLE autoCloseHandle = nullptr; // _beginthread's handle, closed at the end
 
-    // Start routine, for threads this layer starts.
-    DWORD (*startEx)(void *) = nullptr;
+    // Start routine, for threads this layer starts: one of the two.
+    unsigned (*startEx)(void *) = nullptr;
     void (*startPlain)(void *) = nullptr;
     void *arg = nullptr;
 };

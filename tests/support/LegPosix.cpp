@@ -1,7 +1,9 @@
 // The POSIX leg of the test helpers.
 #include "TestSupport.h"
 
+#include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -39,6 +41,32 @@ ScopedMachineRoot::~ScopedMachineRoot()
         unsetenv("TSUTIL_ROOT");
     std::error_code ec;
     std::filesystem::remove_all(path_, ec);
+}
+
+void WaitUntilBlocked(DWORD threadId)
+{
+    std::string path = "/proc/self/task/" + std::to_string(threadId) + "/stat";
+    for (DWORD waited = 0; waited < kWaitBound; ++waited) {
+        if (FILE *f = fopen(path.c_str(), "r")) {
+            char buf[512] = {};
+            size_t n = fread(buf, 1, sizeof buf - 1, f);
+            fclose(f);
+            // The state follows the command name in parentheses.
+            const char *close = strrchr(buf, ')');
+            if (n && close && close[1] == ' ' && close[2] == 'S')
+                return;
+        }
+        timespec pause{0, 1000000L};
+        nanosleep(&pause, nullptr);
+    }
+    ADD_FAILURE() << "thread " << threadId << " never blocked";
+}
+
+double ProcessCpuMs()
+{
+    timespec ts;
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
+    return ts.tv_sec * 1000.0 + ts.tv_nsec / 1e6;
 }
 
 std::string SiblingProgram(const std::string &name)

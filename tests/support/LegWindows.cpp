@@ -14,6 +14,21 @@ bool RunningOnPosix() { return false; }
 ScopedMachineRoot::ScopedMachineRoot() {}
 ScopedMachineRoot::~ScopedMachineRoot() {}
 
+void WaitUntilBlocked(DWORD)
+{
+    Sleep(100);
+}
+
+double ProcessCpuMs()
+{
+    FILETIME created, exited, kernel, user;
+    GetProcessTimes(GetCurrentProcess(), &created, &exited, &kernel, &user);
+    auto ms = [](const FILETIME &f) {
+        return ((static_cast<ULONGLONG>(f.dwHighDateTime) << 32) | f.dwLowDateTime) / 10000.0;
+    };
+    return ms(kernel) + ms(user);
+}
+
 std::string SiblingProgram(const std::string &name)
 {
     char path[MAX_PATH];

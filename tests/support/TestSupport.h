@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,18 @@ private:
     std::string previous_;
     bool hadPrevious_ = false;
 };
+
+// Starts fn on a new thread with _beginthreadex; the caller closes the
+// handle. fn's result is the thread's exit code.
+HANDLE StartThread(std::function<unsigned()> fn, bool suspended = false);
+
+// Returns once the thread with this id is blocked (asleep in the kernel),
+// at most after kWaitBound. On POSIX the thread's state is read from /proc;
+// Windows has no public call for it, so that leg grants a short grace.
+void WaitUntilBlocked(DWORD threadId);
+
+// CPU time the process has used so far, in milliseconds.
+double ProcessCpuMs();
 
 // The full path of a program built beside the test executable.
 std::string SiblingProgram(const std::string &name);

@@ -1,0 +1,110 @@
+// Critical sections: a recursive lock in the caller's CRITICAL_SECTION,
+// with no allocation. LockCount is the futex word: 0 free, 1 held, 2 held
+// with sleepers; OwningThread holds the owner's thread id.
+#include "futex.h"
+
+#include <windows.h>
+
+#include <climits>
+
+namespace {
+
+std::atomic<uint32_t> *lockWord(LPCRITICAL_SECTION cs)
+{
+    static_assert(sizeof(LONG) == sizeof(std::atomic<uint32_t>), "lock word");
+    return reinterpret_cast<std::atomic<uint32_t> *>(&cs->LockCount);
+}
+
+DWORD ownerOf(LPCRITICAL_SECTION cs)
+{
+    return static_cast<DWORD>(__atomic_load_n(reinterpret_cast<uintptr_t *>(&cs->OwningThread), __ATOMIC_RELAXED));
+}
+
+void setOwner(LPCRITICAL_SECTION cs, DWORD id)
+{
+    __atomic_store_n(reinterpret_cast<uintptr_t *>(&cs->OwningThread), static_cast<uintptr_t>(id), __ATOMIC_RELAXED);
+}
+
+} // namespace
+
+extern "C" {
+
+void WINAPI InitializeCriticalSection(LPCRITICAL_SECTION cs)
+{
+    cs->DebugInfo = nullptr;
+    cs->LockCount = 0;
+    cs->RecursionCount = 0;
+    cs->OwningThread = nullptr;
+    cs->LockSemaphore = nullptr;
+    cs->SpinCount = 0;
+}
+
+BOOL WINAPI InitializeCriticalSectionAndSpinCount(LPCRITICAL_SECTION cs, DWORD dwSpinCount)
+{
+    InitializeCriticalSection(cs);
+    cs->SpinCount = dwSpinCount;
+    return TRUE;
+}
+
+void WINAPI EnterCriticalSection(LPCRITICAL_SECTION cs)
+{
+    DWORD self = GetCurrentThreadId();
+    if (ownerOf(cs) == self) {
+        ++cs->RecursionCount;
+        return;
+    }
+    std::atomic<uint32_t> *word = lockWord(cs);
+    uint32_t c = 0;
+    if (!word->compare_exchange_strong(c, 1, std::memory_order_acquire)) {
+        if (c != 2)
+            c = word->exchange(2, std::memory_order_acquire);
+        while (c != 0) {
+            tsp::futexWait(word, 2, tsp::Deadline());
+            c = word->exchange(2, std::memory_order_acquire);
+        }
+    }
+    setOwner(cs, self);
+    cs->RecursionCount = 1;
+}
+
+BOOL WINAPI TryEnterCriticalSection(LPCRITICAL_SECTION cs)
+{
+    DWORD self = GetCurrentThreadId();
+    if (ownerOf(cs) == self) {
+        ++cs->RecursionCount;
+        return TRUE;
+    }
+    uint32_t c = 0;
+    if (!lockWord(cs)->compare_exchange_strong(c, 1, std::memory_order_acquire))
+        return FALSE;
+    setOwner(cs, self);
+    cs->RecursionCount = 1;
+    return TRUE;
+}
+
+// Leaving a section the caller does not hold is a programming error that
+// Windows does not catch either; here it is ignored rather than corrupting
+// another thread's hold.
+void WINAPI LeaveCriticalSection(LPCRITICAL_SECTION cs)
+{
+    if (ownerOf(cs) != GetCurrentThreadId())
+        return;
+    if (--cs->RecursionCount > 0)
+        return;
+    setOwner(cs, 0);
+    std::atomic<uint32_t> *word = lockWord(cs);
+    if (word->fetch_sub(1, std::memory_order_release) != 1) {
+        word->store(0, std::memory_order_release);
+        tsp::futexWake(word, 1);
+    }
+}
+
+void WINAPI DeleteCriticalSection(LPCRITICAL_SECTION cs)
+{
+    // Nothing is allocated; the section is only made unusable-looking.
+    cs->LockCount = 0;
+    cs->RecursionCount = 0;
+    cs->OwningThread = nullptr;
+}
+
+} // extern "C"

@@ -1,0 +1,543 @@
+// Events, mutexes and the waits on them.
+#include "futex.h"
+#include "threadobj.h"
+
+#include <sched.h>
+
+#include <algorithm>
+#include <vector>
+
+namespace tsp {
+
+// ---------------------------------------------------------------------------
+// Waits
+
+// One blocked wait. Its state word is the futex the thread sleeps on: 0
+// while waiting, the Win32 result + 1 once satisfied, kCancelled once the
+// waiting thread has given up (time-out). Only one compare-and-swap from 0
+// wins, so a wait is satisfied once or cancelled, never both.
+struct Waiter {
+    static constexpr uint32_t kWaiting = 0;
+    static constexpr uint32_t kCancelled = 0xFFFFFFFFu;
+
+    std::atomic<uint32_t> state{kWaiting};
+    ThreadObject *thread = nullptr;
+    bool waitAll = false;
+    DWORD count = 0;
+    WaitLink links[MAXIMUM_WAIT_OBJECTS];
+
+    bool claim(DWORD result)
+    {
+        uint32_t expected = kWaiting;
+        return state.compare_exchange_strong(expected, result + 1, std::memory_order_acq_rel);
+    }
+};
+
+void Waitable::enqueue(WaitLink *link)
+{
+    link->prev = tail;
+    link->next = nullptr;
+    if (tail)
+        tail->next = link;
+    else
+        head = link;
+    tail = link;
+    link->queued = true;
+    if (link->waiter->waitAll)
+        ++waitAllCount;
+}
+
+void Waitable::unlink(WaitLink *link)
+{
+    if (!link->queued)
+        return;
+    if (link->prev)
+        link->prev->next = link->next;
+    else
+        head = link->next;
+    if (link->next)
+        link->next->prev = link->prev;
+    else
+        tail = link->prev;
+    link->prev = link->next = nullptr;
+    link->queued = false;
+    if (link->waiter->waitAll)
+        --waitAllCount;
+}
+
+namespace {
+
+bool allSignaled(const Waiter *w)
+{
+    for (DWORD i = 0; i < w->count; ++i)
+        if (!w->links[i].object->isSignaledFor(w->thread))
+            return false;
+    return true;
+}
+
+// Takes every object of a wait-all wait (all locked by the caller). The
+// result names the first abandoned mutex, as Windows does.
+DWORD acquireAll(Waitable *const *objects, DWORD count, ThreadObject *thread)
+{
+    DWORD result = WAIT_OBJECT_0;
+    for (DWORD i = 0; i < count; ++i)
+        if (objects[i]->acquire(thread) == WAIT_ABANDONED_0 && result == WAIT_OBJECT_0)
+            result = WAIT_ABANDONED_0 + i;
+    return result;
+}
+
+void wakeWaiter(Waiter *w) { futexWake(&w->state, 1); }
+
+// The distinct objects of a set, in address order: the order in which
+// several object locks are always taken, so no two threads deadlock.
+std::vector<Waitable *> lockOrder(std::vector<Waitable *> objects)
+{
+    std::sort(objects.begin(), objects.end());
+    objects.erase(std::unique(objects.begin(), objects.end()), objects.end());
+    return objects;
+}
+
+void lockAll(const std::vector<Waitable *> &ordered)
+{
+    for (Waitable *o : ordered)
+        o->lock.lock();
+}
+
+void unlockAll(const std::vector<Waitable *> &ordered)
+{
+    for (auto it = ordered.rbegin(); it != ordered.rend(); ++it)
+        (*it)->lock.unlock();
+}
+
+} // namespace
+
+// Under lock (and, for the wait-all waits queued here, with all of their
+// objects locked): hands this object to the waits in queue order.
+void Waitable::satisfyWaiters()
+{
+    WaitLink *link = head;
+    while (link) {
+        WaitLink *next = link->next;
+        Waiter *w = link->waiter;
+        if (w->state.load(std::memory_order_acquire) != Waiter::kWaiting) {
+            // A wait that was satisfied elsewhere or timed out: drop its link.
+            unlink(link);
+        } else if (!w->waitAll) {
+            if (isSignaledFor(w->thread)) {
+                DWORD result = (isAbandoned() ? WAIT_ABANDONED_0 : WAIT_OBJECT_0) + link->index;
+                // Read and unlink before the claim: once claimed, the waiting
+                // thread may return and its links are gone.
+                ThreadObject *thread = w->thread;
+                unlink(link);
+                if (w->claim(result)) {
+                    acquire(thread);
+                    wakeWaiter(w);
+                }
+            }
+        } else if (allSignaled(w)) {
+            Waitable *objects[MAXIMUM_WAIT_OBJECTS];
+            for (DWORD i = 0; i < w->count; ++i)
+                objects[i] = w->links[i].object;
+            DWORD result = WAIT_OBJECT_0;
+            for (DWORD i = 0; i < w->count; ++i)
+                if (objects[i]->isAbandoned()) {
+                    result = WAIT_ABANDONED_0 + i;
+                    break;
+                }
+            // A wait for all has one link in each queue (no object twice),
+            // so next stays valid.
+            for (DWORD i = 0; i < w->count; ++i)
+                objects[i]->unlink(&w->links[i]);
+            ThreadObject *thread = w->thread;
+            DWORD count = w->count;
+            if (w->claim(result)) {
+                acquireAll(objects, count, thread);
+                wakeWaiter(w);
+            }
+        }
+        link = next;
+    }
+}
+
+bool Waitable::signalWithWaitAllLocks(void (*op)(void *), void *opCtx, void (*after)(void *), void *afterCtx)
+{
+    // Collect, under this object's lock, every object of the wait-all waits
+    // queued here, and keep them alive while the lock is given up.
+    std::vector<Waitable *> needed;
+    {
+        std::lock_guard<std::mutex> guard(lock);
+        needed.push_back(this);
+        for (WaitLink *l = head; l; l = l->next)
+            if (l->waiter->waitAll && l->waiter->state.load(std::memory_order_acquire) == Waiter::kWaiting)
+                for (DWORD i = 0; i < l->waiter->count; ++i)
+                    needed.push_back(l->waiter->links[i].object);
+    }
+    std::vector<Waitable *> ordered = lockOrder(needed);
+    for (Waitable *o : ordered)
+        o->addRef();
+    lockAll(ordered);
+    // Waits may have come meanwhile; all their objects must be locked too.
+    bool complete = true;
+    for (WaitLink *l = head; l && complete; l = l->next)
+        if (l->waiter->waitAll && l->waiter->state.load(std::memory_order_acquire) == Waiter::kWaiting)
+            for (DWORD i = 0; i < l->waiter->count; ++i)
+                if (!std::binary_search(ordered.begin(), ordered.end(), l->waiter->links[i].object)) {
+                    complete = false;
+                    break;
+                }
+    if (complete) {
+        op(opCtx);
+        satisfyWaiters();
+        after(afterCtx);
+    }
+    unlockAll(ordered);
+    for (Waitable *o : ordered)
+        o->release();
+    return complete;
+}
+
+DWORD waitForObjects(DWORD count, Waitable *const *objects, bool waitAll, DWORD milliseconds)
+{
+    ThreadObject *self = currentThreadObject();
+    std::vector<Waitable *> ordered;
+    if (count == 1)
+        ordered.assign(objects, objects + 1);
+    else
+        ordered = lockOrder(std::vector<Waitable *>(objects, objects + count));
+    if (waitAll && ordered.size() != count) {
+        // The same object twice in a wait for all of them.
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return WAIT_FAILED;
+    }
+
+    lockAll(ordered);
+    if (!waitAll) {
+        for (DWORD i = 0; i < count; ++i)
+            if (objects[i]->isSignaledFor(self)) {
+                DWORD r = objects[i]->acquire(self) + i;
+                unlockAll(ordered);
+                return r;
+            }
+    } else if (std::all_of(objects, objects + count, [self](Waitable *o) { return o->isSignaledFor(self); })) {
+        DWORD r = acquireAll(objects, count, self);
+        unlockAll(ordered);
+        return r;
+    }
+    if (milliseconds == 0) {
+        unlockAll(ordered);
+        return WAIT_TIMEOUT;
+    }
+
+    Waiter w;
+    w.thread = self;
+    w.waitAll = waitAll;
+    w.count = count;
+    for (DWORD i = 0; i < count; ++i) {
+        w.links[i].waiter = &w;
+        w.links[i].object = objects[i];
+        w.links[i].index = i;
+        objects[i]->enqueue(&w.links[i]);
+    }
+    unlockAll(ordered);
+
+    Deadline deadline = Deadline::after(milliseconds);
+    uint32_t s;
+    for (;;) {
+        s = w.state.load(std::memory_order_acquire);
+        if (s != Waiter::kWaiting)
+            break;
+        if (!futexWait(&w.state, Waiter::kWaiting, deadline) || deadline.passed()) {
+            uint32_t expected = Waiter::kWaiting;
+            if (w.state.compare_exchange_strong(expected, Waiter::kCancelled, std::memory_order_acq_rel)) {
+                s = Waiter::kCancelled;
+                break;
+            }
+        }
+    }
+
+    // Take the links that are still queued out of their queues. A wait-any
+    // that was satisfied lost its satisfied link already; a satisfied
+    // wait-all lost all of them.
+    DWORD result = s == Waiter::kCancelled ? WAIT_TIMEOUT : s - 1;
+    if (s == Waiter::kCancelled || !waitAll) {
+        DWORD satisfied = s == Waiter::kCancelled ? MAXIMUM_WAIT_OBJECTS : (result & ~WAIT_ABANDONED_0);
+        for (DWORD i = 0; i < count; ++i) {
+            if (i == satisfied)
+                continue;
+            std::lock_guard<std::mutex> guard(objects[i]->lock);
+            objects[i]->unlink(&w.links[i]);
+        }
+    }
+    return result;
+}
+
+// ---------------------------------------------------------------------------
+// Events
+
+namespace {
+
+class EventObject : public Waitable {
+public:
+    EventObject(bool manual, bool initial) : Waitable(ObjectKind::Event), manual_(manual), signaled_(initial) {}
+
+    bool isSignaledFor(const ThreadObject *) const override { return signaled_; }
+    DWORD acquire(ThreadObject *) override
+    {
+        if (!manual_)
+            signaled_ = false;
+        return WAIT_OBJECT_0;
+    }
+
+    void set() { signaled_ = true; }
+    void reset() { signaled_ = false; }
+
+private:
+    const bool manual_;
+    bool signaled_; // under lock
+};
+
+// ---------------------------------------------------------------------------
+// Mutexes
+
+class MutexObject;
+
+// Every live mutex, so that a thread's end can find the mutexes it holds.
+struct MutexRegistry {
+    std::mutex lock;
+    std::vector<MutexObject *> all;
+};
+
+MutexRegistry &mutexRegistry()
+{
+    static MutexRegistry *r = new MutexRegistry;
+    return *r;
+}
+
+class MutexObject : public Waitable {
+public:
+    MutexObject() : Waitable(ObjectKind::Mutex)
+    {
+        MutexRegistry &r = mutexRegistry();
+        std::lock_guard<std::mutex> guard(r.lock);
+        r.all.push_back(this);
+    }
+    ~MutexObject() override
+    {
+        MutexRegistry &r = mutexRegistry();
+        std::lock_guard<std::mutex> guard(r.lock);
+        r.all.erase(std::find(r.all.begin(), r.all.end(), this));
+    }
+
+    bool isSignaledFor(const ThreadObject *t) const override { return owner_ == nullptr || owner_ == t; }
+    bool isAbandoned() const override { return abandoned_; }
+    DWORD acquire(ThreadObject *t) override
+    {
+        if (owner_ == t) {
+            ++recursion_;
+            return WAIT_OBJECT_0;
+        }
+        owner_ = t;
+        recursion_ = 1;
+        t->everOwnedMutex.store(true, std::memory_order_relaxed);
+        if (abandoned_) {
+            abandoned_ = false;
+            return WAIT_ABANDONED_0;
+        }
+        return WAIT_OBJECT_0;
+    }
+
+    // Under lock. False when t does not own the mutex.
+    bool releaseBy(const ThreadObject *t)
+    {
+        if (owner_ != t)
+            return false;
+        if (--recursion_ == 0)
+            owner_ = nullptr;
+        return true;
+    }
+
+    // Under lock: the owner ended while holding it.
+    void abandonIfOwnedBy(const ThreadObject *t)
+    {
+        if (owner_ == t) {
+            owner_ = nullptr;
+            recursion_ = 0;
+            abandoned_ = true;
+        }
+    }
+
+    // Under lock: does t hold it?
+    bool ownedBy(const ThreadObject *t) const { return owner_ == t; }
+
+private:
+    const ThreadObject *owner_ = nullptr;
+    DWORD recursion_ = 0;
+    bool abandoned_ = false;
+};
+
+bool refuseName(LPCSTR name)
+{
+    if (name && *name) {
+        SetLastError(ERROR_NOT_SUPPORTED);
+        return true;
+    }
+    return false;
+}
+
+Waitable *waitableOf(HANDLE h, HandleRef &ref)
+{
+    if (!lookupHandle(h, ref))
+        return nullptr;
+    return ref.get()->asWaitable();
+}
+
+} // namespace
+
+void abandonMutexesOf(ThreadObject *thread)
+{
+    if (!thread->everOwnedMutex.load(std::memory_order_relaxed))
+        return;
+    std::vector<MutexObject *> held;
+    {
+        MutexRegistry &r = mutexRegistry();
+        std::lock_guard<std::mutex> guard(r.lock);
+        for (MutexObject *m : r.all) {
+            std::lock_guard<std::mutex> objGuard(m->lock);
+            // A mutex whose last handle is going away is not abandoned to
+            // anybody; tryAddRef skips it.
+            if (m->ownedBy(thread) && m->tryAddRef())
+                held.push_back(m);
+        }
+    }
+    for (MutexObject *m : held) {
+        m->signal([m, thread] { m->abandonIfOwnedBy(thread); });
+        m->release();
+    }
+}
+
+} // namespace tsp
+
+using namespace tsp;
+
+extern "C" {
+
+HANDLE WINAPI CreateEventA(LPSECURITY_ATTRIBUTES, BOOL bManualReset, BOOL bInitialState, LPCSTR lpName)
+{
+    if (refuseName(lpName))
+        return nullptr;
+    HANDLE h = insertHandle(new EventObject(bManualReset != FALSE, bInitialState != FALSE), EVENT_ALL_ACCESS);
+    if (h)
+        SetLastError(ERROR_SUCCESS);
+    return h;
+}
+
+BOOL WINAPI SetEvent(HANDLE hEvent)
+{
+    HandleRef ref;
+    EventObject *e = lookupAs<EventObject>(hEvent, ObjectKind::Event, ref);
+    if (!e)
+        return FALSE;
+    e->signal([e] { e->set(); });
+    return TRUE;
+}
+
+BOOL WINAPI ResetEvent(HANDLE hEvent)
+{
+    HandleRef ref;
+    EventObject *e = lookupAs<EventObject>(hEvent, ObjectKind::Event, ref);
+    if (!e)
+        return FALSE;
+    std::lock_guard<std::mutex> guard(e->lock);
+    e->reset();
+    return TRUE;
+}
+
+BOOL WINAPI PulseEvent(HANDLE hEvent)
+{
+    HandleRef ref;
+    EventObject *e = lookupAs<EventObject>(hEvent, ObjectKind::Event, ref);
+    if (!e)
+        return FALSE;
+    // Set, hand to the waits queued now, reset: all under the event's lock,
+    // so a wait that registers a moment later finds the event unsignalled.
+    e->signal([e] { e->set(); }, [e] { e->reset(); });
+    return TRUE;
+}
+
+HANDLE WINAPI CreateMutexA(LPSECURITY_ATTRIBUTES, BOOL bInitialOwner, LPCSTR lpName)
+{
+    if (refuseName(lpName))
+        return nullptr;
+    MutexObject *m = new MutexObject;
+    if (bInitialOwner) {
+        std::lock_guard<std::mutex> guard(m->lock);
+        m->acquire(currentThreadObject());
+    }
+    HANDLE h = insertHandle(m, MUTEX_ALL_ACCESS);
+    if (h)
+        SetLastError(ERROR_SUCCESS);
+    return h;
+}
+
+BOOL WINAPI ReleaseMutex(HANDLE hMutex)
+{
+    HandleRef ref;
+    MutexObject *m = lookupAs<MutexObject>(hMutex, ObjectKind::Mutex, ref);
+    if (!m)
+        return FALSE;
+    ThreadObject *self = currentThreadObject();
+    bool released = false;
+    m->signal([m, self, &released] { released = m->releaseBy(self); });
+    if (!released) {
+        SetLastError(ERROR_NOT_OWNER);
+        return FALSE;
+    }
+    return TRUE;
+}
+
+DWORD WINAPI WaitForSingleObject(HANDLE hHandle, DWORD dwMilliseconds)
+{
+    HandleRef ref;
+    Waitable *w = waitableOf(hHandle, ref);
+    if (!w) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return WAIT_FAILED;
+    }
+    return waitForObjects(1, &w, false, dwMilliseconds);
+}
+
+DWORD WINAPI WaitForMultipleObjects(DWORD nCount, const HANDLE *lpHandles, BOOL bWaitAll, DWORD dwMilliseconds)
+{
+    if (nCount == 0 || nCount > MAXIMUM_WAIT_OBJECTS || !lpHandles) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return WAIT_FAILED;
+    }
+    HandleRef refs[MAXIMUM_WAIT_OBJECTS];
+    Waitable *objects[MAXIMUM_WAIT_OBJECTS];
+    for (DWORD i = 0; i < nCount; ++i) {
+        objects[i] = waitableOf(lpHandles[i], refs[i]);
+        if (!objects[i]) {
+            SetLastError(ERROR_INVALID_HANDLE);
+            return WAIT_FAILED;
+        }
+    }
+    return waitForObjects(nCount, objects, bWaitAll != FALSE, dwMilliseconds);
+}
+
+void WINAPI Sleep(DWORD dwMilliseconds)
+{
+    if (dwMilliseconds == 0) {
+        sched_yield();
+        return;
+    }
+    // An unsignalled futex word that nobody wakes: the sleep ends at the
+    // deadline only, whatever signals interrupt it.
+    std::atomic<uint32_t> never{0};
+    Deadline deadline = Deadline::after(dwMilliseconds);
+    while (futexWait(&never, 0, deadline) && !deadline.passed()) {
+    }
+}
+
+BOOL WINAPI SwitchToThread(void) { return sched_yield() == 0; }
+
+} // extern "C"

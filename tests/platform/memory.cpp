@@ -1,0 +1,72 @@
+// Global and heap memory, and critical sections.
+#include "TestSupport.h"
+
+#include <cstring>
+
+TEST(Memory, GlobalAllocZeroFillsAndFreeGivesNull)
+{
+    unsigned char *p = static_cast<unsigned char *>(GlobalAlloc(GMEM_FIXED | GMEM_ZEROINIT, 300));
+    ASSERT_NE(p, nullptr);
+    for (int i = 0; i < 300; ++i)
+        ASSERT_EQ(p[i], 0) << i;
+    EXPECT_GE(GlobalSize(p), 300u);
+    EXPECT_EQ(GlobalFree(p), nullptr);
+    EXPECT_EQ(GlobalFree(nullptr), nullptr);
+}
+
+TEST(Memory, ProcessHeapAllocReAllocAndFree)
+{
+    HANDLE heap = GetProcessHeap();
+    ASSERT_NE(heap, nullptr);
+    char *p = static_cast<char *>(HeapAlloc(heap, HEAP_ZERO_MEMORY, 16));
+    ASSERT_NE(p, nullptr);
+    EXPECT_EQ(p[15], 0);
+    memcpy(p, "0123456789abcde", 16);
+    EXPECT_EQ(HeapSize(heap, 0, p), 16u);
+    p = static_cast<char *>(HeapReAlloc(heap, HEAP_ZERO_MEMORY, p, 4096));
+    ASSERT_NE(p, nullptr);
+    EXPECT_STREQ(p, "0123456789abcde");
+    EXPECT_EQ(p[4095], 0) << "grown part is zeroed";
+    EXPECT_EQ(HeapSize(heap, 0, p), 4096u);
+    char *same = static_cast<char *>(HeapReAlloc(heap, HEAP_REALLOC_IN_PLACE_ONLY, p, 8));
+    EXPECT_EQ(same, p);
+    EXPECT_TRUE(HeapFree(heap, 0, p));
+    EXPECT_TRUE(HeapFree(heap, 0, nullptr));
+}
+
+TEST(CriticalSections, RecursiveAndExclusive)
+{
+    CRITICAL_SECTION cs;
+    InitializeCriticalSection(&cs);
+    EnterCriticalSection(&cs);
+    EXPECT_TRUE(TryEnterCriticalSection(&cs)); // recursion
+    BOOL otherGot = TRUE;
+    HANDLE t = tstest::StartThread([&] {
+        otherGot = TryEnterCriticalSection(&cs);
+        return 0u;
+    });
+    WaitForSingleObject(t, tstest::kWaitBound);
+    CloseHandle(t);
+    EXPECT_FALSE(otherGot);
+    LeaveCriticalSection(&cs);
+    LeaveCriticalSection(&cs);
+
+    long counter = 0;
+    HANDLE threads[4];
+    for (HANDLE &h : threads)
+        h = tstest::StartThread([&] {
+            for (int i = 0; i < 20000; ++i) {
+                EnterCriticalSection(&cs);
+                EnterCriticalSection(&cs);
+                ++counter;
+                LeaveCriticalSection(&cs);
+                LeaveCriticalSection(&cs);
+            }
+            return 0u;
+        });
+    EXPECT_EQ(WaitForMultipleObjects(4, threads, TRUE, 60000), WAIT_OBJECT_0);
+    EXPECT_EQ(counter, 80000);
+    for (HANDLE h : threads)
+        CloseHandle(h);
+    DeleteCriticalSection(&cs);
+}
