@@ -5,7 +5,9 @@
  * is $TSUTIL_ROOT/dosdevices/<letter>: when that link exists (else the drive
  * does not exist: ERROR_PATH_NOT_FOUND); a path that begins with one "/" is
  * a POSIX absolute path and passes unchanged; "\name" is below the root of
- * the current drive; "\\server\share\..." is $TSUTIL_ROOT/unc/server/share/...;
+ * the current drive; "\\server\share\..." is $TSUTIL_ROOT/unc/server/share/...
+ * (a missing server folder gives ERROR_BAD_NETPATH, a missing share
+ * folder ERROR_BAD_NET_NAME, a path without a share ERROR_BAD_PATHNAME);
  * "." and ".." are resolved by name, as Windows does, never above a drive's
  * root. Names keep their case and match with case; drive letters match
  * without case. Paths handed back (current directory, module name) are in

@@ -38,8 +38,8 @@ TSCRT_API unsigned char *_mbspbrk(const unsigned char *str, const unsigned char 
 TSCRT_API unsigned char *_mbschr(const unsigned char *str, unsigned int c);
 /* The last character c, as _mbschr. */
 TSCRT_API unsigned char *_mbsrchr(const unsigned char *str, unsigned int c);
-/* Character by character, letters folded to lower case (single-byte
- * letters of the code page, and in 932 the full-width Latin letters). */
+/* Character by character, ASCII letters folded to lower case (as the
+ * "C" locale folds them); double-byte characters compare by code. */
 TSCRT_API int _mbsicmp(const unsigned char *a, const unsigned char *b);
 /* Compares at most count bytes, character by character; a character cut
  * by count is compared by its lead byte. */

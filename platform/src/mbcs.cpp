@@ -57,13 +57,10 @@ unsigned int charAt(const CodePage *t, const unsigned char *p, size_t &len)
     return *p;
 }
 
-unsigned int fold(const CodePage *t, unsigned int c)
+// Only the ASCII letters fold, as in the C runtime's "C" locale.
+unsigned int fold(const CodePage *, unsigned int c)
 {
-    if (c < 256)
-        return t->lower[c];
-    if (t->id == 932 && c >= 0x8260 && c <= 0x8279) // full-width A to Z
-        return c + 0x21;
-    return c;
+    return (c >= 'A' && c <= 'Z') ? c + 32 : c;
 }
 
 int compareChars(const unsigned char *a, const unsigned char *b, bool foldCase)

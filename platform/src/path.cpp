@@ -136,6 +136,29 @@ bool toPosixPath(const char *path, std::string &out)
         }
         base = root + "/unc";
         rest = p.substr(1);
+        // A server and a share must be named, and both must exist: a share
+        // is never made by creating a folder.
+        std::string server, share;
+        size_t i = 2;
+        while (i < p.size() && !isSep(p[i]))
+            server += p[i++];
+        while (i < p.size() && isSep(p[i]))
+            ++i;
+        while (i < p.size() && !isSep(p[i]))
+            share += p[i++];
+        struct stat st;
+        if (server.empty() || share.empty() || server == "." || server == "..") {
+            SetLastError(ERROR_BAD_PATHNAME);
+            return false;
+        }
+        if (stat((base + "/" + server).c_str(), &st) != 0) {
+            SetLastError(ERROR_BAD_NETPATH);
+            return false;
+        }
+        if (share == "." || share == ".." || stat((base + "/" + server + "/" + share).c_str(), &st) != 0) {
+            SetLastError(ERROR_BAD_NET_NAME);
+            return false;
+        }
     } else if (p.size() >= 2 && p[1] == ':' && isalpha(static_cast<unsigned char>(p[0]))) {
         if (!driveRoot(p[0], base)) {
             SetLastError(ERROR_PATH_NOT_FOUND);
