@@ -53,16 +53,7 @@ void WINAPI EnterCriticalSection(LPCRITICAL_SECTION cs)
         ++cs->RecursionCount;
         return;
     }
-    std::atomic<uint32_t> *word = lockWord(cs);
-    uint32_t c = 0;
-    if (!word->compare_exchange_strong(c, 1, std::memory_order_acquire)) {
-        if (c != 2)
-            c = word->exchange(2, std::memory_order_acquire);
-        while (c != 0) {
-            tsp::futexWait(word, 2, tsp::Deadline());
-            c = word->exchange(2, std::memory_order_acquire);
-        }
-    }
+    tsp::futexLock(lockWord(cs));
     setOwner(cs, self);
     cs->RecursionCount = 1;
 }
@@ -74,8 +65,7 @@ BOOL WINAPI TryEnterCriticalSection(LPCRITICAL_SECTION cs)
         ++cs->RecursionCount;
         return TRUE;
     }
-    uint32_t c = 0;
-    if (!lockWord(cs)->compare_exchange_strong(c, 1, std::memory_order_acquire))
+    if (!tsp::futexTryLock(lockWord(cs)))
         return FALSE;
     setOwner(cs, self);
     cs->RecursionCount = 1;
@@ -92,11 +82,7 @@ void WINAPI LeaveCriticalSection(LPCRITICAL_SECTION cs)
     if (--cs->RecursionCount > 0)
         return;
     setOwner(cs, 0);
-    std::atomic<uint32_t> *word = lockWord(cs);
-    if (word->fetch_sub(1, std::memory_order_release) != 1) {
-        word->store(0, std::memory_order_release);
-        tsp::futexWake(word, 1);
-    }
+    tsp::futexUnlock(lockWord(cs));
 }
 
 void WINAPI DeleteCriticalSection(LPCRITICAL_SECTION cs)

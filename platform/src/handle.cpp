@@ -69,6 +69,17 @@ public:
         return encode(index, gen);
     }
 
+    // Is the slot still h's, and open? One load, no update.
+    static bool stillOpen(const HandleSlot *s, HANDLE h)
+    {
+        uint32_t index = 0, gen = 0;
+        decode(h, index, gen);
+        uint64_t st = s->state.load(std::memory_order_acquire);
+        return (st & kOpen) && genOf(st) == gen;
+    }
+
+    void pinAgain(HandleSlot *s) { s->state.fetch_add(1, std::memory_order_acquire); }
+
     HandleSlot *pin(HANDLE h)
     {
         uint32_t index, gen;
@@ -188,6 +199,45 @@ HandleTable &table()
 
 } // namespace
 
+// The per-thread cache of lookupHandleCached: each entry holds one pin.
+struct LookupCache {
+    static constexpr int kEntries = 4;
+    struct Entry {
+        HANDLE handle = nullptr;
+        HandleSlot *slot = nullptr;
+    } entries[kEntries];
+    int next = 0;
+
+    ~LookupCache()
+    {
+        for (Entry &e : entries)
+            drop(e);
+    }
+    static void drop(Entry &e)
+    {
+        if (e.slot)
+            table().unpin(e.slot);
+        e = Entry();
+    }
+};
+
+namespace {
+
+__attribute__((tls_model("initial-exec"))) thread_local LookupCache *lookupCache = nullptr;
+
+LookupCache *threadLookupCache()
+{
+    if (!lookupCache) {
+        static thread_local LookupCache cache; // unpins its entries at the thread's end
+        lookupCache = &cache;
+    }
+    return lookupCache;
+}
+
+bool cacheable(ObjectKind kind) { return kind == ObjectKind::Event || kind == ObjectKind::Mutex; }
+
+} // namespace
+
 HANDLE insertHandle(KernelObject *obj, DWORD access)
 {
     HANDLE h = table().insert(obj, access);
@@ -217,6 +267,39 @@ bool lookupHandle(HANDLE h, HandleRef &out)
     return true;
 }
 
+// The miss path of lookupHandleCached: a plain lookup, and the object
+// entered in the cache when it is of a kind that may stay pinned.
+__attribute__((noinline)) bool lookupAndCache(HANDLE h, HandleRef &out, LookupCache *cache)
+{
+    for (LookupCache::Entry &e : cache->entries)
+        if (e.handle == h)
+            LookupCache::drop(e); // closed since it was cached
+    if (!lookupHandle(h, out))
+        return false;
+    if (out.slot_ && cacheable(out.object_->kind())) {
+        LookupCache::Entry &e = cache->entries[cache->next];
+        cache->next = (cache->next + 1) % LookupCache::kEntries;
+        LookupCache::drop(e);
+        table().pinAgain(out.slot_);
+        e.handle = h;
+        e.slot = out.slot_;
+    }
+    return true;
+}
+
+bool lookupHandleCached(HANDLE h, HandleRef &out)
+{
+    out.reset();
+    LookupCache *cache = lookupCache ? lookupCache : threadLookupCache();
+    for (const LookupCache::Entry &e : cache->entries)
+        if (e.handle == h && e.slot && HandleTable::stillOpen(e.slot, h)) {
+            // Borrowed: the cache's pin keeps the object alive.
+            out.object_ = e.slot->object;
+            return true;
+        }
+    return lookupAndCache(h, out, cache);
+}
+
 HandleRef &HandleRef::operator=(HandleRef &&other) noexcept
 {
     if (this != &other) {
@@ -233,13 +316,12 @@ HandleRef &HandleRef::operator=(HandleRef &&other) noexcept
 
 DWORD HandleRef::access() const { return slot_ ? slot_->access : 0x1FFFFF; }
 
-void HandleRef::reset()
+void HandleRef::drop()
 {
     if (slot_)
         table().unpin(slot_);
     else if (owned_ && object_)
         object_->release();
-    object_ = nullptr;
     slot_ = nullptr;
     owned_ = false;
 }

@@ -29,6 +29,7 @@ enum class ObjectKind : uint8_t {
 };
 
 class Waitable;
+struct LookupCache;
 
 class KernelObject {
 public:
@@ -81,10 +82,18 @@ public:
     KernelObject *get() const { return object_; }
     explicit operator bool() const { return object_ != nullptr; }
     DWORD access() const;
-    void reset();
+    void reset()
+    {
+        if (slot_ || owned_)
+            drop();
+        object_ = nullptr;
+    }
 
 private:
+    void drop();
     friend bool lookupHandle(HANDLE, HandleRef &);
+    friend bool lookupHandleCached(HANDLE, HandleRef &);
+    friend bool lookupAndCache(HANDLE, HandleRef &, LookupCache *);
     KernelObject *object_ = nullptr;
     HandleSlot *slot_ = nullptr; // pinned slot, or null
     bool owned_ = false;         // holds a reference of its own (pseudo handles)
@@ -98,11 +107,30 @@ HANDLE insertHandle(KernelObject *obj, DWORD access);
 // included). Gives false for a bogus or closed handle; sets no error.
 bool lookupHandle(HANDLE h, HandleRef &out);
 
+// As lookupHandle, for a call that looks up no other handle while it uses
+// this one: events and mutexes found here stay pinned by a small per-thread
+// cache, so the next call on the same handle needs no atomic update. Only
+// objects whose end has no effect outside the process are cached (a file's
+// end, for one, must release its share lock at once).
+bool lookupHandleCached(HANDLE h, HandleRef &out);
+
 // Looks up h and checks its kind; sets ERROR_INVALID_HANDLE when it fails.
 template <class T>
 T *lookupAs(HANDLE h, ObjectKind kind, HandleRef &ref)
 {
     if (!lookupHandle(h, ref) || ref.get()->kind() != kind) {
+        ref.reset();
+        SetLastError(ERROR_INVALID_HANDLE);
+        return nullptr;
+    }
+    return static_cast<T *>(ref.get());
+}
+
+// lookupAs through the per-thread cache (see lookupHandleCached).
+template <class T>
+T *lookupCachedAs(HANDLE h, ObjectKind kind, HandleRef &ref)
+{
+    if (!lookupHandleCached(h, ref) || ref.get()->kind() != kind) {
         ref.reset();
         SetLastError(ERROR_INVALID_HANDLE);
         return nullptr;

@@ -43,6 +43,7 @@ void Waitable::enqueue(WaitLink *link)
         head = link;
     tail = link;
     link->queued = true;
+    lock.setBits(ObjectLock::kQueued);
     if (link->waiter->waitAll)
         ++waitAllCount;
 }
@@ -61,6 +62,8 @@ void Waitable::unlink(WaitLink *link)
         tail = link->prev;
     link->prev = link->next = nullptr;
     link->queued = false;
+    if (!head)
+        lock.clearBits(ObjectLock::kQueued);
     if (link->waiter->waitAll)
         --waitAllCount;
 }
@@ -88,26 +91,64 @@ DWORD acquireAll(Waitable *const *objects, DWORD count, ThreadObject *thread)
 
 void wakeWaiter(Waiter *w) { futexWake(&w->state, 1); }
 
-// The distinct objects of a set, in address order: the order in which
-// several object locks are always taken, so no two threads deadlock.
-std::vector<Waitable *> lockOrder(std::vector<Waitable *> objects)
-{
-    std::sort(objects.begin(), objects.end());
-    objects.erase(std::unique(objects.begin(), objects.end()), objects.end());
-    return objects;
-}
+// A set of objects to lock together: the distinct objects in address
+// order, the order in which several object locks are always taken, so no
+// two threads deadlock. Up to 64 objects need no allocation.
+class LockSet {
+public:
+    LockSet(Waitable *const *objects, size_t count)
+    {
+        for (size_t i = 0; i < count; ++i)
+            add(objects[i]);
+    }
+    void add(Waitable *o)
+    {
+        Waitable **first = data(), **last = first + size_;
+        Waitable **at = std::lower_bound(first, last, o);
+        if (at != last && *at == o)
+            return;
+        size_t pos = at - first;
+        if (size_ == kInline && overflow_.empty())
+            overflow_.assign(inline_, inline_ + kInline);
+        if (!overflow_.empty()) {
+            overflow_.insert(overflow_.begin() + pos, o);
+        } else {
+            std::move_backward(at, last, last + 1);
+            inline_[pos] = o;
+        }
+        ++size_;
+    }
+    bool contains(Waitable *o) const { return std::binary_search(data(), data() + size_, o); }
+    size_t size() const { return size_; }
+    void lockAll() const
+    {
+        for (size_t i = 0; i < size_; ++i)
+            data()[i]->lock.lock();
+    }
+    void unlockAll() const
+    {
+        for (size_t i = size_; i-- > 0;)
+            data()[i]->lock.unlock();
+    }
+    void addRefAll() const
+    {
+        for (size_t i = 0; i < size_; ++i)
+            data()[i]->addRef();
+    }
+    void releaseAll() const
+    {
+        for (size_t i = 0; i < size_; ++i)
+            data()[i]->release();
+    }
 
-void lockAll(const std::vector<Waitable *> &ordered)
-{
-    for (Waitable *o : ordered)
-        o->lock.lock();
-}
-
-void unlockAll(const std::vector<Waitable *> &ordered)
-{
-    for (auto it = ordered.rbegin(); it != ordered.rend(); ++it)
-        (*it)->lock.unlock();
-}
+private:
+    static constexpr size_t kInline = MAXIMUM_WAIT_OBJECTS;
+    Waitable *const *data() const { return overflow_.empty() ? inline_ : overflow_.data(); }
+    Waitable **data() { return overflow_.empty() ? inline_ : overflow_.data(); }
+    Waitable *inline_[kInline];
+    std::vector<Waitable *> overflow_;
+    size_t size_ = 0;
+};
 
 } // namespace
 
@@ -163,25 +204,23 @@ bool Waitable::signalWithWaitAllLocks(void (*op)(void *), void *opCtx, void (*af
 {
     // Collect, under this object's lock, every object of the wait-all waits
     // queued here, and keep them alive while the lock is given up.
-    std::vector<Waitable *> needed;
+    LockSet needed(nullptr, 0);
+    needed.add(this);
     {
-        std::lock_guard<std::mutex> guard(lock);
-        needed.push_back(this);
+        std::lock_guard<ObjectLock> guard(lock);
         for (WaitLink *l = head; l; l = l->next)
             if (l->waiter->waitAll && l->waiter->state.load(std::memory_order_acquire) == Waiter::kWaiting)
                 for (DWORD i = 0; i < l->waiter->count; ++i)
-                    needed.push_back(l->waiter->links[i].object);
+                    needed.add(l->waiter->links[i].object);
+        needed.addRefAll();
     }
-    std::vector<Waitable *> ordered = lockOrder(needed);
-    for (Waitable *o : ordered)
-        o->addRef();
-    lockAll(ordered);
+    needed.lockAll();
     // Waits may have come meanwhile; all their objects must be locked too.
     bool complete = true;
     for (WaitLink *l = head; l && complete; l = l->next)
         if (l->waiter->waitAll && l->waiter->state.load(std::memory_order_acquire) == Waiter::kWaiting)
             for (DWORD i = 0; i < l->waiter->count; ++i)
-                if (!std::binary_search(ordered.begin(), ordered.end(), l->waiter->links[i].object)) {
+                if (!needed.contains(l->waiter->links[i].object)) {
                     complete = false;
                     break;
                 }
@@ -190,41 +229,36 @@ bool Waitable::signalWithWaitAllLocks(void (*op)(void *), void *opCtx, void (*af
         satisfyWaiters();
         after(afterCtx);
     }
-    unlockAll(ordered);
-    for (Waitable *o : ordered)
-        o->release();
+    needed.unlockAll();
+    needed.releaseAll();
     return complete;
 }
 
 DWORD waitForObjects(DWORD count, Waitable *const *objects, bool waitAll, DWORD milliseconds)
 {
     ThreadObject *self = currentThreadObject();
-    std::vector<Waitable *> ordered;
-    if (count == 1)
-        ordered.assign(objects, objects + 1);
-    else
-        ordered = lockOrder(std::vector<Waitable *>(objects, objects + count));
+    LockSet ordered(objects, count);
     if (waitAll && ordered.size() != count) {
         // The same object twice in a wait for all of them.
         SetLastError(ERROR_INVALID_PARAMETER);
         return WAIT_FAILED;
     }
 
-    lockAll(ordered);
+    ordered.lockAll();
     if (!waitAll) {
         for (DWORD i = 0; i < count; ++i)
             if (objects[i]->isSignaledFor(self)) {
                 DWORD r = objects[i]->acquire(self) + i;
-                unlockAll(ordered);
+                ordered.unlockAll();
                 return r;
             }
     } else if (std::all_of(objects, objects + count, [self](Waitable *o) { return o->isSignaledFor(self); })) {
         DWORD r = acquireAll(objects, count, self);
-        unlockAll(ordered);
+        ordered.unlockAll();
         return r;
     }
     if (milliseconds == 0) {
-        unlockAll(ordered);
+        ordered.unlockAll();
         return WAIT_TIMEOUT;
     }
 
@@ -238,7 +272,7 @@ DWORD waitForObjects(DWORD count, Waitable *const *objects, bool waitAll, DWORD 
         w.links[i].index = i;
         objects[i]->enqueue(&w.links[i]);
     }
-    unlockAll(ordered);
+    ordered.unlockAll();
 
     Deadline deadline = Deadline::after(milliseconds);
     uint32_t s;
@@ -264,7 +298,7 @@ DWORD waitForObjects(DWORD count, Waitable *const *objects, bool waitAll, DWORD 
         for (DWORD i = 0; i < count; ++i) {
             if (i == satisfied)
                 continue;
-            std::lock_guard<std::mutex> guard(objects[i]->lock);
+            std::lock_guard<ObjectLock> guard(objects[i]->lock);
             objects[i]->unlink(&w.links[i]);
         }
     }
@@ -313,6 +347,10 @@ MutexRegistry &mutexRegistry()
     return *r;
 }
 
+// A mutex keeps its owner in the pointer bits of its lock word and its
+// abandonment in the object flag, so an acquire of a free mutex and a
+// release with nobody waiting are one compare-and-swap each. The depth is
+// touched only by the owner.
 class MutexObject : public Waitable {
 public:
     MutexObject() : Waitable(ObjectKind::Mutex)
@@ -328,51 +366,99 @@ public:
         r.all.erase(std::find(r.all.begin(), r.all.end(), this));
     }
 
-    bool isSignaledFor(const ThreadObject *t) const override { return owner_ == nullptr || owner_ == t; }
-    bool isAbandoned() const override { return abandoned_; }
+    bool isSignaledFor(const ThreadObject *t) const override
+    {
+        const void *owner = lock.pointer();
+        return owner == nullptr || owner == t;
+    }
+    bool isAbandoned() const override { return lock.load() & ObjectLock::kObjectFlag; }
     DWORD acquire(ThreadObject *t) override
     {
-        if (owner_ == t) {
+        if (lock.pointer() == t) {
             ++recursion_;
             return WAIT_OBJECT_0;
         }
-        owner_ = t;
+        lock.setPointer(t);
         recursion_ = 1;
-        t->everOwnedMutex.store(true, std::memory_order_relaxed);
-        if (abandoned_) {
-            abandoned_ = false;
+        noteOwner(t);
+        if (isAbandoned()) {
+            lock.clearBits(ObjectLock::kObjectFlag);
             return WAIT_ABANDONED_0;
         }
         return WAIT_OBJECT_0;
     }
 
+    // Without the lock: takes a free mutex, or deepens the caller's hold.
+    bool tryFastAcquire(ThreadObject *t)
+    {
+        uint64_t mine = reinterpret_cast<uintptr_t>(t);
+        uint64_t w = lock.word().load(std::memory_order_acquire);
+        if (w == mine) {
+            ++recursion_;
+            return true;
+        }
+        if (w == 0 && lock.word().compare_exchange_strong(w, mine, std::memory_order_acquire,
+                                                          std::memory_order_relaxed)) {
+            recursion_ = 1;
+            noteOwner(t);
+            return true;
+        }
+        return false;
+    }
+
+    // Without the lock: gives up one hold of the caller's when nobody waits.
+    bool tryFastRelease(const ThreadObject *t)
+    {
+        uint64_t mine = reinterpret_cast<uintptr_t>(t);
+        // With the lock free, whoever last made the caller the owner is done
+        // with the depth too.
+        uint64_t w = lock.word().load(std::memory_order_acquire);
+        if ((w & ObjectLock::kLockBits) || (w & ~ObjectLock::kFlagBits) != mine)
+            return false;
+        if (recursion_ > 1) {
+            --recursion_;
+            return true;
+        }
+        if (w != mine)
+            return false;
+        recursion_ = 0;
+        if (lock.word().compare_exchange_strong(w, 0, std::memory_order_release, std::memory_order_relaxed))
+            return true;
+        recursion_ = 1;
+        return false;
+    }
+
     // Under lock. False when t does not own the mutex.
     bool releaseBy(const ThreadObject *t)
     {
-        if (owner_ != t)
+        if (lock.pointer() != t)
             return false;
         if (--recursion_ == 0)
-            owner_ = nullptr;
+            lock.setPointer(nullptr);
         return true;
     }
 
     // Under lock: the owner ended while holding it.
     void abandonIfOwnedBy(const ThreadObject *t)
     {
-        if (owner_ == t) {
-            owner_ = nullptr;
+        if (lock.pointer() == t) {
+            lock.setPointer(nullptr);
             recursion_ = 0;
-            abandoned_ = true;
+            lock.setBits(ObjectLock::kObjectFlag);
         }
     }
 
     // Under lock: does t hold it?
-    bool ownedBy(const ThreadObject *t) const { return owner_ == t; }
+    bool ownedBy(const ThreadObject *t) const { return lock.pointer() == t; }
 
 private:
-    const ThreadObject *owner_ = nullptr;
+    static void noteOwner(ThreadObject *t)
+    {
+        if (!t->everOwnedMutex.load(std::memory_order_relaxed))
+            t->everOwnedMutex.store(true, std::memory_order_relaxed);
+    }
+
     DWORD recursion_ = 0;
-    bool abandoned_ = false;
 };
 
 bool refuseName(LPCSTR name)
@@ -402,7 +488,7 @@ void abandonMutexesOf(ThreadObject *thread)
         MutexRegistry &r = mutexRegistry();
         std::lock_guard<std::mutex> guard(r.lock);
         for (MutexObject *m : r.all) {
-            std::lock_guard<std::mutex> objGuard(m->lock);
+            std::lock_guard<ObjectLock> objGuard(m->lock);
             // A mutex whose last handle is going away is not abandoned to
             // anybody; tryAddRef skips it.
             if (m->ownedBy(thread) && m->tryAddRef())
@@ -434,7 +520,7 @@ HANDLE WINAPI CreateEventA(LPSECURITY_ATTRIBUTES, BOOL bManualReset, BOOL bIniti
 BOOL WINAPI SetEvent(HANDLE hEvent)
 {
     HandleRef ref;
-    EventObject *e = lookupAs<EventObject>(hEvent, ObjectKind::Event, ref);
+    EventObject *e = lookupCachedAs<EventObject>(hEvent, ObjectKind::Event, ref);
     if (!e)
         return FALSE;
     e->signal([e] { e->set(); });
@@ -444,10 +530,10 @@ BOOL WINAPI SetEvent(HANDLE hEvent)
 BOOL WINAPI ResetEvent(HANDLE hEvent)
 {
     HandleRef ref;
-    EventObject *e = lookupAs<EventObject>(hEvent, ObjectKind::Event, ref);
+    EventObject *e = lookupCachedAs<EventObject>(hEvent, ObjectKind::Event, ref);
     if (!e)
         return FALSE;
-    std::lock_guard<std::mutex> guard(e->lock);
+    std::lock_guard<ObjectLock> guard(e->lock);
     e->reset();
     return TRUE;
 }
@@ -455,7 +541,7 @@ BOOL WINAPI ResetEvent(HANDLE hEvent)
 BOOL WINAPI PulseEvent(HANDLE hEvent)
 {
     HandleRef ref;
-    EventObject *e = lookupAs<EventObject>(hEvent, ObjectKind::Event, ref);
+    EventObject *e = lookupCachedAs<EventObject>(hEvent, ObjectKind::Event, ref);
     if (!e)
         return FALSE;
     // Set, hand to the waits queued now, reset: all under the event's lock,
@@ -470,7 +556,7 @@ HANDLE WINAPI CreateMutexA(LPSECURITY_ATTRIBUTES, BOOL bInitialOwner, LPCSTR lpN
         return nullptr;
     MutexObject *m = new MutexObject;
     if (bInitialOwner) {
-        std::lock_guard<std::mutex> guard(m->lock);
+        std::lock_guard<ObjectLock> guard(m->lock);
         m->acquire(currentThreadObject());
     }
     HANDLE h = insertHandle(m, MUTEX_ALL_ACCESS);
@@ -482,10 +568,12 @@ HANDLE WINAPI CreateMutexA(LPSECURITY_ATTRIBUTES, BOOL bInitialOwner, LPCSTR lpN
 BOOL WINAPI ReleaseMutex(HANDLE hMutex)
 {
     HandleRef ref;
-    MutexObject *m = lookupAs<MutexObject>(hMutex, ObjectKind::Mutex, ref);
+    MutexObject *m = lookupCachedAs<MutexObject>(hMutex, ObjectKind::Mutex, ref);
     if (!m)
         return FALSE;
     ThreadObject *self = currentThreadObject();
+    if (m->tryFastRelease(self))
+        return TRUE;
     bool released = false;
     m->signal([m, self, &released] { released = m->releaseBy(self); });
     if (!released) {
@@ -498,10 +586,22 @@ BOOL WINAPI ReleaseMutex(HANDLE hMutex)
 DWORD WINAPI WaitForSingleObject(HANDLE hHandle, DWORD dwMilliseconds)
 {
     HandleRef ref;
-    Waitable *w = waitableOf(hHandle, ref);
+    Waitable *w = lookupHandleCached(hHandle, ref) ? ref.get()->asWaitable() : nullptr;
     if (!w) {
         SetLastError(ERROR_INVALID_HANDLE);
         return WAIT_FAILED;
+    }
+    // Most waits find the object signalled: take it without the set-up of
+    // a wait that may block.
+    ThreadObject *self = currentThreadObject();
+    if (w->kind() == ObjectKind::Mutex && static_cast<MutexObject *>(w)->tryFastAcquire(self))
+        return WAIT_OBJECT_0;
+    {
+        std::lock_guard<ObjectLock> guard(w->lock);
+        if (w->isSignaledFor(self))
+            return w->acquire(self);
+        if (dwMilliseconds == 0)
+            return WAIT_TIMEOUT;
     }
     return waitForObjects(1, &w, false, dwMilliseconds);
 }

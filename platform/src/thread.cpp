@@ -17,10 +17,12 @@
 
 namespace tsp {
 
+__attribute__((tls_model("initial-exec"))) thread_local ThreadObject *tlsCurrentThread = nullptr;
+
 namespace {
 
-thread_local ThreadObject *tlsCurrent = nullptr;
-thread_local DWORD tlsLastError = ERROR_SUCCESS;
+// Read on every call: the initial-exec model makes each read one load.
+__attribute__((tls_model("initial-exec"))) thread_local DWORD tlsLastError = ERROR_SUCCESS;
 
 pthread_key_t exitKey;
 std::once_flag exitKeyOnce;
@@ -74,15 +76,15 @@ void threadEnded(void *p)
     });
     if (t->autoCloseHandle)
         CloseHandle(t->autoCloseHandle);
-    if (tlsCurrent == t)
-        tlsCurrent = nullptr;
+    if (tlsCurrentThread == t)
+        tlsCurrentThread = nullptr;
     t->release();
 }
 
 void bindCurrent(ThreadObject *t)
 {
     std::call_once(exitKeyOnce, [] { pthread_key_create(&exitKey, threadEnded); });
-    tlsCurrent = t;
+    tlsCurrentThread = t;
     pthread_setspecific(exitKey, t);
 }
 
@@ -101,7 +103,7 @@ int suspendSignal() { return SIGRTMIN + 3; }
 void suspendHandler(int)
 {
     int saved = errno;
-    if (ThreadObject *t = tlsCurrent) {
+    if (ThreadObject *t = tlsCurrentThread) {
         t->parkSeq.fetch_add(1, std::memory_order_acq_rel);
         futexWake(&t->parkSeq, INT_MAX);
         park(t);
@@ -218,10 +220,8 @@ bool tlsIndexInUse(DWORD index, uint32_t &gen)
 
 } // namespace
 
-ThreadObject *currentThreadObject()
+ThreadObject *adoptCurrentThread()
 {
-    if (ThreadObject *t = tlsCurrent)
-        return t;
     // A thread this layer did not start.
     ThreadObject *t = new ThreadObject;
     t->pthread = pthread_self();

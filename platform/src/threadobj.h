@@ -49,7 +49,13 @@ public:
 
 // The calling thread's object; a thread this layer did not start (the main
 // thread, a std::thread) gets one on first use.
-ThreadObject *currentThreadObject();
+extern __attribute__((tls_model("initial-exec"))) thread_local ThreadObject *tlsCurrentThread;
+ThreadObject *adoptCurrentThread();
+inline ThreadObject *currentThreadObject()
+{
+    ThreadObject *t = tlsCurrentThread;
+    return t ? t : adoptCurrentThread();
+}
 ProcessObject *processObject();
 
 // Called with each mutex a thread may own, when the thread ends.

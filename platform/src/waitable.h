@@ -8,6 +8,7 @@
 // its objects locked at once, so it takes all of them atomically or none.
 #pragma once
 
+#include "futex.h"
 #include "object.h"
 
 #include <atomic>
@@ -34,7 +35,7 @@ public:
     Waitable *asWaitable() override { return this; }
 
     // Guards the queue and the state of the derived object.
-    std::mutex lock;
+    ObjectLock lock;
 
     // Under lock: can thread take the object now?
     virtual bool isSignaledFor(const ThreadObject *thread) const = 0;
@@ -79,7 +80,7 @@ template <class Op, class After>
 void Waitable::signal(Op op, After after)
 {
     {
-        std::unique_lock<std::mutex> guard(lock);
+        std::unique_lock<ObjectLock> guard(lock);
         if (waitAllCount == 0) {
             op();
             satisfyWaiters();
