@@ -18,6 +18,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <mutex>
+#include <string>
+
 using namespace tsp;
 
 namespace {
@@ -56,6 +60,13 @@ void copyPart(char *out, size_t size, const char *from, size_t len)
     memcpy(out, from, len);
     out[len] = 0;
 }
+
+std::mutex zoneLock;
+std::string zoneTz;
+bool zoneHasTz = false;
+bool zoneRead = false;
+time_t zoneReadAt = 0;
+std::atomic<unsigned> zoneGeneration{0};
 
 } // namespace
 
@@ -253,14 +264,49 @@ FILE *_fsopen(const char *filename, const char *mode, int shflag)
     return f;
 }
 
-void _tzset(void) { tzset(); }
+void _tzset(void)
+{
+    // The zone is read afresh when TZ has changed, and otherwise at most
+    // once a second: the system's zone file is examined by each full
+    // reading, which costs far more than the date itself.
+    const char *tz = getenv("TZ");
+    struct timespec now;
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    std::lock_guard<std::mutex> guard(zoneLock);
+    bool same = zoneRead && (tz ? (zoneHasTz && zoneTz == tz) : !zoneHasTz);
+    if (same && now.tv_sec == zoneReadAt)
+        return;
+    tzset();
+    zoneRead = true;
+    zoneHasTz = tz != nullptr;
+    if (tz)
+        zoneTz = tz;
+    zoneReadAt = now.tv_sec;
+    zoneGeneration.fetch_add(1, std::memory_order_release);
+}
 
 char *_strdate(char *buffer)
 {
+    // The text of a day is kept until shortly before the local midnight,
+    // or until the zone is read again.
+    thread_local struct {
+        unsigned generation = ~0u;
+        time_t from = 0, until = 0;
+        char text[9] = {};
+    } cache;
     time_t now = time(nullptr);
-    struct tm local;
-    localtime_r(&now, &local);
-    strftime(buffer, 9, "%m/%d/%y", &local);
+    unsigned generation = zoneGeneration.load(std::memory_order_acquire);
+    if (cache.generation != generation || now < cache.from || now >= cache.until) {
+        struct tm local;
+        localtime_r(&now, &local);
+        strftime(cache.text, sizeof cache.text, "%m/%d/%y", &local);
+        long left = 86400L - (local.tm_hour * 3600L + local.tm_min * 60L + local.tm_sec);
+        // A change of daylight saving time may bring midnight an hour nearer.
+        cache.from = now;
+        cache.until = now + (left > 3700 ? left - 3600 : 1);
+        cache.generation = generation;
+    }
+    memcpy(buffer, cache.text, sizeof cache.text);
     return buffer;
 }
 
