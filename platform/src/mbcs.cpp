@@ -8,6 +8,8 @@
 #include <string.h>
 
 #include <atomic>
+#include <map>
+#include <mutex>
 
 using namespace tsp;
 
@@ -22,9 +24,15 @@ std::atomic<const Setting *> current{nullptr};
 
 const Setting *makeSetting(int id, const CodePage *table)
 {
-    // Settings are few and small; they are kept so that a reader never
-    // meets a freed one.
-    return new Setting{id, table};
+    // One setting per code page, kept for the process's life, so that a
+    // reader never meets a freed one.
+    static std::mutex lock;
+    static auto *settings = new std::map<int, const Setting *>;
+    std::lock_guard<std::mutex> guard(lock);
+    const Setting *&slot = (*settings)[id];
+    if (!slot)
+        slot = new Setting{id, table};
+    return slot;
 }
 
 const CodePage *table()
@@ -35,12 +43,7 @@ const CodePage *table()
         const Setting *fresh = cp ? makeSetting(static_cast<int>(ansiCodePage()), cp)
                                   : makeSetting(_MB_CP_SBCS, bytesOnlyCodePage());
         const Setting *expected = nullptr;
-        if (current.compare_exchange_strong(expected, fresh, std::memory_order_acq_rel))
-            s = fresh;
-        else {
-            delete fresh;
-            s = expected;
-        }
+        s = current.compare_exchange_strong(expected, fresh, std::memory_order_acq_rel) ? fresh : expected;
     }
     return s->table;
 }

@@ -116,6 +116,12 @@ void *operator new[](size_t size, const std::nothrow_t &) noexcept
         return nullptr;
     return malloc(size ? size : 1);
 }
+void *operator new[](size_t size)
+{
+    if (void *p = malloc(size ? size : 1))
+        return p;
+    throw std::bad_alloc();
+}
 void operator delete[](void *p) noexcept { free(p); }
 void operator delete[](void *p, size_t) noexcept { free(p); }
 
