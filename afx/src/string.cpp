@@ -24,6 +24,9 @@ EmptyBlock emptyBlock = {{-1, 0, 0}, {0}};
 
 LPSTR EmptyText() { return emptyBlock.header.data(); }
 
+// The count of a block that other threads' copies may change at any time.
+LONG Refs(const CStringData *d) { return __atomic_load_n(&d->nRefs, __ATOMIC_ACQUIRE); }
+
 int SafeLength(LPCSTR psz) { return psz ? static_cast<int>(strlen(psz)) : 0; }
 
 } // namespace
@@ -52,7 +55,7 @@ void CString::AllocBuffer(int nLen)
 void CString::Release()
 {
     CStringData *d = GetData();
-    if (d != &emptyBlock.header && d->nRefs >= 0 && InterlockedDecrement(&d->nRefs) <= 0)
+    if (d != &emptyBlock.header && Refs(d) >= 0 && InterlockedDecrement(&d->nRefs) <= 0)
         free(static_cast<void *>(d));
     Init();
 }
@@ -60,7 +63,7 @@ void CString::Release()
 void CString::AllocBeforeWrite(int nLen)
 {
     CStringData *d = GetData();
-    if (d->nRefs > 1 || nLen > d->nAllocLength || d->nRefs < 0) {
+    if (Refs(d) > 1 || nLen > d->nAllocLength || Refs(d) < 0) {
         CString keep; // the old block stays alive until the new one is filled
         keep.m_pchData = m_pchData;
         Init();
@@ -81,7 +84,7 @@ void CString::AssignCopy(int nLen, LPCSTR pch)
         return;
     }
     CStringData *d = GetData();
-    if (d->nRefs >= 0 && pch >= m_pchData && pch <= m_pchData + d->nAllocLength) {
+    if (Refs(d) >= 0 && pch >= m_pchData && pch <= m_pchData + d->nAllocLength) {
         CString part(pch, nLen); // a piece of this string's own block
         *this = part;
         return;
@@ -95,7 +98,7 @@ void CString::AssignCopy(int nLen, LPCSTR pch)
 void CString::CopyBeforeWrite()
 {
     CStringData *d = GetData();
-    if (d->nRefs > 1) {
+    if (Refs(d) > 1) {
         CString old;
         old.m_pchData = m_pchData; // takes over this string's reference
         Init();
@@ -109,7 +112,7 @@ CString::CString() { Init(); }
 CString::CString(const CString &src)
 {
     CStringData *d = src.GetData();
-    if (d->nRefs >= 0) {
+    if (Refs(d) >= 0) {
         InterlockedIncrement(&d->nRefs);
         m_pchData = src.m_pchData;
     } else {
@@ -153,7 +156,7 @@ const CString &CString::operator=(const CString &src)
 {
     if (m_pchData != src.m_pchData) {
         CStringData *d = src.GetData();
-        if (d->nRefs < 0) {
+        if (Refs(d) < 0) {
             AssignCopy(d->nDataLength, src.m_pchData);
         } else {
             InterlockedIncrement(&d->nRefs);
@@ -197,7 +200,7 @@ void CString::ConcatInPlace(int nLen, LPCSTR pch)
     if (nLen <= 0)
         return;
     CStringData *d = GetData();
-    if (d->nRefs > 1 || d->nRefs < 0 || d->nDataLength + nLen > d->nAllocLength) {
+    if (Refs(d) > 1 || Refs(d) < 0 || d->nDataLength + nLen > d->nAllocLength) {
         // Grow by half again, so that repeated appends stay linear.
         int have = d->nDataLength;
         int want = have + nLen;
@@ -433,7 +436,7 @@ LPSTR CString::GetBuffer(int nMinBufLength)
     if (nMinBufLength < 0)
         nMinBufLength = 0;
     CStringData *d = GetData();
-    if (d->nRefs > 1 || d->nRefs < 0 || nMinBufLength > d->nAllocLength) {
+    if (Refs(d) > 1 || Refs(d) < 0 || nMinBufLength > d->nAllocLength) {
         int have = d->nDataLength;
         int alloc = nMinBufLength > have ? nMinBufLength : have;
         if (alloc == 0)
@@ -462,7 +465,7 @@ LPSTR CString::GetBufferSetLength(int nNewLength)
 void CString::ReleaseBuffer(int nNewLength)
 {
     CStringData *d = GetData();
-    if (d->nRefs < 0)
+    if (Refs(d) < 0)
         return; // the shared empty block: nothing was handed out
     if (nNewLength < 0) {
         // Measure up to the first zero byte within the block.
