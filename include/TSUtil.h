@@ -2,6 +2,12 @@
 #pragma once
 
 #include "TSDefs.h"
-
+#include "Mutex.h"
+#include "ThrdBase.h"
+#include "Intrlck.h"
+#include "IntrlJob.h"
+#include "MultiLck.h"
+#include "SngLQue.h"
+#include "LogFile.h"
 #include "FileDir.h"
 #include "GenTxt.h"
