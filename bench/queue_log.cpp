@@ -31,7 +31,7 @@ void SngLinkQueThroughput(benchmark::State &state)
     const int consumers = static_cast<int>(state.range(0));
     SngLinkQue q;
     std::atomic<bool> producerDone{false};
-    std::atomic<int64_t> taken{0};
+    std::atomic<int64_t> taken{0}, timeouts{0};
     Token token;
     std::vector<std::thread> threads;
     for (int c = 0; c < consumers; ++c)
@@ -43,6 +43,8 @@ void SngLinkQueThroughput(benchmark::State &state)
                     ++mine;
                     continue;
                 }
+                if (waitResult == WAIT_TIMEOUT)
+                    ++timeouts; // a second without a wake-up while objects came
                 if (producerDone.load()) {
                     unsigned int remaining = 0;
                     while (q.GetWait(remaining, 1) || remaining)
@@ -65,6 +67,7 @@ void SngLinkQueThroughput(benchmark::State &state)
     }
     if (taken.load() != n)
         state.SkipWithError("objects lost or taken twice");
+    state.counters["timeouts"] = static_cast<double>(timeouts.load());
     state.SetItemsProcessed(n);
 }
 BENCHMARK(SngLinkQueThroughput)->Arg(1)->Arg(2)->Arg(4)->UseRealTime();
@@ -117,6 +120,55 @@ void StdQueueThroughput(benchmark::State &state)
     state.SetItemsProcessed(n);
 }
 BENCHMARK(StdQueueThroughput)->Arg(1)->Arg(2)->Arg(4)->UseRealTime();
+
+// The standard library's queue woken as SngLinkQue wakes: every waiting
+// consumer for each object (notify_all), to show what that costs.
+void StdQueueBroadcastThroughput(benchmark::State &state)
+{
+    const int consumers = static_cast<int>(state.range(0));
+    std::mutex m;
+    std::condition_variable cv;
+    std::deque<CObject *> items;
+    bool closed = false;
+    std::atomic<int64_t> taken{0};
+    Token token;
+    std::vector<std::thread> threads;
+    for (int c = 0; c < consumers; ++c)
+        threads.emplace_back([&] {
+            int64_t mine = 0;
+            std::unique_lock<std::mutex> lock(m);
+            for (;;) {
+                cv.wait(lock, [&] { return !items.empty() || closed; });
+                if (items.empty())
+                    break;
+                items.pop_front();
+                ++mine;
+            }
+            taken += mine;
+        });
+    const int64_t n = state.max_iterations;
+    int64_t i = 0;
+    for (auto _ : state) {
+        {
+            std::lock_guard<std::mutex> lock(m);
+            items.push_back(&token);
+            cv.notify_all();
+        }
+        if (++i == n) {
+            {
+                std::lock_guard<std::mutex> lock(m);
+                closed = true;
+            }
+            cv.notify_all();
+            for (auto &t : threads)
+                t.join();
+        }
+    }
+    if (taken.load() != n)
+        state.SkipWithError("objects lost or taken twice");
+    state.SetItemsProcessed(n);
+}
+BENCHMARK(StdQueueBroadcastThroughput)->Arg(1)->Arg(2)->Arg(4)->UseRealTime();
 
 const char kRecord[] = "2026-11-22 21:40:29 worker 3: request 12345 done in 17 ms\n";
 const char kLogDir[] = "tsbench-logs";
