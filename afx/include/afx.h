@@ -341,7 +341,7 @@ public:
 
     CDumpContext &operator<<(LPCSTR lpsz);     // null gives "(NULL)"
     CDumpContext &operator<<(const CString &s);
-    CDumpContext &operator<<(const void *lp);  // "$%p"
+    CDumpContext &operator<<(const void *lp);  // "$" and the address in hexadecimal
     CDumpContext &operator<<(const CObject *pOb);
     CDumpContext &operator<<(const CObject &ob);
     CDumpContext &operator<<(BYTE by);

@@ -29,7 +29,7 @@ CDumpContext &CDumpContext::operator<<(const CString &s) { return *this << stati
 CDumpContext &CDumpContext::operator<<(const void *lp)
 {
     char buf[40];
-    snprintf(buf, sizeof buf, "$%lX", static_cast<unsigned long>(reinterpret_cast<UINT_PTR>(lp)));
+    snprintf(buf, sizeof buf, "$%llX", static_cast<unsigned long long>(reinterpret_cast<UINT_PTR>(lp)));
     return *this << buf;
 }
 

@@ -2,6 +2,7 @@
 // shared stream opens and the date.
 #include "ScratchDir.h"
 
+#include <direct.h>
 #include <errno.h>
 #include <io.h>
 #include <mbctype.h>
@@ -116,6 +117,28 @@ TEST(CrtTest, AccessTests)
     errno = 0;
     EXPECT_EQ(_access(file.c_str(), 2), -1);
     EXPECT_EQ(errno, EACCES);
+}
+
+TEST(CrtTest, DirectoryCalls)
+{
+    ScratchDir dir;
+    std::string sub = dir / "m";
+    EXPECT_EQ(_mkdir(sub.c_str()), 0);
+    errno = 0;
+    EXPECT_EQ(_mkdir(sub.c_str()), -1);
+    EXPECT_EQ(errno, EEXIST);
+    EXPECT_EQ(_chdir(sub.c_str()), 0);
+    char cwd[4 * MAX_PATH];
+    ASSERT_NE(_getcwd(cwd, sizeof cwd), nullptr);
+    EXPECT_EQ(std::string(cwd), sub);
+    errno = 0;
+    EXPECT_EQ(_getcwd(cwd, 3), nullptr);
+    EXPECT_EQ(errno, ERANGE);
+    EXPECT_EQ(_chdir(dir.path().c_str()), 0);
+    EXPECT_EQ(_rmdir(sub.c_str()), 0);
+    errno = 0;
+    EXPECT_EQ(_rmdir(sub.c_str()), -1);
+    EXPECT_EQ(errno, ENOENT);
 }
 
 TEST(CrtTest, SharedStreamOpens)
