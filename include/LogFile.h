@@ -88,3 +88,6 @@ private:
 
     LogFileState *m_pState;
 };
+
+// The lock (table pointer and cell) and the shared state.
+static_assert(sizeof(LogFile) == 3 * sizeof(void *), "LogFile layout");

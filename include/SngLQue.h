@@ -88,3 +88,7 @@ private:
     CObList *m_pList;
     POSITION m_pCursor;
 };
+
+// The list, the lock (table pointer and cell), the condition and the flag.
+static_assert(sizeof(SngLinkQue) == 11 * sizeof(void *), "SngLinkQue layout");
+static_assert(sizeof(Iterator) == 2 * sizeof(void *), "Iterator layout");

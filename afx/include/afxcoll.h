@@ -136,3 +136,8 @@ protected:
     CPlex *m_pBlocks;
     int m_nBlockSize;
 };
+
+// The layouts that derived classes of other modules rely on: a table
+// pointer and six fields, each int padded to a pointer's width.
+static_assert(sizeof(CObList) == 7 * sizeof(void *), "CObList layout");
+static_assert(sizeof(CStringList) == 7 * sizeof(void *), "CStringList layout");
