@@ -124,8 +124,9 @@ WINBASEAPI BOOL WINAPI SetCurrentDirectoryA(LPCSTR lpPathName);
  * the size needed with the terminator, and the buffer is left alone. */
 WINBASEAPI DWORD WINAPI GetCurrentDirectoryA(DWORD nBufferLength, LPSTR lpBuffer);
 
-/* The program's own path when hModule is null (other modules:
- * ERROR_MOD_NOT_FOUND). A short buffer gets the path cut to nSize - 1
+/* The path of a module: the program's own when hModule is null; on POSIX
+ * a module handle is the address at which the module is loaded, and an
+ * address where no module starts gives ERROR_MOD_NOT_FOUND. A short buffer gets the path cut to nSize - 1
  * bytes and a terminator; the result is then nSize, with
  * ERROR_INSUFFICIENT_BUFFER. */
 WINBASEAPI DWORD WINAPI GetModuleFileNameA(HMODULE hModule, LPSTR lpFilename, DWORD nSize);

@@ -4,6 +4,9 @@
 #include "machineroot.h"
 
 #include <ctype.h>
+#include <link.h>
+#include <stdint.h>
+#include <stdlib.h>
 #include <errno.h>
 #include <limits.h>
 #include <string.h>
@@ -266,6 +269,48 @@ int errnoFromWin32Error(DWORD error)
     }
 }
 
+namespace {
+
+// A module handle on POSIX is the address at which the object is loaded
+// (what dladdr gives as dli_fbase). Finds the object's path; an empty path
+// for the program itself.
+struct ModuleSearch {
+    uintptr_t base;
+    bool found;
+    std::string path;
+};
+
+int matchModule(struct dl_phdr_info *info, size_t, void *data)
+{
+    ModuleSearch *search = static_cast<ModuleSearch *>(data);
+    uintptr_t lowest = UINTPTR_MAX;
+    for (int i = 0; i < info->dlpi_phnum; ++i)
+        if (info->dlpi_phdr[i].p_type == PT_LOAD && info->dlpi_phdr[i].p_vaddr < lowest)
+            lowest = info->dlpi_phdr[i].p_vaddr;
+    if (lowest == UINTPTR_MAX || info->dlpi_addr + lowest != search->base)
+        return 0;
+    search->found = true;
+    search->path = info->dlpi_name ? info->dlpi_name : "";
+    return 1;
+}
+
+} // namespace
+
+bool modulePathOf(HMODULE module, std::string &path)
+{
+    ModuleSearch search{reinterpret_cast<uintptr_t>(module), false, std::string()};
+    dl_iterate_phdr(matchModule, &search);
+    if (!search.found)
+        return false;
+    path = search.path;
+    if (!path.empty() && path[0] != '/') {
+        char resolved[PATH_MAX];
+        if (realpath(path.c_str(), resolved))
+            path = resolved;
+    }
+    return true;
+}
+
 } // namespace tsp
 
 using namespace tsp;
@@ -300,17 +345,21 @@ DWORD WINAPI GetCurrentDirectoryA(DWORD nBufferLength, LPSTR lpBuffer)
 
 DWORD WINAPI GetModuleFileNameA(HMODULE hModule, LPSTR lpFilename, DWORD nSize)
 {
-    if (hModule) {
+    std::string posixPath;
+    if (hModule && !modulePathOf(hModule, posixPath)) {
         SetLastError(ERROR_MOD_NOT_FOUND);
         return 0;
     }
-    std::vector<char> buf(PATH_MAX);
-    ssize_t n = readlink("/proc/self/exe", buf.data(), buf.size() - 1);
-    if (n < 0) {
-        SetLastError(win32ErrorFromErrno(errno));
-        return 0;
+    if (posixPath.empty()) {
+        std::vector<char> buf(PATH_MAX);
+        ssize_t n = readlink("/proc/self/exe", buf.data(), buf.size() - 1);
+        if (n < 0) {
+            SetLastError(win32ErrorFromErrno(errno));
+            return 0;
+        }
+        posixPath.assign(buf.data(), static_cast<size_t>(n));
     }
-    std::string w = toWindowsPath(std::string(buf.data(), static_cast<size_t>(n)));
+    std::string w = toWindowsPath(posixPath);
     if (!lpFilename || nSize == 0) {
         SetLastError(ERROR_INSUFFICIENT_BUFFER);
         return 0;

@@ -22,6 +22,11 @@ std::string toWindowsPath(const std::string &posixPath);
 // ERROR_PATH_NOT_FOUND.
 DWORD win32ErrorFromErrno(int err, const std::string &posixPath = std::string());
 
+// The POSIX path of a loaded module, named by its load address (the
+// module handle of this layer); empty for the program itself. False when
+// no module is loaded there.
+bool modulePathOf(HMODULE module, std::string &path);
+
 // The errno that the C runtime gives for a Win32 error.
 int errnoFromWin32Error(DWORD error);
 
