@@ -34,7 +34,12 @@ bool driveRoot(char letter, std::string &base)
         return false;
     if (letter == 'c') {
         base = root + "/drive_c";
-        mkdir(base.c_str(), 0755); // the system drive always exists
+        // The system drive always exists: made once for each machine root.
+        thread_local std::string madeFor;
+        if (madeFor != root) {
+            mkdir(base.c_str(), 0755);
+            madeFor = root;
+        }
         return true;
     }
     base = root + "/dosdevices/" + letter + ":";
