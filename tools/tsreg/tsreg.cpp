@@ -177,14 +177,14 @@ bool parseArgs(int argc, char **argv, bool separatorOption, Args &a, std::string
 }
 
 // Splits ROOT\Path; false for an unknown root or a remote machine.
-bool parseKey(const std::string &spec, HKEY &hive, std::string &sub, std::string &display, std::string &error)
+bool parseKey(const std::string &keyText, HKEY &hive, std::string &sub, std::string &display, std::string &error)
 {
-    if (spec.compare(0, 2, "\\\\") == 0) {
+    if (keyText.compare(0, 2, "\\\\") == 0) {
         error = "Remote registries are not supported.";
         return false;
     }
-    std::string root = spec.substr(0, spec.find('\\'));
-    sub = root.size() < spec.size() ? spec.substr(root.size() + 1) : std::string();
+    std::string root = keyText.substr(0, keyText.find('\\'));
+    sub = root.size() < keyText.size() ? keyText.substr(root.size() + 1) : std::string();
     while (!sub.empty() && sub.back() == '\\')
         sub.pop_back();
     for (const Hive &h : kHives) {
@@ -194,7 +194,7 @@ bool parseKey(const std::string &spec, HKEY &hive, std::string &sub, std::string
             return true;
         }
     }
-    error = "Invalid key name \"" + spec + "\": the root must be HKLM, HKCU, HKCR, HKU or HKCC.";
+    error = "Invalid key name \"" + keyText + "\": the root must be HKLM, HKCU, HKCR, HKU or HKCC.";
     return false;
 }
 
