@@ -139,4 +139,10 @@ typedef struct _SECURITY_ATTRIBUTES {
     BOOL bInheritHandle;
 } SECURITY_ATTRIBUTES, *PSECURITY_ATTRIBUTES, *LPSECURITY_ATTRIBUTES;
 
+#ifdef __cplusplus
+static_assert(sizeof(DWORD) == 4 && sizeof(LONG) == 4 && sizeof(WORD) == 2 && sizeof(WCHAR) == 2,
+              "Windows' integer sizes");
+static_assert(sizeof(DWORD_PTR) == sizeof(void *) && sizeof(HANDLE) == sizeof(void *), "pointer-sized types");
+#endif
+
 #endif /* TSPLATFORM_WINDEF_H */

@@ -92,15 +92,82 @@ inline void futexUnlock(std::atomic<uint32_t> *word)
         futexWake(word, 1);
 }
 
-// The lock of one kernel object: held only for a few instructions, never
-// across a blocking wait.
+// The lock of one kernel object, held only for a few instructions and
+// never across a blocking wait. Its word is 64 bits: bits 0-1 are the lock
+// (0 free, 1 held, 2 held with sleepers), bit 2 says that waits are queued
+// on the object, bit 3 is free for the object, and bits 4-63 hold a
+// pointer the object may keep there (a mutex keeps its owner). Keeping
+// them in one word lets an object offer a path that needs one
+// compare-and-swap and no lock: it succeeds only when the whole word has
+// the value it expects, so never while the lock is held.
 class ObjectLock {
 public:
-    void lock() { futexLock(&word_); }
-    void unlock() { futexUnlock(&word_); }
+    static constexpr uint64_t kLockBits = 3;
+    static constexpr uint64_t kQueued = 4;
+    static constexpr uint64_t kObjectFlag = 8;
+    static constexpr uint64_t kFlagBits = 15;
+
+    void lock()
+    {
+        uint64_t w = word_.load(std::memory_order_relaxed);
+        if ((w & kLockBits) == 0 &&
+            word_.compare_exchange_weak(w, w | 1, std::memory_order_acquire, std::memory_order_relaxed))
+            return;
+        lockSlow();
+    }
+
+    void unlock()
+    {
+        uint64_t w = word_.load(std::memory_order_relaxed);
+        while (!word_.compare_exchange_weak(w, w & ~kLockBits, std::memory_order_release, std::memory_order_relaxed)) {
+        }
+        if ((w & kLockBits) == 2)
+            futexWake(lowHalf(), 1);
+    }
+
+    // The whole word, for the object's own lock-free path.
+    std::atomic<uint64_t> &word() { return word_; }
+    uint64_t load() const { return word_.load(std::memory_order_acquire); }
+
+    // Under the lock: changes the bits outside the lock bits.
+    void setBits(uint64_t bits) { word_.fetch_or(bits, std::memory_order_relaxed); }
+    void clearBits(uint64_t bits) { word_.fetch_and(~bits, std::memory_order_relaxed); }
+    void setPointer(const void *p)
+    {
+        uint64_t w = word_.load(std::memory_order_relaxed);
+        while (!word_.compare_exchange_weak(w, (w & kFlagBits) | reinterpret_cast<uintptr_t>(p),
+                                            std::memory_order_relaxed)) {
+        }
+    }
+    const void *pointer() const
+    {
+        return reinterpret_cast<const void *>(static_cast<uintptr_t>(word_.load(std::memory_order_acquire) & ~kFlagBits));
+    }
 
 private:
-    std::atomic<uint32_t> word_{0};
+    static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the futex is the word's low half");
+
+    std::atomic<uint32_t> *lowHalf() { return reinterpret_cast<std::atomic<uint32_t> *>(&word_); }
+
+    void lockSlow()
+    {
+        for (;;) {
+            uint64_t w = word_.load(std::memory_order_relaxed);
+            if ((w & kLockBits) == 0) {
+                // Taken as "held with sleepers": others may still sleep.
+                if (word_.compare_exchange_weak(w, (w & ~kLockBits) | 2, std::memory_order_acquire,
+                                                std::memory_order_relaxed))
+                    return;
+                continue;
+            }
+            if ((w & kLockBits) == 1 &&
+                !word_.compare_exchange_weak(w, (w & ~kLockBits) | 2, std::memory_order_relaxed))
+                continue;
+            futexWait(lowHalf(), static_cast<uint32_t>((w & ~kLockBits) | 2), Deadline());
+        }
+    }
+
+    std::atomic<uint64_t> word_{0};
 };
 
 } // namespace tsp

@@ -43,6 +43,7 @@ void Waitable::enqueue(WaitLink *link)
         head = link;
     tail = link;
     link->queued = true;
+    lock.setBits(ObjectLock::kQueued);
     if (link->waiter->waitAll)
         ++waitAllCount;
 }
@@ -61,6 +62,8 @@ void Waitable::unlink(WaitLink *link)
         tail = link->prev;
     link->prev = link->next = nullptr;
     link->queued = false;
+    if (!head)
+        lock.clearBits(ObjectLock::kQueued);
     if (link->waiter->waitAll)
         --waitAllCount;
 }
@@ -344,6 +347,10 @@ MutexRegistry &mutexRegistry()
     return *r;
 }
 
+// A mutex keeps its owner in the pointer bits of its lock word and its
+// abandonment in the object flag, so an acquire of a free mutex and a
+// release with nobody waiting are one compare-and-swap each. The depth is
+// touched only by the owner.
 class MutexObject : public Waitable {
 public:
     MutexObject() : Waitable(ObjectKind::Mutex)
@@ -359,51 +366,99 @@ public:
         r.all.erase(std::find(r.all.begin(), r.all.end(), this));
     }
 
-    bool isSignaledFor(const ThreadObject *t) const override { return owner_ == nullptr || owner_ == t; }
-    bool isAbandoned() const override { return abandoned_; }
+    bool isSignaledFor(const ThreadObject *t) const override
+    {
+        const void *owner = lock.pointer();
+        return owner == nullptr || owner == t;
+    }
+    bool isAbandoned() const override { return lock.load() & ObjectLock::kObjectFlag; }
     DWORD acquire(ThreadObject *t) override
     {
-        if (owner_ == t) {
+        if (lock.pointer() == t) {
             ++recursion_;
             return WAIT_OBJECT_0;
         }
-        owner_ = t;
+        lock.setPointer(t);
         recursion_ = 1;
-        t->everOwnedMutex.store(true, std::memory_order_relaxed);
-        if (abandoned_) {
-            abandoned_ = false;
+        noteOwner(t);
+        if (isAbandoned()) {
+            lock.clearBits(ObjectLock::kObjectFlag);
             return WAIT_ABANDONED_0;
         }
         return WAIT_OBJECT_0;
     }
 
+    // Without the lock: takes a free mutex, or deepens the caller's hold.
+    bool tryFastAcquire(ThreadObject *t)
+    {
+        uint64_t mine = reinterpret_cast<uintptr_t>(t);
+        uint64_t w = lock.word().load(std::memory_order_acquire);
+        if (w == mine) {
+            ++recursion_;
+            return true;
+        }
+        if (w == 0 && lock.word().compare_exchange_strong(w, mine, std::memory_order_acquire,
+                                                          std::memory_order_relaxed)) {
+            recursion_ = 1;
+            noteOwner(t);
+            return true;
+        }
+        return false;
+    }
+
+    // Without the lock: gives up one hold of the caller's when nobody waits.
+    bool tryFastRelease(const ThreadObject *t)
+    {
+        uint64_t mine = reinterpret_cast<uintptr_t>(t);
+        // With the lock free, whoever last made the caller the owner is done
+        // with the depth too.
+        uint64_t w = lock.word().load(std::memory_order_acquire);
+        if ((w & ObjectLock::kLockBits) || (w & ~ObjectLock::kFlagBits) != mine)
+            return false;
+        if (recursion_ > 1) {
+            --recursion_;
+            return true;
+        }
+        if (w != mine)
+            return false;
+        recursion_ = 0;
+        if (lock.word().compare_exchange_strong(w, 0, std::memory_order_release, std::memory_order_relaxed))
+            return true;
+        recursion_ = 1;
+        return false;
+    }
+
     // Under lock. False when t does not own the mutex.
     bool releaseBy(const ThreadObject *t)
     {
-        if (owner_ != t)
+        if (lock.pointer() != t)
             return false;
         if (--recursion_ == 0)
-            owner_ = nullptr;
+            lock.setPointer(nullptr);
         return true;
     }
 
     // Under lock: the owner ended while holding it.
     void abandonIfOwnedBy(const ThreadObject *t)
     {
-        if (owner_ == t) {
-            owner_ = nullptr;
+        if (lock.pointer() == t) {
+            lock.setPointer(nullptr);
             recursion_ = 0;
-            abandoned_ = true;
+            lock.setBits(ObjectLock::kObjectFlag);
         }
     }
 
     // Under lock: does t hold it?
-    bool ownedBy(const ThreadObject *t) const { return owner_ == t; }
+    bool ownedBy(const ThreadObject *t) const { return lock.pointer() == t; }
 
 private:
-    const ThreadObject *owner_ = nullptr;
+    static void noteOwner(ThreadObject *t)
+    {
+        if (!t->everOwnedMutex.load(std::memory_order_relaxed))
+            t->everOwnedMutex.store(true, std::memory_order_relaxed);
+    }
+
     DWORD recursion_ = 0;
-    bool abandoned_ = false;
 };
 
 bool refuseName(LPCSTR name)
@@ -517,6 +572,8 @@ BOOL WINAPI ReleaseMutex(HANDLE hMutex)
     if (!m)
         return FALSE;
     ThreadObject *self = currentThreadObject();
+    if (m->tryFastRelease(self))
+        return TRUE;
     bool released = false;
     m->signal([m, self, &released] { released = m->releaseBy(self); });
     if (!released) {
@@ -537,6 +594,8 @@ DWORD WINAPI WaitForSingleObject(HANDLE hHandle, DWORD dwMilliseconds)
     // Most waits find the object signalled: take it without the set-up of
     // a wait that may block.
     ThreadObject *self = currentThreadObject();
+    if (w->kind() == ObjectKind::Mutex && static_cast<MutexObject *>(w)->tryFastAcquire(self))
+        return WAIT_OBJECT_0;
     {
         std::lock_guard<ObjectLock> guard(w->lock);
         if (w->isSignaledFor(self))
