@@ -87,6 +87,11 @@ std::string describe(LONG status)
     case ERROR_BAD_PATHNAME:
     case ERROR_INVALID_PARAMETER:
         return "Invalid key or value name.";
+    case ERROR_REGISTRY_CORRUPT:
+        return "The registry's store is damaged, or written by a later release.";
+    case ERROR_REGISTRY_IO_FAILED:
+    case ERROR_CANTOPEN:
+        return "The registry's store cannot be read or written.";
     default:
         return "The registry call failed with error " + std::to_string(status) + ".";
     }
