@@ -12,30 +12,51 @@ namespace tsp {
 
 namespace {
 
-std::string configuredRoot()
+bool makeFolder(const std::string &path)
 {
-    if (const char *root = getenv("TSUTIL_ROOT"); root && *root)
-        return root;
-    const char *home = getenv("HOME");
-    if (!home || !*home) {
-        const passwd *pw = getpwuid(getuid());
-        home = pw ? pw->pw_dir : "/tmp";
+    struct stat st;
+    if (stat(path.c_str(), &st) == 0) {
+        if (S_ISDIR(st.st_mode))
+            return true;
+        errno = ENOTDIR;
+        return false;
     }
-    return std::string(home) + "/.tsutil";
+    std::string::size_type slash = path.find_last_of('/');
+    if (slash != std::string::npos && slash > 0 && !makeFolder(path.substr(0, slash)))
+        return false;
+    return mkdir(path.c_str(), 0700) == 0 || errno == EEXIST;
 }
 
 } // namespace
+
+std::string machineRootPath()
+{
+    std::string root;
+    if (const char *env = getenv("TSUTIL_ROOT"); env && *env) {
+        root = env;
+    } else {
+        const char *home = getenv("HOME");
+        if (!home || !*home) {
+            const passwd *pw = getpwuid(getuid());
+            home = pw ? pw->pw_dir : "/tmp";
+        }
+        root = std::string(home) + "/.tsutil";
+    }
+    while (root.size() > 1 && root.back() == '/')
+        root.pop_back();
+    return root;
+}
 
 const std::string &machineRoot()
 {
     thread_local std::string configured;
     thread_local std::string canonical;
-    std::string now = configuredRoot();
+    std::string now = machineRootPath();
     if (now == configured && !canonical.empty())
         return canonical;
     configured = now;
     canonical.clear();
-    if (mkdir(now.c_str(), 0700) != 0 && errno != EEXIST)
+    if (!makeFolder(now))
         return canonical;
     char resolved[PATH_MAX];
     if (realpath(now.c_str(), resolved))
