@@ -7,3 +7,7 @@
 #include "Intrlck.h"
 #include "IntrlJob.h"
 #include "MultiLck.h"
+#include "SngLQue.h"
+#include "LogFile.h"
+#include "FileDir.h"
+#include "GenTxt.h"

@@ -2,8 +2,11 @@
 #include "machineroot.h"
 
 #include <errno.h>
+#include <limits.h>
+#include <pwd.h>
 #include <stdlib.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace tsp {
 
@@ -33,19 +36,32 @@ std::string machineRootPath()
         root = env;
     } else {
         const char *home = getenv("HOME");
-        root = std::string(home && *home ? home : "/tmp") + "/.tsutil";
+        if (!home || !*home) {
+            const passwd *pw = getpwuid(getuid());
+            home = pw ? pw->pw_dir : "/tmp";
+        }
+        root = std::string(home) + "/.tsutil";
     }
     while (root.size() > 1 && root.back() == '/')
         root.pop_back();
     return root;
 }
 
-std::string machineRoot()
+const std::string &machineRoot()
 {
-    std::string root = machineRootPath();
-    if (!makeFolder(root))
-        return std::string();
-    return root;
+    thread_local std::string configured;
+    thread_local std::string canonical;
+    std::string now = machineRootPath();
+    if (now == configured && !canonical.empty())
+        return canonical;
+    configured = now;
+    canonical.clear();
+    if (!makeFolder(now))
+        return canonical;
+    char resolved[PATH_MAX];
+    if (realpath(now.c_str(), resolved))
+        canonical = resolved;
+    return canonical;
 }
 
 } // namespace tsp

@@ -6,13 +6,14 @@
 
 namespace tsp {
 
-// The root's path as the environment names it now, without a trailing
-// slash; the folder is created with mode 0700 when it does not exist yet
-// (its parents too, with the same mode). Empty, with errno set, when it
-// cannot be created or is not a folder.
-std::string machineRoot();
+// The root as a canonical absolute path, created with mode 0700 (its
+// parents too) when missing. Read afresh at each call, so a test may name
+// a new root; the reference stays valid until the calling thread calls
+// again. Empty, with errno set, when the folder cannot be made.
+const std::string &machineRoot();
 
-// The same path, with nothing checked or created.
+// The root as the environment names it now, without a trailing slash;
+// nothing is checked or created.
 std::string machineRootPath();
 
 } // namespace tsp

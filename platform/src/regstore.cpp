@@ -29,6 +29,7 @@ namespace {
 constexpr size_t kSeqFileSize = 4096;
 constexpr size_t kMaxCacheEntries = 20000;
 constexpr int kBusyTimeoutMs = 60000;
+constexpr int kSchemaVersion = 1; // PRAGMA user_version of the database
 
 const char *const kSchema =
     "CREATE TABLE IF NOT EXISTS meta(name TEXT PRIMARY KEY, value) WITHOUT ROWID;"
@@ -343,7 +344,19 @@ LONG Store::openFiles()
         rc = sqlite3_exec(db_, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
     if (rc == SQLITE_OK) {
         int before = sqlite3_total_changes(db_);
-        rc = sqlite3_exec(db_, kSchema, nullptr, nullptr, nullptr);
+        int version = 0;
+        sqlite3_stmt *q = nullptr;
+        rc = sqlite3_prepare_v2(db_, "PRAGMA user_version", -1, &q, nullptr);
+        if (rc == SQLITE_OK && sqlite3_step(q) == SQLITE_ROW)
+            version = sqlite3_column_int(q, 0);
+        sqlite3_finalize(q);
+        if (rc == SQLITE_OK && version > kSchemaVersion)
+            rc = SQLITE_NOTADB; // written by a later release: not ours to change
+        if (rc == SQLITE_OK)
+            rc = sqlite3_exec(db_, kSchema, nullptr, nullptr, nullptr);
+        if (rc == SQLITE_OK && version < kSchemaVersion)
+            rc = sqlite3_exec(db_, ("PRAGMA user_version=" + std::to_string(kSchemaVersion)).c_str(), nullptr,
+                              nullptr, nullptr);
         for (int i = 0; rc == SQLITE_OK && i < 7; ++i) {
             if (i == 4)
                 continue; // HKEY_PERFORMANCE_DATA is not a key of this store

@@ -87,6 +87,11 @@ std::string describe(LONG status)
     case ERROR_BAD_PATHNAME:
     case ERROR_INVALID_PARAMETER:
         return "Invalid key or value name.";
+    case ERROR_REGISTRY_CORRUPT:
+        return "The registry's store is damaged, or written by a later release.";
+    case ERROR_REGISTRY_IO_FAILED:
+    case ERROR_CANTOPEN:
+        return "The registry's store cannot be read or written.";
     default:
         return "The registry call failed with error " + std::to_string(status) + ".";
     }
@@ -177,14 +182,14 @@ bool parseArgs(int argc, char **argv, bool separatorOption, Args &a, std::string
 }
 
 // Splits ROOT\Path; false for an unknown root or a remote machine.
-bool parseKey(const std::string &spec, HKEY &hive, std::string &sub, std::string &display, std::string &error)
+bool parseKey(const std::string &keyText, HKEY &hive, std::string &sub, std::string &display, std::string &error)
 {
-    if (spec.compare(0, 2, "\\\\") == 0) {
+    if (keyText.compare(0, 2, "\\\\") == 0) {
         error = "Remote registries are not supported.";
         return false;
     }
-    std::string root = spec.substr(0, spec.find('\\'));
-    sub = root.size() < spec.size() ? spec.substr(root.size() + 1) : std::string();
+    std::string root = keyText.substr(0, keyText.find('\\'));
+    sub = root.size() < keyText.size() ? keyText.substr(root.size() + 1) : std::string();
     while (!sub.empty() && sub.back() == '\\')
         sub.pop_back();
     for (const Hive &h : kHives) {
@@ -194,7 +199,7 @@ bool parseKey(const std::string &spec, HKEY &hive, std::string &sub, std::string
             return true;
         }
     }
-    error = "Invalid key name \"" + spec + "\": the root must be HKLM, HKCU, HKCR, HKU or HKCC.";
+    error = "Invalid key name \"" + keyText + "\": the root must be HKLM, HKCU, HKCR, HKU or HKCC.";
     return false;
 }
 
