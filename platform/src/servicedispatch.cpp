@@ -16,7 +16,7 @@ namespace {
 struct Dispatcher {
     std::mutex lock;
     bool called = false;     // StartServiceCtrlDispatcherA ran in this process
-    bool connected = false;  // ... and the manager gave it a service
+    std::atomic<bool> connected{false}; // ... and the manager gave it a service
     std::string serviceName;
     LPSERVICE_MAIN_FUNCTIONA main = nullptr;
     std::vector<std::string> args;
@@ -30,13 +30,13 @@ struct Dispatcher {
     std::mutex statusLock; // one SetServiceStatus exchange at a time
     int statusFd = -1;
 
-    // While a handler runs on the dispatcher's thread, its reports go on the
-    // dispatcher's connection, ahead of the handler's answer: the manager
-    // applies them as they come and before it answers the control.
-    DWORD dispatcherThread = 0;
-    int controlFd = -1;
-    bool inHandler = false; // written and read on the dispatcher's thread only
+    int controlFd = -1; // the dispatcher's connection, set before the service thread starts
 };
+
+// True on the dispatcher's thread while a handler runs: its reports go on
+// the dispatcher's connection, ahead of the handler's answer, and the
+// manager applies them as they come and before it answers the control.
+thread_local bool inHandler = false;
 
 Dispatcher &dispatcher()
 {
@@ -150,7 +150,6 @@ BOOL WINAPI StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA *lpServiceSta
         d.argv.push_back(nullptr);
         d.connected = true;
     }
-    d.dispatcherThread = GetCurrentThreadId();
     d.controlFd = fd;
     HANDLE thread = CreateThread(nullptr, 0, serviceMainThread, nullptr, 0, nullptr);
     if (!thread) {
@@ -192,12 +191,12 @@ BOOL WINAPI StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA *lpServiceSta
             ctx = d.context;
         }
         DWORD result = NO_ERROR;
-        d.inHandler = true;
+        inHandler = true;
         if (hx)
             result = hx(control, 0, nullptr, ctx);
         else if (h)
             h(control);
-        d.inHandler = false;
+        inHandler = false;
         sendFrame(fd, Writer().u32(static_cast<uint32_t>(Op::ControlDone)).u32(seq).u32(result).data());
     }
     close(fd);
@@ -230,7 +229,7 @@ BOOL WINAPI SetServiceStatus(SERVICE_STATUS_HANDLE hServiceStatus, LPSERVICE_STA
     static std::atomic<uint64_t> reports{0};
     uint64_t seq = ++reports;
     DWORD code = ERROR_SUCCESS;
-    if (d.inHandler && GetCurrentThreadId() == d.dispatcherThread) {
+    if (inHandler) {
         if (!sendFrame(d.controlFd, Writer().u32(static_cast<uint32_t>(Op::SetStatus)).status(st).u64(seq).data()))
             code = RPC_S_SERVER_UNAVAILABLE;
     } else {
