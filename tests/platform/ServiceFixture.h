@@ -18,6 +18,10 @@
 namespace tstest {
 
 class ServiceTest : public ::testing::Test {
+public:
+    // ImagePath of the test service with these words after it.
+    static std::string ServiceCommand(const std::string &args);
+
 protected:
     void SetUp() override;
     void TearDown() override;
@@ -29,9 +33,6 @@ protected:
     // Polls the status until the state is reached (true) or kWaitBound
     // passes; the last status read is left in *out.
     bool WaitForState(SC_HANDLE svc, DWORD state, SERVICE_STATUS *out = nullptr);
-
-    // ImagePath of the test service with these words after it.
-    static std::string ServiceCommand(const std::string &args);
 
     ScopedMachineRoot root_;
     SC_HANDLE scm_ = nullptr;

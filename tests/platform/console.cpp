@@ -118,6 +118,7 @@ TEST(ConsoleEvents, RepeatedSignalDoesNotKillAProcessThatIsStopping)
     ASSERT_TRUE(ignoring.Ready());
     Signal(SIGINT); // ignored altogether
     Signal(SIGTERM);
+    Signal(SIGTERM); // handled again, never by the default
     EXPECT_EQ(ignoring.child().Wait(), 10 + CTRL_SHUTDOWN_EVENT);
 #endif
 }

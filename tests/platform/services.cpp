@@ -15,14 +15,17 @@ DWORD Control(SC_HANDLE svc, DWORD control, SERVICE_STATUS &st)
 
 void WINAPI NeverRuns(DWORD, LPSTR *) {}
 
+// The registry is written through tsreg, so that this process keeps no
+// store of a machine root that a later test replaces.
 void SetPipeTimeout(DWORD ms)
 {
-    HKEY key;
-    ASSERT_EQ(RegCreateKeyExA(HKEY_LOCAL_MACHINE, "SYSTEM\\CurrentControlSet\\Control", 0, nullptr, 0, KEY_ALL_ACCESS,
-                              nullptr, &key, nullptr),
-              ERROR_SUCCESS);
-    RegSetValueExA(key, "ServicesPipeTimeout", 0, REG_DWORD, reinterpret_cast<const BYTE *>(&ms), sizeof ms);
-    RegCloseKey(key);
+    std::string out;
+    ASSERT_EQ(tstest::RunCaptured("tsreg",
+                                  "add 'HKLM\\SYSTEM\\CurrentControlSet\\Control' /v ServicesPipeTimeout /t REG_DWORD /d " +
+                                      std::to_string(ms) + " /f",
+                                  out),
+              0)
+        << out;
 }
 
 } // namespace
@@ -225,38 +228,35 @@ TEST_F(ServiceTest, ProcessThatNeverReachesItsDispatcher)
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
 }
 
-TEST_F(ServiceTest, AutomaticServicesStartWithTheManager)
+TEST(ServiceManagerStart, AutomaticServicesStartWithTheManager)
 {
     TS_SKIP_ON_WINE("the system manager started before the test");
     // Entered in the registry alone, before any manager runs for this root.
-    CloseServiceHandle(scm_);
-    scm_ = nullptr;
+    tstest::ScopedMachineRoot root;
+    const std::string key = "'HKLM\\SYSTEM\\CurrentControlSet\\Services\\TsAuto'";
+    std::string out;
+    ASSERT_EQ(tstest::RunCaptured("tsreg", "add " + key + " /v ImagePath /t REG_EXPAND_SZ /d '" +
+                                               ServiceTest::ServiceCommand("") + "' /f", out), 0) << out;
+    ASSERT_EQ(tstest::RunCaptured("tsreg", "add " + key + " /v Type /t REG_DWORD /d 16 /f", out), 0) << out;
+    ASSERT_EQ(tstest::RunCaptured("tsreg", "add " + key + " /v Start /t REG_DWORD /d 2 /f", out), 0) << out;
+
+    SC_HANDLE scm = OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
+    ASSERT_NE(scm, nullptr) << GetLastError();
+    SC_HANDLE svc = OpenServiceA(scm, "tsauto", SERVICE_ALL_ACCESS);
+    ASSERT_NE(svc, nullptr) << GetLastError();
+    SERVICE_STATUS st{};
+    for (DWORD waited = 0; waited < tstest::kWaitBound; waited += 5) {
+        if (!QueryServiceStatus(svc, &st) || st.dwCurrentState == SERVICE_RUNNING)
+            break;
+        Sleep(5);
+    }
+    EXPECT_EQ(st.dwCurrentState, static_cast<DWORD>(SERVICE_RUNNING));
+    CloseServiceHandle(svc);
+    CloseServiceHandle(scm);
+    // The manager's clean stop ends the service too.
     tstest::ChildProcess stop;
     ASSERT_TRUE(stop.Start("tsscm", {"--stop"}));
-    ASSERT_EQ(stop.Wait(), 0);
-    tstest::ScopedMachineRoot fresh;
-    HKEY key;
-    ASSERT_EQ(RegCreateKeyExA(HKEY_LOCAL_MACHINE, "SYSTEM\\CurrentControlSet\\Services\\TsAuto", 0, nullptr, 0,
-                              KEY_ALL_ACCESS, nullptr, &key, nullptr),
-              ERROR_SUCCESS);
-    std::string path = ServiceCommand("");
-    DWORD type = SERVICE_WIN32_OWN_PROCESS, start = SERVICE_AUTO_START;
-    RegSetValueExA(key, "ImagePath", 0, REG_EXPAND_SZ, reinterpret_cast<const BYTE *>(path.c_str()),
-                   static_cast<DWORD>(path.size() + 1));
-    RegSetValueExA(key, "Type", 0, REG_DWORD, reinterpret_cast<const BYTE *>(&type), sizeof type);
-    RegSetValueExA(key, "Start", 0, REG_DWORD, reinterpret_cast<const BYTE *>(&start), sizeof start);
-    RegCloseKey(key);
-
-    scm_ = OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
-    ASSERT_NE(scm_, nullptr) << GetLastError();
-    SC_HANDLE svc = OpenServiceA(scm_, "tsauto", SERVICE_ALL_ACCESS);
-    ASSERT_NE(svc, nullptr) << GetLastError();
-    created_.push_back("TsAuto");
-    EXPECT_TRUE(WaitForState(svc, SERVICE_RUNNING));
-    CloseServiceHandle(svc);
-    TearDown(); // stops this root's daemon while the root exists
-    created_.clear();
-    scm_ = nullptr;
+    EXPECT_EQ(stop.Wait(), 0);
 }
 
 TEST_F(ServiceTest, ReportsFromHandlerAndServiceThreadKeepTheirOrder)
