@@ -4,9 +4,9 @@
 
 #include <fstream>
 #include <sstream>
+#include <sys/stat.h>
 #ifndef _WIN32
 #include <signal.h>
-#include <sys/stat.h>
 #endif
 
 using tstest::ChildProcess;
@@ -145,4 +145,34 @@ TEST_F(ServiceTest, TsscRoundTrip)
     EXPECT_EQ(RunCaptured("tssc", "query " + name, out), ExitCodeOf(ERROR_SERVICE_DOES_NOT_EXIST)) << out;
     EXPECT_NE(out.find("[SC] OpenService FAILED 1060:"), std::string::npos) << out;
     EXPECT_EQ(RunCaptured("tssc", "frobnicate", out), ExitCodeOf(ERROR_INVALID_PARAMETER)) << out;
+}
+
+TEST(ServiceManagerStart, ForegroundDaemonServesUntilStopped)
+{
+    TS_SKIP_ON_WINE("the system manager is already running");
+    tstest::ScopedMachineRoot root;
+    ChildProcess daemon;
+    ASSERT_TRUE(daemon.Start("tsscm", {}));
+    // It listens once its socket exists; clients then reach it, not a new one.
+    std::string sock = root.path() + "/run/tsscm.sock";
+    bool listening = false;
+    for (DWORD waited = 0; waited < tstest::kWaitBound && !listening; waited += 5) {
+        struct stat st;
+        listening = stat(sock.c_str(), &st) == 0;
+        if (!listening)
+            Sleep(5);
+    }
+    ASSERT_TRUE(listening);
+    ChildProcess second;
+    ASSERT_TRUE(second.Start("tsscm", {}));
+    EXPECT_EQ(second.Wait(), 1) << "one daemon per machine root";
+    ChildProcess client;
+    ASSERT_TRUE(client.Start("scmclient", {"open"}));
+    EXPECT_EQ(client.Wait(), 0);
+    ChildProcess stop;
+    ASSERT_TRUE(stop.Start("tsscm", {"--stop"}));
+    EXPECT_EQ(stop.Wait(), 0);
+    EXPECT_EQ(daemon.Wait(), 0);
+    struct stat st;
+    EXPECT_NE(stat(sock.c_str(), &st), 0) << "the socket goes with the daemon";
 }

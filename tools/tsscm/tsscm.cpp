@@ -846,21 +846,26 @@ int main(int argc, char **argv)
         }
     }
 
+    // Bound under a name of its own and renamed once it listens, so that a
+    // client never finds a socket that refuses it.
     socketPath = run + "/" + kSocketName;
+    std::string bindPath = socketPath + "." + std::to_string(getpid());
     sockaddr_un addr{};
     addr.sun_family = AF_UNIX;
-    if (socketPath.size() >= sizeof addr.sun_path) {
-        fprintf(stderr, "tsscm: socket path too long: %s\n", socketPath.c_str());
+    if (bindPath.size() >= sizeof addr.sun_path) {
+        fprintf(stderr, "tsscm: socket path too long: %s\n", bindPath.c_str());
         return 1;
     }
-    memcpy(addr.sun_path, socketPath.c_str(), socketPath.size() + 1);
-    unlink(socketPath.c_str()); // a stale socket of a daemon that died
+    memcpy(addr.sun_path, bindPath.c_str(), bindPath.size() + 1);
+    unlink(bindPath.c_str());
     listenFd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     mode_t old = umask(077);
-    int bound = bind(listenFd, reinterpret_cast<sockaddr *>(&addr), sizeof addr);
+    int bound = listenFd < 0 ? -1 : bind(listenFd, reinterpret_cast<sockaddr *>(&addr), sizeof addr);
     umask(old);
-    if (listenFd < 0 || bound != 0 || chmod(socketPath.c_str(), 0600) != 0 || listen(listenFd, 128) != 0) {
+    if (bound != 0 || chmod(bindPath.c_str(), 0600) != 0 || listen(listenFd, 128) != 0 ||
+        rename(bindPath.c_str(), socketPath.c_str()) != 0) {
         fprintf(stderr, "tsscm: cannot listen on %s: %s\n", socketPath.c_str(), strerror(errno));
+        unlink(bindPath.c_str());
         return 1;
     }
     struct stat st;
