@@ -152,7 +152,8 @@ WINBASEAPI SC_HANDLE WINAPI OpenSCManagerA(LPCSTR lpMachineName, LPCSTR lpDataba
  * (ImagePath, DisplayName, Type, Start, ErrorControl, ObjectName).
  * ERROR_SERVICE_EXISTS for a name in use, ERROR_DUPLICATE_SERVICE_NAME for
  * a display name in use, ERROR_INVALID_NAME for an empty name, a name with
- * '/' or '\' or longer than 256, ERROR_INVALID_PARAMETER for a bad type,
+ * '/' or '\' or longer than 256 (ERROR_INVALID_ADDRESS for a null one),
+ * ERROR_INVALID_PARAMETER for a bad type,
  * start type or error control or a missing path, ERROR_SERVICE_MARKED_FOR_
  * DELETE while a service of that name awaits deletion, ERROR_ACCESS_DENIED
  * without SC_MANAGER_CREATE_SERVICE. Dependencies, groups and tags are not
@@ -165,7 +166,8 @@ WINBASEAPI SC_HANDLE WINAPI CreateServiceA(SC_HANDLE hSCManager, LPCSTR lpServic
                                            LPCSTR lpServiceStartName, LPCSTR lpPassword);
 
 /* Opens a service by its key name (case is ignored):
- * ERROR_SERVICE_DOES_NOT_EXIST, ERROR_INVALID_NAME for a null or bad name. */
+ * ERROR_SERVICE_DOES_NOT_EXIST, ERROR_INVALID_NAME for an empty or bad
+ * name, ERROR_INVALID_ADDRESS for a null one. */
 WINBASEAPI SC_HANDLE WINAPI OpenServiceA(SC_HANDLE hSCManager, LPCSTR lpServiceName, DWORD dwDesiredAccess);
 
 /* Starts the service's process and returns once its dispatcher has taken
@@ -230,7 +232,9 @@ WINBASEAPI SERVICE_STATUS_HANDLE WINAPI RegisterServiceCtrlHandlerExA(LPCSTR lpS
                                                                       LPHANDLER_FUNCTION_EX lpHandlerProc,
                                                                       LPVOID lpContext);
 
-/* Reports the status; the manager has it when the call returns.
+/* Reports the status; the manager has it when the call returns (a report
+ * made inside a handler, before the handler's answer reaches the caller of
+ * ControlService).
  * ERROR_INVALID_HANDLE for a bad handle, ERROR_INVALID_DATA for a state
  * outside 1..7. */
 WINBASEAPI BOOL WINAPI SetServiceStatus(SERVICE_STATUS_HANDLE hServiceStatus, LPSERVICE_STATUS lpServiceStatus);

@@ -5,8 +5,9 @@
 //   tssc start NAME [ARG...]
 //   tssc query [NAME] [state= active|inactive|all]
 //
-// Exit code 0 on success, else the Windows error number, with the failed
-// call and a readable message on standard output, as sc.exe prints them.
+// Exit code 0 on success, else the Windows error number (POSIX keeps its
+// low 8 bits), with the failed call and a readable message on standard
+// output, as sc.exe prints them.
 #include <windows.h>
 
 #include <stdio.h>
