@@ -7,3 +7,4 @@
 #include "Intrlck.h"
 #include "IntrlJob.h"
 #include "MultiLck.h"
+#include "GenSvc.h"
