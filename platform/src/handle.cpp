@@ -19,22 +19,16 @@ constexpr unsigned kChunkBits = 12;
 constexpr uint32_t kChunkSize = 1u << kChunkBits;
 constexpr uint32_t kChunkCount = (kMaxSlots + kChunkSize) / kChunkSize;
 
-// Slot state word: bits 0..31 pins, bit 32 open, bits 33..41 generation.
-constexpr uint64_t kPinMask = 0xFFFFFFFFull;
-constexpr uint64_t kOpen = 1ull << 32;
-constexpr unsigned kGenShift = 33;
-constexpr uint64_t kGenMask = (1ull << kGenBits) - 1;
+constexpr uint64_t kPinMask = HandleSlot::kPinMask;
+constexpr uint64_t kOpen = HandleSlot::kOpen;
+constexpr unsigned kGenShift = HandleSlot::kGenShift;
+constexpr uint64_t kGenMask = HandleSlot::kGenMask;
+static_assert(kGenMask == (1ull << kGenBits) - 1, "generation bits");
 
 uint32_t genOf(uint64_t state) { return static_cast<uint32_t>((state >> kGenShift) & kGenMask); }
 
 } // namespace
 
-struct HandleSlot {
-    std::atomic<uint64_t> state{0};
-    KernelObject *object = nullptr;
-    DWORD access = 0;
-    uint32_t index = 0;
-};
 
 namespace {
 
@@ -69,13 +63,12 @@ public:
         return encode(index, gen);
     }
 
-    // Is the slot still h's, and open? One load, no update.
-    static bool stillOpen(const HandleSlot *s, HANDLE h)
+    // The open bit and generation of h's slot while h is open.
+    static uint64_t openStateOf(HANDLE h)
     {
         uint32_t index = 0, gen = 0;
         decode(h, index, gen);
-        uint64_t st = s->state.load(std::memory_order_acquire);
-        return (st & kOpen) && genOf(st) == gen;
+        return kOpen | (static_cast<uint64_t>(gen) << kGenShift);
     }
 
     void pinAgain(HandleSlot *s) { s->state.fetch_add(1, std::memory_order_acquire); }
@@ -199,39 +192,39 @@ HandleTable &table()
 
 } // namespace
 
-// The per-thread cache of lookupHandleCached: each entry holds one pin.
-struct LookupCache {
-    static constexpr int kEntries = 4;
-    struct Entry {
-        HANDLE handle = nullptr;
-        HandleSlot *slot = nullptr;
-    } entries[kEntries];
-    int next = 0;
-
-    ~LookupCache()
-    {
-        for (Entry &e : entries)
-            drop(e);
-    }
-    static void drop(Entry &e)
-    {
-        if (e.slot)
-            table().unpin(e.slot);
-        e = Entry();
-    }
-};
+__attribute__((tls_model("initial-exec"))) thread_local CachedHandle *tlsHandleCache = nullptr;
 
 namespace {
 
-__attribute__((tls_model("initial-exec"))) thread_local LookupCache *lookupCache = nullptr;
-
-LookupCache *threadLookupCache()
-{
-    if (!lookupCache) {
-        static thread_local LookupCache cache; // unpins its entries at the thread's end
-        lookupCache = &cache;
+// The cache's entries; their pins go when the thread ends.
+struct HandleCacheOwner {
+    CachedHandle entries[kCachedHandles];
+    int next = 0;
+    // Set at the thread's end: calls made after it (from later thread-exit
+    // hooks) look up without caching.
+    static thread_local bool gone;
+    ~HandleCacheOwner()
+    {
+        tlsHandleCache = nullptr;
+        gone = true;
+        for (CachedHandle &e : entries)
+            drop(e);
     }
-    return lookupCache;
+    static void drop(CachedHandle &e)
+    {
+        if (e.slot)
+            table().unpin(e.slot);
+        e = CachedHandle();
+    }
+};
+
+thread_local bool HandleCacheOwner::gone = false;
+
+HandleCacheOwner &handleCacheOwner()
+{
+    static thread_local HandleCacheOwner owner;
+    tlsHandleCache = owner.entries;
+    return owner;
 }
 
 bool cacheable(ObjectKind kind) { return kind == ObjectKind::Event || kind == ObjectKind::Mutex; }
@@ -269,35 +262,27 @@ bool lookupHandle(HANDLE h, HandleRef &out)
 
 // The miss path of lookupHandleCached: a plain lookup, and the object
 // entered in the cache when it is of a kind that may stay pinned.
-__attribute__((noinline)) bool lookupAndCache(HANDLE h, HandleRef &out, LookupCache *cache)
+bool lookupAndCache(HANDLE h, HandleRef &out)
 {
-    for (LookupCache::Entry &e : cache->entries)
+    if (HandleCacheOwner::gone)
+        return lookupHandle(h, out);
+    HandleCacheOwner &cache = handleCacheOwner();
+    for (CachedHandle &e : cache.entries)
         if (e.handle == h)
-            LookupCache::drop(e); // closed since it was cached
+            HandleCacheOwner::drop(e); // closed since it was cached
     if (!lookupHandle(h, out))
         return false;
     if (out.slot_ && cacheable(out.object_->kind())) {
-        LookupCache::Entry &e = cache->entries[cache->next];
-        cache->next = (cache->next + 1) % LookupCache::kEntries;
-        LookupCache::drop(e);
+        CachedHandle &e = cache.entries[cache.next];
+        cache.next = (cache.next + 1) % kCachedHandles;
+        HandleCacheOwner::drop(e);
         table().pinAgain(out.slot_);
         e.handle = h;
         e.slot = out.slot_;
+        e.object = out.object_;
+        e.openState = HandleTable::openStateOf(h);
     }
     return true;
-}
-
-bool lookupHandleCached(HANDLE h, HandleRef &out)
-{
-    out.reset();
-    LookupCache *cache = lookupCache ? lookupCache : threadLookupCache();
-    for (const LookupCache::Entry &e : cache->entries)
-        if (e.handle == h && e.slot && HandleTable::stillOpen(e.slot, h)) {
-            // Borrowed: the cache's pin keeps the object alive.
-            out.object_ = e.slot->object;
-            return true;
-        }
-    return lookupAndCache(h, out, cache);
 }
 
 HandleRef &HandleRef::operator=(HandleRef &&other) noexcept

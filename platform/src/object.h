@@ -29,7 +29,6 @@ enum class ObjectKind : uint8_t {
 };
 
 class Waitable;
-struct LookupCache;
 
 class KernelObject {
 public:
@@ -62,7 +61,30 @@ private:
     std::atomic<long> refs_{1};
 };
 
-struct HandleSlot;
+// One slot of the handle table. State word: bits 0..31 pins, bit 32 open,
+// bits 33..41 generation.
+struct HandleSlot {
+    static constexpr uint64_t kPinMask = 0xFFFFFFFFull;
+    static constexpr uint64_t kOpen = 1ull << 32;
+    static constexpr unsigned kGenShift = 33;
+    static constexpr uint64_t kGenMask = 0x1FF;
+
+    std::atomic<uint64_t> state{0};
+    KernelObject *object = nullptr;
+    DWORD access = 0;
+    uint32_t index = 0;
+};
+
+// An entry of the per-thread cache of lookupHandleCached; it holds a pin.
+struct CachedHandle {
+    static inline const HANDLE kEmpty = reinterpret_cast<HANDLE>(1); // never a handle
+    HANDLE handle = kEmpty;
+    HandleSlot *slot = nullptr;
+    KernelObject *object = nullptr;
+    uint64_t openState = 0; // the slot's open bit and generation while h is open
+};
+constexpr int kCachedHandles = 4;
+extern __attribute__((tls_model("initial-exec"))) thread_local CachedHandle *tlsHandleCache;
 
 // A looked-up handle: keeps the object alive while it is held.
 class HandleRef {
@@ -93,7 +115,7 @@ private:
     void drop();
     friend bool lookupHandle(HANDLE, HandleRef &);
     friend bool lookupHandleCached(HANDLE, HandleRef &);
-    friend bool lookupAndCache(HANDLE, HandleRef &, LookupCache *);
+    friend bool lookupAndCache(HANDLE, HandleRef &);
     KernelObject *object_ = nullptr;
     HandleSlot *slot_ = nullptr; // pinned slot, or null
     bool owned_ = false;         // holds a reference of its own (pseudo handles)
@@ -112,7 +134,19 @@ bool lookupHandle(HANDLE h, HandleRef &out);
 // cache, so the next call on the same handle needs no atomic update. Only
 // objects whose end has no effect outside the process are cached (a file's
 // end, for one, must release its share lock at once).
-bool lookupHandleCached(HANDLE h, HandleRef &out);
+bool lookupAndCache(HANDLE h, HandleRef &out);
+inline bool lookupHandleCached(HANDLE h, HandleRef &out)
+{
+    out.reset();
+    if (CachedHandle *cache = tlsHandleCache)
+        for (int i = 0; i < kCachedHandles; ++i)
+            if (cache[i].handle == h &&
+                (cache[i].slot->state.load(std::memory_order_acquire) & ~HandleSlot::kPinMask) == cache[i].openState) {
+                out.object_ = cache[i].object; // borrowed: the cache's pin keeps it alive
+                return true;
+            }
+    return lookupAndCache(h, out);
+}
 
 // Looks up h and checks its kind; sets ERROR_INVALID_HANDLE when it fails.
 template <class T>
