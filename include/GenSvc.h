@@ -90,7 +90,8 @@ public:
 
     // Stops the service if it runs, waits for it to stop and deletes it;
     // prints nothing. A service that does not run is deleted at once. A
-    // stopping one is polled once a second for as long as it says
+    // stopping one (whether this call stopped it or it was stopping
+    // already) is polled once a second for as long as it says
     // SERVICE_STOP_PENDING and makes progress: when neither its check point
     // nor its wait hint has changed for longer than the larger of its wait
     // hint and stopTimeout, plus threadDeletionDelay, Remove gives up. FALSE

@@ -161,7 +161,11 @@ BOOLTYPE GenericService::Remove()
         CloseServiceHandle(manager);
         return FALSE;
     }
-    if (ControlService(service, SERVICE_CONTROL_STOP, &serviceStatus)) {
+    // A service that is stopping already refuses the control, and is waited
+    // for all the same.
+    bool stopping = ControlService(service, SERVICE_CONTROL_STOP, &serviceStatus) ||
+                    (QueryServiceStatus(service, &serviceStatus) && serviceStatus.dwCurrentState == SERVICE_STOP_PENDING);
+    if (stopping) {
         // A service that reports no progress for longer than it asked for
         // (and than this object would ask for) is taken to hang.
         DWORD checkPoint = serviceStatus.dwCheckPoint;
