@@ -24,7 +24,7 @@ class DemoService : public GenericService {
 public:
     DemoService(BOOLTYPE asService) : GenericService(kShortName, kLongName, asService, 1000)
     {
-        threadDeletionDelay = 500; // the worker ends as soon as it answers the stop
+        threadDeletionDelay = 100; // the worker ends as soon as it answers the stop
     }
 
     // Waits for the worker after Begin has returned.
