@@ -4,6 +4,7 @@
 
 #include <mbctype.h>
 #include <stdio.h>
+#include <string.h>
 
 #include <new>
 
@@ -14,6 +15,11 @@ GenericService *GenericService::primaryServicePtr = nullptr;
 CWinThread *GenericService::serviceDiagExecThreadPtr = nullptr;
 unsigned long GenericService::serviceProcessPriorityClass = 0;
 int GenericService::serviceThreadPriority = 0;
+
+// Not every set of the platform's headers names this NetBIOS code.
+#ifndef ERROR_DUP_NAME
+#define ERROR_DUP_NAME 52L
+#endif
 
 namespace {
 
@@ -42,7 +48,7 @@ char *CopyName(char const *name)
             break;
         bytes += width;
     }
-    CopyMemory(block, name, bytes);
+    memcpy(block, name, bytes);
     return block;
 }
 
