@@ -344,21 +344,26 @@ void GenericService::CommonServiceMain(unsigned long, char **, GenericService *s
                        service->CyclePrimaryService()) {
                 }
             }
+            // The flags and the interlock are settled before the report: a
+            // client that sends the next control as soon as it reads the
+            // new state must find the service ready for it (a continue
+            // that came before paused was set would be taken for a repeat,
+            // confirmed and lost, and the workers would stay paused).
             if (answered == service->startInterlockPtr) {
-                service->InformSCMgr(SERVICE_RUNNING, 0, 0);
                 service->startInterlockPtr->ResetInterlock();
+                service->InformSCMgr(SERVICE_RUNNING, 0, 0);
             } else if (answered == service->stopInterlockPtr) {
                 running = false;
             } else if (answered == service->pauseInterlockPtr) {
-                service->InformSCMgr(SERVICE_PAUSED, 0, 0);
                 service->continueAllowed = TRUE;
                 service->pauseInterlockPtr->ResetInterlock();
                 service->paused = TRUE;
+                service->InformSCMgr(SERVICE_PAUSED, 0, 0);
             } else if (answered == service->continueInterlockPtr) {
-                service->InformSCMgr(SERVICE_RUNNING, 0, 0);
                 service->pauseAllowed = TRUE;
                 service->continueInterlockPtr->ResetInterlock();
                 service->paused = FALSE;
+                service->InformSCMgr(SERVICE_RUNNING, 0, 0);
             }
         }
     }
