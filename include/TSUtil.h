@@ -7,4 +7,8 @@
 #include "Intrlck.h"
 #include "IntrlJob.h"
 #include "MultiLck.h"
+#include "SngLQue.h"
+#include "LogFile.h"
+#include "FileDir.h"
+#include "GenTxt.h"
 #include "GenSvc.h"

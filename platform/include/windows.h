@@ -7,6 +7,7 @@
 #include "winbase.h"
 #include "fileapi.h"
 #include "winnls.h"
+#include "winuser.h"
 #include "winreg.h"
 #include "winsvc.h"
 #include "wincon.h"

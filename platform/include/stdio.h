@@ -1,0 +1,26 @@
+/* <stdio.h> with the Microsoft C runtime's additions. */
+#include_next <stdio.h>
+
+#ifndef TSPLATFORM_STDIO_H
+#define TSPLATFORM_STDIO_H
+
+#ifndef TSCRT_API
+#define TSCRT_API __attribute__((visibility("default")))
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* fopen with a Windows path and a share flag of <share.h>: the file is
+ * checked against every other open of it as CreateFileA does, and a
+ * conflict gives null with errno EACCES. Mode letters as for fopen ("r",
+ * "w", "a", "+", "b", "t"; "N" and "D"-style extras are accepted). The
+ * stream is never inherited by a program started with exec. */
+TSCRT_API FILE *_fsopen(const char *filename, const char *mode, int shflag);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* TSPLATFORM_STDIO_H */

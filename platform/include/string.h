@@ -1,0 +1,25 @@
+/* <string.h> with the Microsoft C runtime's additions. */
+#include_next <string.h>
+
+#ifndef TSPLATFORM_STRING_H
+#define TSPLATFORM_STRING_H
+
+#ifndef TSCRT_API
+#define TSCRT_API __attribute__((visibility("default")))
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* A copy from malloc, or null (for a null source too). */
+TSCRT_API char *_strdup(const char *s);
+/* Comparisons that fold ASCII letters to lower case. */
+TSCRT_API int _stricmp(const char *a, const char *b);
+TSCRT_API int _strnicmp(const char *a, const char *b, size_t n);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* TSPLATFORM_STRING_H */

@@ -1,0 +1,26 @@
+/* <time.h> with the Microsoft C runtime's additions. */
+#include_next <time.h>
+
+#ifndef TSPLATFORM_TIME_H
+#define TSPLATFORM_TIME_H
+
+#ifndef TSCRT_API
+#define TSCRT_API __attribute__((visibility("default")))
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Takes up the time zone setting (TZ) afresh. */
+TSCRT_API void _tzset(void);
+/* The local date as "mm/dd/yy" (9 bytes with the terminator); gives buffer. */
+TSCRT_API char *_strdate(char *buffer);
+/* The local time as "hh:mm:ss"; gives buffer. */
+TSCRT_API char *_strtime(char *buffer);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* TSPLATFORM_TIME_H */

@@ -1,0 +1,634 @@
+// Files, directories and directory searches.
+#include "fileshare.h"
+#include "object.h"
+#include "path.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace tsp {
+
+namespace {
+
+// Share modes are kept as open-file-description locks on bytes far beyond
+// any data: a shared lock on a "has" byte for each access the open holds,
+// and on a "deny" byte for each access its share mode refuses. A new open
+// tests the bytes that concern it (a lock of another description is a
+// conflict), under an exclusive flock of its own description, which
+// makes the test and the taking one step for every opener.
+constexpr off_t kShareBase = 0x7FFFFFFFFFFF0000LL;
+enum ShareByte : off_t { HasRead = 1, HasWrite, HasDelete, DenyRead, DenyWrite, DenyDelete };
+
+bool othersHold(int fd, ShareByte b)
+{
+    struct flock fl = {};
+    fl.l_type = F_WRLCK;
+    fl.l_whence = SEEK_SET;
+    fl.l_start = kShareBase + b;
+    fl.l_len = 1;
+    if (fcntl(fd, F_OFD_GETLK, &fl) != 0)
+        return false;
+    return fl.l_type != F_UNLCK;
+}
+
+bool hold(int fd, ShareByte b)
+{
+    struct flock fl = {};
+    fl.l_type = F_RDLCK;
+    fl.l_whence = SEEK_SET;
+    fl.l_start = kShareBase + b;
+    fl.l_len = 1;
+    return fcntl(fd, F_OFD_SETLK, &fl) == 0;
+}
+
+constexpr DWORD kReadRights = GENERIC_READ | GENERIC_ALL | 0x0001 /* FILE_READ_DATA */;
+constexpr DWORD kWriteRights = GENERIC_WRITE | GENERIC_ALL | 0x0002 /* FILE_WRITE_DATA */ | 0x0004 /* FILE_APPEND_DATA */;
+constexpr DWORD kDeleteRights = DELETE | GENERIC_ALL;
+
+// Tests the share mode against the other opens and takes this open's
+// bytes. False when they conflict.
+bool claimShare(int fd, DWORD access, DWORD share)
+{
+    bool rd = access & kReadRights, wr = access & kWriteRights, del = access & kDeleteRights;
+    if (!rd && !wr && !del)
+        return true; // an open for attributes only takes part in no share check
+    while (flock(fd, LOCK_EX) != 0 && errno == EINTR) {
+    }
+    bool conflict = (rd && othersHold(fd, DenyRead)) || (wr && othersHold(fd, DenyWrite)) ||
+                    (del && othersHold(fd, DenyDelete)) || (!(share & FILE_SHARE_READ) && othersHold(fd, HasRead)) ||
+                    (!(share & FILE_SHARE_WRITE) && othersHold(fd, HasWrite)) ||
+                    (!(share & FILE_SHARE_DELETE) && othersHold(fd, HasDelete));
+    if (!conflict) {
+        bool ok = true;
+        if (rd)
+            ok &= hold(fd, HasRead);
+        if (wr)
+            ok &= hold(fd, HasWrite);
+        if (del)
+            ok &= hold(fd, HasDelete);
+        if (!(share & FILE_SHARE_READ))
+            ok &= hold(fd, DenyRead);
+        if (!(share & FILE_SHARE_WRITE))
+            ok &= hold(fd, DenyWrite);
+        if (!(share & FILE_SHARE_DELETE))
+            ok &= hold(fd, DenyDelete);
+        (void)ok; // a file system without these locks keeps no share modes
+    }
+    flock(fd, LOCK_UN);
+    return !conflict;
+}
+
+bool readOnlyMode(const struct stat &st) { return S_ISREG(st.st_mode) && !(st.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)); }
+
+DWORD attributesOf(const struct stat &st)
+{
+    if (S_ISDIR(st.st_mode))
+        return FILE_ATTRIBUTE_DIRECTORY;
+    DWORD a = FILE_ATTRIBUTE_ARCHIVE;
+    if (readOnlyMode(st))
+        a |= FILE_ATTRIBUTE_READONLY;
+    return a;
+}
+
+FILETIME fileTimeOf(const struct timespec &ts)
+{
+    uint64_t t = (static_cast<uint64_t>(ts.tv_sec) + 11644473600ull) * 10000000ull + static_cast<uint64_t>(ts.tv_nsec) / 100;
+    FILETIME ft;
+    ft.dwLowDateTime = static_cast<DWORD>(t);
+    ft.dwHighDateTime = static_cast<DWORD>(t >> 32);
+    return ft;
+}
+
+class FileObject : public KernelObject {
+public:
+    FileObject(int fd, DWORD access, bool isDirectory, std::string path)
+        : KernelObject(ObjectKind::File), fd(fd), access(access), isDirectory(isDirectory), path(std::move(path))
+    {
+    }
+    ~FileObject() override
+    {
+        if (fd >= 0)
+            close(fd);
+    }
+    const int fd;
+    const DWORD access;
+    const bool isDirectory;
+    const std::string path;
+};
+
+class FindObject : public KernelObject {
+public:
+    FindObject() : KernelObject(ObjectKind::FindFile) {}
+    std::mutex lock;
+    std::string directory;            // POSIX folder searched
+    std::vector<std::string> names;   // the matches, in directory order
+    size_t next = 0;
+};
+
+FileObject *fileOf(HANDLE h, HandleRef &ref) { return lookupAs<FileObject>(h, ObjectKind::File, ref); }
+
+// "*" any run of characters, "?" one character; "*.*" is every name.
+bool wildMatch(const char *pat, const char *name)
+{
+    const char *star = nullptr, *resume = nullptr;
+    while (*name) {
+        if (*pat == '?' || (*pat && *pat == *name)) {
+            ++pat;
+            ++name;
+        } else if (*pat == '*') {
+            star = pat++;
+            resume = name;
+        } else if (star) {
+            pat = star + 1;
+            name = ++resume;
+        } else {
+            return false;
+        }
+    }
+    while (*pat == '*')
+        ++pat;
+    // A trailing ".*" also matches a name without a dot, as "*.*" does.
+    if (pat[0] == '.' && pat[1] == '*' && pat[2] == 0)
+        return true;
+    return *pat == 0;
+}
+
+bool fillFindData(const std::string &dir, const std::string &name, WIN32_FIND_DATAA *data)
+{
+    struct stat st;
+    std::string full = dir == "/" ? "/" + name : dir + "/" + name;
+    if (stat(full.c_str(), &st) != 0 && lstat(full.c_str(), &st) != 0)
+        return false;
+    memset(data, 0, sizeof *data);
+    data->dwFileAttributes = attributesOf(st);
+    data->ftCreationTime = fileTimeOf(st.st_ctim);
+    data->ftLastAccessTime = fileTimeOf(st.st_atim);
+    data->ftLastWriteTime = fileTimeOf(st.st_mtim);
+    if (!S_ISDIR(st.st_mode)) {
+        uint64_t size = static_cast<uint64_t>(st.st_size);
+        data->nFileSizeHigh = static_cast<DWORD>(size >> 32);
+        data->nFileSizeLow = static_cast<DWORD>(size);
+    }
+    size_t n = name.size() < MAX_PATH - 1 ? name.size() : MAX_PATH - 1;
+    memcpy(data->cFileName, name.c_str(), n);
+    return true;
+}
+
+} // namespace
+
+int openShared(const std::string &posixPath, DWORD access, DWORD share, DWORD disposition, DWORD flagsAndAttributes,
+               bool append, DWORD &error, bool &existed)
+{
+    if (disposition < CREATE_NEW || disposition > TRUNCATE_EXISTING) {
+        error = ERROR_INVALID_PARAMETER;
+        return -1;
+    }
+    bool wantWrite = access & kWriteRights;
+    bool truncates = disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING;
+    struct stat st;
+    existed = stat(posixPath.c_str(), &st) == 0;
+    if (existed) {
+        if (disposition == CREATE_NEW) {
+            error = ERROR_FILE_EXISTS;
+            return -1;
+        }
+        if (S_ISDIR(st.st_mode) && !(flagsAndAttributes & FILE_FLAG_BACKUP_SEMANTICS)) {
+            error = ERROR_ACCESS_DENIED;
+            return -1;
+        }
+        // The read-only attribute holds for every user, root included.
+        if (readOnlyMode(st) && (wantWrite || truncates)) {
+            error = ERROR_ACCESS_DENIED;
+            return -1;
+        }
+    } else if (disposition == OPEN_EXISTING || disposition == TRUNCATE_EXISTING) {
+        error = win32ErrorFromErrno(ENOENT, posixPath);
+        return -1;
+    }
+
+    int flags = O_CLOEXEC;
+    if (existed && S_ISDIR(st.st_mode))
+        flags |= O_RDONLY | O_DIRECTORY;
+    else if (wantWrite || truncates)
+        flags |= O_RDWR;
+    else
+        flags |= O_RDONLY;
+    if (disposition == CREATE_NEW)
+        flags |= O_CREAT | O_EXCL;
+    else if (disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS)
+        flags |= O_CREAT;
+    if (append)
+        flags |= O_APPEND;
+    mode_t mode = (flagsAndAttributes & FILE_ATTRIBUTE_READONLY) ? 0444 : 0666;
+    int fd = open(posixPath.c_str(), flags, mode);
+    if (fd < 0 && errno == EACCES && (flags & O_ACCMODE) == O_RDWR && !truncates && !(access & kReadRights)) {
+        // Write-only to a file that may not be read: no share locks then.
+        fd = open(posixPath.c_str(), (flags & ~O_ACCMODE) | O_WRONLY, mode);
+    }
+    if (fd < 0) {
+        int err = errno;
+        error = err == EEXIST ? ERROR_FILE_EXISTS : win32ErrorFromErrno(err, posixPath);
+        return -1;
+    }
+    if (!claimShare(fd, access, share)) {
+        close(fd);
+        error = ERROR_SHARING_VIOLATION;
+        return -1;
+    }
+    // Emptied only now that the share check has passed.
+    if (truncates && existed && ftruncate(fd, 0) != 0) {
+        error = win32ErrorFromErrno(errno, posixPath);
+        close(fd);
+        return -1;
+    }
+    error = existed && (disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS) ? ERROR_ALREADY_EXISTS
+                                                                                     : ERROR_SUCCESS;
+    return fd;
+}
+
+} // namespace tsp
+
+using namespace tsp;
+
+extern "C" {
+
+HANDLE WINAPI CreateFileA(LPCSTR lpFileName, DWORD dwDesiredAccess, DWORD dwShareMode,
+                          LPSECURITY_ATTRIBUTES lpSecurityAttributes, DWORD dwCreationDisposition,
+                          DWORD dwFlagsAndAttributes, HANDLE hTemplateFile)
+{
+    std::string p;
+    if (!toPosixPath(lpFileName, p))
+        return INVALID_HANDLE_VALUE;
+    DWORD error;
+    bool existed;
+    int fd = openShared(p, dwDesiredAccess, dwShareMode, dwCreationDisposition, dwFlagsAndAttributes, false, error,
+                        existed);
+    if (fd < 0) {
+        SetLastError(error);
+        return INVALID_HANDLE_VALUE;
+    }
+    struct stat st;
+    bool isDir = fstat(fd, &st) == 0 && S_ISDIR(st.st_mode);
+    // Inheritance (lpSecurityAttributes->bInheritHandle) matters only to a
+    // program started by CreateProcess with bInheritHandles; the descriptor
+    // itself is close-on-exec.
+    HANDLE h = insertHandle(new FileObject(fd, dwDesiredAccess, isDir, p), dwDesiredAccess);
+    if (!h)
+        return INVALID_HANDLE_VALUE;
+    SetLastError(error);
+    return h;
+}
+
+BOOL WINAPI ReadFile(HANDLE hFile, LPVOID lpBuffer, DWORD nNumberOfBytesToRead, LPDWORD lpNumberOfBytesRead,
+                     LPOVERLAPPED lpOverlapped)
+{
+    if (lpNumberOfBytesRead)
+        *lpNumberOfBytesRead = 0;
+    HandleRef ref;
+    FileObject *f = fileOf(hFile, ref);
+    if (!f)
+        return FALSE;
+    if (lpOverlapped) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    if (!(f->access & kReadRights) || f->isDirectory) {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return FALSE;
+    }
+    char *out = static_cast<char *>(lpBuffer);
+    DWORD done = 0;
+    while (done < nNumberOfBytesToRead) {
+        ssize_t n = read(f->fd, out + done, nNumberOfBytesToRead - done);
+        if (n < 0) {
+            if (errno == EINTR)
+                continue;
+            SetLastError(win32ErrorFromErrno(errno));
+            return FALSE;
+        }
+        if (n == 0)
+            break;
+        done += static_cast<DWORD>(n);
+    }
+    if (lpNumberOfBytesRead)
+        *lpNumberOfBytesRead = done;
+    return TRUE;
+}
+
+BOOL WINAPI WriteFile(HANDLE hFile, LPCVOID lpBuffer, DWORD nNumberOfBytesToWrite, LPDWORD lpNumberOfBytesWritten,
+                      LPOVERLAPPED lpOverlapped)
+{
+    if (lpNumberOfBytesWritten)
+        *lpNumberOfBytesWritten = 0;
+    HandleRef ref;
+    FileObject *f = fileOf(hFile, ref);
+    if (!f)
+        return FALSE;
+    if (lpOverlapped) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    if (!(f->access & kWriteRights) || f->isDirectory) {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return FALSE;
+    }
+    const char *in = static_cast<const char *>(lpBuffer);
+    DWORD done = 0;
+    while (done < nNumberOfBytesToWrite) {
+        ssize_t n = write(f->fd, in + done, nNumberOfBytesToWrite - done);
+        if (n < 0) {
+            if (errno == EINTR)
+                continue;
+            SetLastError(win32ErrorFromErrno(errno));
+            if (lpNumberOfBytesWritten)
+                *lpNumberOfBytesWritten = done;
+            return FALSE;
+        }
+        done += static_cast<DWORD>(n);
+    }
+    if (lpNumberOfBytesWritten)
+        *lpNumberOfBytesWritten = done;
+    return TRUE;
+}
+
+BOOL WINAPI FlushFileBuffers(HANDLE hFile)
+{
+    HandleRef ref;
+    FileObject *f = fileOf(hFile, ref);
+    if (!f)
+        return FALSE;
+    if (!(f->access & kWriteRights)) {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return FALSE;
+    }
+    if (fdatasync(f->fd) != 0 && errno != EINVAL) {
+        SetLastError(win32ErrorFromErrno(errno));
+        return FALSE;
+    }
+    return TRUE;
+}
+
+DWORD WINAPI SetFilePointer(HANDLE hFile, LONG lDistanceToMove, PLONG lpDistanceToMoveHigh, DWORD dwMoveMethod)
+{
+    HandleRef ref;
+    FileObject *f = fileOf(hFile, ref);
+    if (!f)
+        return INVALID_SET_FILE_POINTER;
+    int64_t dist = lpDistanceToMoveHigh
+                       ? static_cast<int64_t>((static_cast<uint64_t>(static_cast<uint32_t>(*lpDistanceToMoveHigh)) << 32) |
+                                              static_cast<uint32_t>(lDistanceToMove))
+                       : static_cast<int64_t>(lDistanceToMove);
+    int whence = dwMoveMethod == FILE_BEGIN ? SEEK_SET : dwMoveMethod == FILE_CURRENT ? SEEK_CUR
+                                                     : dwMoveMethod == FILE_END     ? SEEK_END
+                                                                                    : -1;
+    if (whence < 0) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return INVALID_SET_FILE_POINTER;
+    }
+    off_t from = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? lseek(f->fd, 0, SEEK_CUR) : lseek(f->fd, 0, SEEK_END);
+    if (from < 0 || from + dist < 0) {
+        SetLastError(ERROR_NEGATIVE_SEEK);
+        return INVALID_SET_FILE_POINTER;
+    }
+    off_t pos = lseek(f->fd, from + dist, SEEK_SET);
+    if (pos < 0) {
+        SetLastError(win32ErrorFromErrno(errno));
+        return INVALID_SET_FILE_POINTER;
+    }
+    if (lpDistanceToMoveHigh)
+        *lpDistanceToMoveHigh = static_cast<LONG>(static_cast<uint64_t>(pos) >> 32);
+    else if (static_cast<uint64_t>(pos) > 0xFFFFFFFEull) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return INVALID_SET_FILE_POINTER;
+    }
+    SetLastError(ERROR_SUCCESS);
+    return static_cast<DWORD>(pos);
+}
+
+BOOL WINAPI SetEndOfFile(HANDLE hFile)
+{
+    HandleRef ref;
+    FileObject *f = fileOf(hFile, ref);
+    if (!f)
+        return FALSE;
+    off_t pos = lseek(f->fd, 0, SEEK_CUR);
+    if (!(f->access & kWriteRights) || pos < 0 || ftruncate(f->fd, pos) != 0) {
+        SetLastError(pos < 0 ? win32ErrorFromErrno(errno) : ERROR_ACCESS_DENIED);
+        return FALSE;
+    }
+    return TRUE;
+}
+
+DWORD WINAPI GetFileSize(HANDLE hFile, LPDWORD lpFileSizeHigh)
+{
+    HandleRef ref;
+    FileObject *f = fileOf(hFile, ref);
+    if (!f)
+        return INVALID_FILE_SIZE;
+    struct stat st;
+    if (fstat(f->fd, &st) != 0) {
+        SetLastError(win32ErrorFromErrno(errno));
+        return INVALID_FILE_SIZE;
+    }
+    uint64_t size = static_cast<uint64_t>(st.st_size);
+    if (lpFileSizeHigh)
+        *lpFileSizeHigh = static_cast<DWORD>(size >> 32);
+    SetLastError(ERROR_SUCCESS);
+    return static_cast<DWORD>(size);
+}
+
+BOOL WINAPI DeleteFileA(LPCSTR lpFileName)
+{
+    std::string p;
+    if (!toPosixPath(lpFileName, p))
+        return FALSE;
+    struct stat st;
+    if (stat(p.c_str(), &st) != 0) {
+        SetLastError(win32ErrorFromErrno(errno, p));
+        return FALSE;
+    }
+    if (S_ISDIR(st.st_mode) || readOnlyMode(st)) {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return FALSE;
+    }
+    // A file that another open holds without FILE_SHARE_DELETE stays.
+    int fd = open(p.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd >= 0) {
+        bool denied = othersHold(fd, DenyDelete);
+        close(fd);
+        if (denied) {
+            SetLastError(ERROR_SHARING_VIOLATION);
+            return FALSE;
+        }
+    }
+    if (unlink(p.c_str()) != 0) {
+        SetLastError(win32ErrorFromErrno(errno, p));
+        return FALSE;
+    }
+    return TRUE;
+}
+
+DWORD WINAPI GetFileAttributesA(LPCSTR lpFileName)
+{
+    std::string p;
+    if (!toPosixPath(lpFileName, p))
+        return INVALID_FILE_ATTRIBUTES;
+    struct stat st;
+    if (stat(p.c_str(), &st) != 0) {
+        SetLastError(win32ErrorFromErrno(errno, p));
+        return INVALID_FILE_ATTRIBUTES;
+    }
+    return attributesOf(st);
+}
+
+BOOL WINAPI SetFileAttributesA(LPCSTR lpFileName, DWORD dwFileAttributes)
+{
+    std::string p;
+    if (!toPosixPath(lpFileName, p))
+        return FALSE;
+    struct stat st;
+    if (stat(p.c_str(), &st) != 0) {
+        SetLastError(win32ErrorFromErrno(errno, p));
+        return FALSE;
+    }
+    if (!S_ISREG(st.st_mode))
+        return TRUE;
+    mode_t mode = st.st_mode & 07777;
+    if (dwFileAttributes & FILE_ATTRIBUTE_READONLY)
+        mode &= ~static_cast<mode_t>(S_IWUSR | S_IWGRP | S_IWOTH);
+    else if (!(mode & (S_IWUSR | S_IWGRP | S_IWOTH)))
+        mode |= S_IWUSR;
+    if (chmod(p.c_str(), mode) != 0) {
+        SetLastError(win32ErrorFromErrno(errno, p));
+        return FALSE;
+    }
+    return TRUE;
+}
+
+BOOL WINAPI CreateDirectoryA(LPCSTR lpPathName, LPSECURITY_ATTRIBUTES lpSecurityAttributes)
+{
+    std::string p;
+    if (!toPosixPath(lpPathName, p))
+        return FALSE;
+    if (mkdir(p.c_str(), 0777) != 0) {
+        SetLastError(win32ErrorFromErrno(errno, p));
+        return FALSE;
+    }
+    return TRUE;
+}
+
+BOOL WINAPI RemoveDirectoryA(LPCSTR lpPathName)
+{
+    std::string p;
+    if (!toPosixPath(lpPathName, p))
+        return FALSE;
+    if (rmdir(p.c_str()) != 0) {
+        int err = errno;
+        SetLastError(err == ENOTDIR ? ERROR_DIRECTORY : win32ErrorFromErrno(err, p));
+        return FALSE;
+    }
+    return TRUE;
+}
+
+HANDLE WINAPI FindFirstFileA(LPCSTR lpFileName, LPWIN32_FIND_DATAA lpFindFileData)
+{
+    if (!lpFileName || !*lpFileName || !lpFindFileData) {
+        SetLastError(lpFindFileData ? ERROR_PATH_NOT_FOUND : ERROR_INVALID_PARAMETER);
+        return INVALID_HANDLE_VALUE;
+    }
+    // The folder part and the pattern of the last component.
+    std::string whole(lpFileName);
+    size_t cut = whole.find_last_of("\\/");
+    std::string folder, pattern;
+    if (cut == std::string::npos) {
+        if (whole.size() >= 2 && whole[1] == ':') {
+            folder = whole.substr(0, 2);
+            pattern = whole.substr(2);
+        } else {
+            folder = ".";
+            pattern = whole;
+        }
+    } else {
+        folder = whole.substr(0, cut + 1);
+        pattern = whole.substr(cut + 1);
+    }
+    if (pattern.empty()) {
+        SetLastError(ERROR_FILE_NOT_FOUND);
+        return INVALID_HANDLE_VALUE;
+    }
+    std::string dir;
+    if (!toPosixPath(folder.c_str(), dir))
+        return INVALID_HANDLE_VALUE;
+    while (dir.size() > 1 && dir.back() == '/')
+        dir.pop_back();
+    DIR *d = opendir(dir.c_str());
+    if (!d) {
+        int err = errno;
+        SetLastError(err == ENOENT || err == ENOTDIR ? ERROR_PATH_NOT_FOUND : win32ErrorFromErrno(err, dir));
+        return INVALID_HANDLE_VALUE;
+    }
+    FindObject *find = new FindObject;
+    find->directory = dir;
+    if (pattern == "*.*")
+        pattern = "*";
+    while (dirent *e = readdir(d))
+        if (wildMatch(pattern.c_str(), e->d_name))
+            find->names.push_back(e->d_name);
+    closedir(d);
+    // The first entry that can still be examined.
+    while (find->next < find->names.size() &&
+           !fillFindData(find->directory, find->names[find->next], lpFindFileData))
+        ++find->next;
+    if (find->next >= find->names.size()) {
+        find->release();
+        SetLastError(ERROR_FILE_NOT_FOUND);
+        return INVALID_HANDLE_VALUE;
+    }
+    ++find->next;
+    HANDLE h = insertHandle(find, 0);
+    return h ? h : INVALID_HANDLE_VALUE;
+}
+
+BOOL WINAPI FindNextFileA(HANDLE hFindFile, LPWIN32_FIND_DATAA lpFindFileData)
+{
+    HandleRef ref;
+    FindObject *find = lookupAs<FindObject>(hFindFile, ObjectKind::FindFile, ref);
+    if (!find)
+        return FALSE;
+    if (!lpFindFileData) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    std::lock_guard<std::mutex> guard(find->lock);
+    while (find->next < find->names.size()) {
+        const std::string &name = find->names[find->next++];
+        if (fillFindData(find->directory, name, lpFindFileData))
+            return TRUE;
+    }
+    SetLastError(ERROR_NO_MORE_FILES);
+    return FALSE;
+}
+
+BOOL WINAPI FindClose(HANDLE hFindFile)
+{
+    HandleRef ref;
+    if (!lookupAs<FindObject>(hFindFile, ObjectKind::FindFile, ref))
+        return FALSE;
+    ref.reset();
+    if (!closeTableHandle(hFindFile)) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return FALSE;
+    }
+    return TRUE;
+}
+
+} // extern "C"

@@ -1,0 +1,918 @@
+// The registry store on SQLite.
+#include "regstore.h"
+
+#include "machineroot.h"
+
+#include <sqlite3.h>
+
+#include <errno.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cassert>
+#include <set>
+
+namespace tsp {
+namespace reg {
+
+namespace {
+
+constexpr size_t kSeqFileSize = 4096;
+constexpr size_t kMaxCacheEntries = 20000;
+constexpr int kBusyTimeoutMs = 60000;
+constexpr int kSchemaVersion = 1; // PRAGMA user_version of the database
+
+const char *const kSchema =
+    "CREATE TABLE IF NOT EXISTS meta(name TEXT PRIMARY KEY, value) WITHOUT ROWID;"
+    "CREATE TABLE IF NOT EXISTS keys("
+    "  id INTEGER PRIMARY KEY AUTOINCREMENT, parent INTEGER NOT NULL, name BLOB NOT NULL,"
+    "  fold BLOB NOT NULL, class BLOB, vol INTEGER NOT NULL DEFAULT 0, mtime INTEGER NOT NULL);"
+    "CREATE UNIQUE INDEX IF NOT EXISTS keys_child ON keys(parent, fold);"
+    "CREATE TABLE IF NOT EXISTS vals("
+    "  key INTEGER NOT NULL, fold BLOB NOT NULL, name BLOB NOT NULL, ord INTEGER NOT NULL,"
+    "  type INTEGER NOT NULL, data BLOB NOT NULL, mtime INTEGER NOT NULL, PRIMARY KEY(key, fold)) WITHOUT ROWID;";
+
+const char *const kHiveNames[] = {"HKEY_CLASSES_ROOT",   "HKEY_CURRENT_USER", "HKEY_LOCAL_MACHINE", "HKEY_USERS",
+                                  "HKEY_PERFORMANCE_DATA", "HKEY_CURRENT_CONFIG", "HKEY_DYN_DATA"};
+
+const char *const kStatements[] = {
+    "SELECT id, vol FROM keys WHERE parent=?1 AND fold=?2",
+    "SELECT class, mtime, vol, parent FROM keys WHERE id=?1",
+    "INSERT INTO keys(parent, name, fold, class, vol, mtime) VALUES(?1, ?2, ?3, ?4, ?5, ?6)",
+    "UPDATE keys SET mtime=?2 WHERE id=?1",
+    "SELECT EXISTS(SELECT 1 FROM keys WHERE parent=?1)",
+    "DELETE FROM keys WHERE id=?1",
+    "DELETE FROM vals WHERE key=?1",
+    "SELECT type, data FROM vals WHERE key=?1 AND fold=?2",
+    "INSERT INTO vals(key, fold, name, ord, type, data, mtime)"
+    " SELECT ?1, ?2, ?3, (SELECT COALESCE(MAX(ord), 0) + 1 FROM vals WHERE key=?1), ?4, ?5, ?6"
+    " WHERE EXISTS(SELECT 1 FROM keys WHERE id=?1)"
+    " ON CONFLICT(key, fold) DO UPDATE SET type=excluded.type, data=excluded.data, mtime=excluded.mtime",
+    "DELETE FROM vals WHERE key=?1 AND fold=?2",
+    "SELECT name, class, MAX(mtime, COALESCE((SELECT MAX(mtime) FROM vals WHERE key=keys.id), 0))"
+    " FROM keys WHERE parent=?1 ORDER BY fold",
+    "SELECT name, type, data, mtime FROM vals WHERE key=?1 ORDER BY ord",
+    "BEGIN IMMEDIATE",
+    "COMMIT",
+    "ROLLBACK",
+};
+
+// Now as a FILETIME: 100 ns units since 1601.
+int64_t fileTimeNow()
+{
+    timespec ts;
+    clock_gettime(CLOCK_REALTIME, &ts);
+    return static_cast<int64_t>(ts.tv_sec) * 10000000 + ts.tv_nsec / 100 + 116444736000000000LL;
+}
+
+std::string bootId()
+{
+    std::string id;
+    int fd = open("/proc/sys/kernel/random/boot_id", O_RDONLY | O_CLOEXEC);
+    if (fd >= 0) {
+        char buf[64];
+        ssize_t n = read(fd, buf, sizeof buf);
+        if (n > 0)
+            id.assign(buf, static_cast<size_t>(n));
+        close(fd);
+    }
+    while (!id.empty() && (id.back() == '\n' || id.back() == ' '))
+        id.pop_back();
+    return id;
+}
+
+uint64_t loadSeq(volatile uint64_t *p) { return __atomic_load_n(p, __ATOMIC_ACQUIRE); }
+void storeSeq(volatile uint64_t *p, uint64_t v) { __atomic_store_n(p, v, __ATOMIC_SEQ_CST); }
+
+bool lockFile(int fd, int op)
+{
+    while (flock(fd, op) != 0) {
+        if (errno != EINTR)
+            return false;
+    }
+    return true;
+}
+
+// Binds and resets a prepared statement around one use.
+class Use {
+public:
+    explicit Use(sqlite3_stmt *st) : st_(st) {}
+    ~Use()
+    {
+        sqlite3_reset(st_);
+        sqlite3_clear_bindings(st_);
+    }
+    Use &id(int i, int64_t v)
+    {
+        sqlite3_bind_int64(st_, i, v);
+        return *this;
+    }
+    // Names are copied: a caller may pass a temporary.
+    Use &blob(int i, const std::string &s)
+    {
+        sqlite3_bind_blob(st_, i, s.data(), static_cast<int>(s.size()), SQLITE_TRANSIENT);
+        return *this;
+    }
+    // Data is not copied: p must stay valid until the statement is reset.
+    Use &bytes(int i, const void *p, size_t n)
+    {
+        if (n == 0)
+            sqlite3_bind_zeroblob(st_, i, 0);
+        else
+            sqlite3_bind_blob64(st_, i, p, n, SQLITE_STATIC);
+        return *this;
+    }
+    int step() { return sqlite3_step(st_); }
+    int64_t int64(int col) { return sqlite3_column_int64(st_, col); }
+    std::string text(int col)
+    {
+        const void *p = sqlite3_column_blob(st_, col);
+        int n = sqlite3_column_bytes(st_, col);
+        return p ? std::string(static_cast<const char *>(p), static_cast<size_t>(n)) : std::string();
+    }
+    bool isNull(int col) { return sqlite3_column_type(st_, col) == SQLITE_NULL; }
+
+private:
+    sqlite3_stmt *st_;
+};
+
+// Every store of the process, so that a fork can hold them all still.
+std::mutex &storesLock()
+{
+    static std::mutex *m = new std::mutex;
+    return *m;
+}
+std::set<Store *> &liveStores()
+{
+    static std::set<Store *> *s = new std::set<Store *>;
+    return *s;
+}
+std::atomic<unsigned> gForkGeneration{0};
+
+// Guards the choice of the current store.
+std::mutex &currentLock()
+{
+    static std::mutex *m = new std::mutex;
+    return *m;
+}
+
+} // namespace
+
+// A fork must not copy a store in the middle of a call, and the child must
+// not use the parent's connection: it opens its own.
+struct ForkGuard {
+    static void prepare()
+    {
+        currentLock().lock();
+        storesLock().lock();
+        for (Store *s : liveStores())
+            s->lock_.lock();
+    }
+    static void parent()
+    {
+        for (Store *s : liveStores())
+            s->lock_.unlock();
+        storesLock().unlock();
+        currentLock().unlock();
+    }
+    static void child()
+    {
+        gForkGeneration.fetch_add(1);
+        parent();
+    }
+};
+
+KeyId hiveKeyId(uint32_t hiveValue)
+{
+    if (hiveValue < 0x80000000u || hiveValue > 0x80000006u || hiveValue == 0x80000004u)
+        return 0;
+    return static_cast<KeyId>(hiveValue - 0x80000000u) + 1;
+}
+
+std::string foldName(const std::string &name)
+{
+    std::string f(name);
+    for (char &c : f) {
+        if (c >= 'a' && c <= 'z')
+            c = static_cast<char>(c - 'a' + 'A');
+    }
+    return f;
+}
+
+// ---------------------------------------------------------------------------
+// Opening
+
+std::shared_ptr<Store> Store::current(LONG *err)
+{
+    static std::once_flag forkOnce;
+    std::call_once(forkOnce, [] { pthread_atfork(ForkGuard::prepare, ForkGuard::parent, ForkGuard::child); });
+
+    static std::shared_ptr<Store> *cur = new std::shared_ptr<Store>;
+
+    std::string path = machineRootPath();
+    std::lock_guard<std::mutex> guard(currentLock());
+    if (*cur && (*cur)->root_ == path)
+        return *cur;
+    std::string root = machineRoot();
+    if (root.empty()) {
+        *err = errno == EACCES ? ERROR_ACCESS_DENIED : ERROR_PATH_NOT_FOUND;
+        return nullptr;
+    }
+    if (*cur && (*cur)->root_ == root)
+        return *cur;
+    std::shared_ptr<Store> store(new Store(root));
+    std::lock_guard<std::mutex> storeGuard(store->lock_);
+    if (LONG e = store->openFiles()) {
+        *err = e;
+        return nullptr;
+    }
+    *cur = store;
+    return store;
+}
+
+Store::Store(std::string root) : root_(std::move(root))
+{
+    std::lock_guard<std::mutex> guard(storesLock());
+    liveStores().insert(this);
+    forkGeneration_ = gForkGeneration.load();
+}
+
+Store::~Store()
+{
+    {
+        std::lock_guard<std::mutex> guard(storesLock());
+        liveStores().erase(this);
+    }
+    closeFiles();
+}
+
+void Store::closeFiles()
+{
+    for (sqlite3_stmt *&st : stmt_) {
+        sqlite3_finalize(st);
+        st = nullptr;
+    }
+    if (db_)
+        sqlite3_close_v2(db_);
+    db_ = nullptr;
+    if (seq_)
+        munmap(const_cast<uint64_t *>(seq_), kSeqFileSize);
+    seq_ = nullptr;
+    if (seqFd_ >= 0)
+        close(seqFd_);
+    seqFd_ = -1;
+}
+
+LONG Store::sqlError(int rc)
+{
+    switch (rc & 0xFF) {
+    case SQLITE_FULL:
+        return ERROR_DISK_FULL;
+    case SQLITE_CORRUPT:
+    case SQLITE_NOTADB:
+        return ERROR_REGISTRY_CORRUPT;
+    case SQLITE_NOMEM:
+    case SQLITE_TOOBIG:
+        return ERROR_NOT_ENOUGH_MEMORY;
+    case SQLITE_PERM:
+    case SQLITE_READONLY:
+    case SQLITE_AUTH:
+        return ERROR_ACCESS_DENIED;
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+        return ERROR_BUSY;
+    case SQLITE_CANTOPEN:
+        return ERROR_CANTOPEN;
+    default:
+        return ERROR_REGISTRY_IO_FAILED;
+    }
+}
+
+LONG Store::openFiles()
+{
+    std::string dbPath = root_ + "/registry.db";
+    std::string seqPath = dbPath + "-seq";
+    // Made here so that the database and its companions get mode 0600.
+    int fd = open(dbPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (fd < 0)
+        return errno == EACCES ? ERROR_ACCESS_DENIED : ERROR_CANTOPEN;
+    close(fd);
+
+    seqFd_ = open(seqPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (seqFd_ < 0)
+        return errno == EACCES ? ERROR_ACCESS_DENIED : ERROR_CANTOPEN;
+    struct stat st;
+    if (fstat(seqFd_, &st) != 0 || (st.st_size < static_cast<off_t>(kSeqFileSize) &&
+                                    ftruncate(seqFd_, kSeqFileSize) != 0)) {
+        closeFiles();
+        return ERROR_REGISTRY_IO_FAILED;
+    }
+    void *map = mmap(nullptr, kSeqFileSize, PROT_READ | PROT_WRITE, MAP_SHARED, seqFd_, 0);
+    if (map == MAP_FAILED) {
+        closeFiles();
+        return ERROR_REGISTRY_IO_FAILED;
+    }
+    seq_ = static_cast<volatile uint64_t *>(map);
+
+    int rc = sqlite3_open_v2(dbPath.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+    if (rc != SQLITE_OK) {
+        LONG e = sqlError(rc);
+        closeFiles();
+        return e;
+    }
+    sqlite3_busy_timeout(db_, kBusyTimeoutMs);
+    sqlite3_extended_result_codes(db_, 0);
+
+    // Set-up runs under the writers' lock: journal mode, schema, the hives,
+    // the volatile keys of an earlier boot, and a counter left odd by a
+    // writer that died.
+    if (!lockFile(seqFd_, LOCK_EX)) {
+        closeFiles();
+        return ERROR_REGISTRY_IO_FAILED;
+    }
+    rc = sqlite3_exec(db_, "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL;", nullptr, nullptr, nullptr);
+    if (rc == SQLITE_OK)
+        rc = sqlite3_exec(db_, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
+    if (rc == SQLITE_OK) {
+        int before = sqlite3_total_changes(db_);
+        int version = 0;
+        sqlite3_stmt *q = nullptr;
+        rc = sqlite3_prepare_v2(db_, "PRAGMA user_version", -1, &q, nullptr);
+        if (rc == SQLITE_OK && sqlite3_step(q) == SQLITE_ROW)
+            version = sqlite3_column_int(q, 0);
+        sqlite3_finalize(q);
+        if (rc == SQLITE_OK && version > kSchemaVersion)
+            rc = SQLITE_NOTADB; // written by a later release: not ours to change
+        if (rc == SQLITE_OK)
+            rc = sqlite3_exec(db_, kSchema, nullptr, nullptr, nullptr);
+        if (rc == SQLITE_OK && version < kSchemaVersion)
+            rc = sqlite3_exec(db_, ("PRAGMA user_version=" + std::to_string(kSchemaVersion)).c_str(), nullptr,
+                              nullptr, nullptr);
+        for (int i = 0; rc == SQLITE_OK && i < 7; ++i) {
+            if (i == 4)
+                continue; // HKEY_PERFORMANCE_DATA is not a key of this store
+            sqlite3_stmt *ins = nullptr;
+            rc = sqlite3_prepare_v2(db_,
+                                    "INSERT OR IGNORE INTO keys(id, parent, name, fold, class, vol, mtime)"
+                                    " VALUES(?1, 0, ?2, ?2, NULL, 0, ?3)",
+                                    -1, &ins, nullptr);
+            if (rc == SQLITE_OK) {
+                sqlite3_bind_int64(ins, 1, i + 1);
+                sqlite3_bind_blob(ins, 2, kHiveNames[i], static_cast<int>(strlen(kHiveNames[i])), SQLITE_STATIC);
+                sqlite3_bind_int64(ins, 3, fileTimeNow());
+                rc = sqlite3_step(ins) == SQLITE_DONE ? SQLITE_OK : sqlite3_errcode(db_);
+            }
+            sqlite3_finalize(ins);
+        }
+        // Volatile keys last until the system restarts.
+        std::string boot = bootId();
+        if (rc == SQLITE_OK && !boot.empty()) {
+            sqlite3_stmt *q = nullptr;
+            std::string stored;
+            rc = sqlite3_prepare_v2(db_, "SELECT value FROM meta WHERE name='boot'", -1, &q, nullptr);
+            if (rc == SQLITE_OK && sqlite3_step(q) == SQLITE_ROW) {
+                const unsigned char *t = sqlite3_column_text(q, 0);
+                stored = t ? reinterpret_cast<const char *>(t) : "";
+            }
+            sqlite3_finalize(q);
+            if (rc == SQLITE_OK && stored != boot) {
+                rc = sqlite3_exec(db_,
+                                  "DELETE FROM vals WHERE key IN (SELECT id FROM keys WHERE vol=1);"
+                                  "DELETE FROM keys WHERE vol=1;",
+                                  nullptr, nullptr, nullptr);
+                if (rc == SQLITE_OK) {
+                    std::string sql = "INSERT OR REPLACE INTO meta(name, value) VALUES('boot', '" + boot + "')";
+                    rc = sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, nullptr);
+                }
+            }
+        }
+        bool changed = sqlite3_total_changes(db_) != before;
+        uint64_t s = loadSeq(seq_);
+        if (rc == SQLITE_OK && (changed || (s & 1)))
+            storeSeq(seq_, s | 1);
+        if (rc == SQLITE_OK)
+            rc = sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr);
+        else
+            sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+        s = loadSeq(seq_);
+        if (s & 1)
+            storeSeq(seq_, s + 1);
+    }
+    lockFile(seqFd_, LOCK_UN);
+    if (rc == SQLITE_OK)
+        rc = prepare();
+    if (rc != SQLITE_OK) {
+        LONG e = sqlError(rc);
+        closeFiles();
+        return e;
+    }
+    return ERROR_SUCCESS;
+}
+
+LONG Store::prepare()
+{
+    for (int i = 0; i < kStmtCount; ++i) {
+        int rc = sqlite3_prepare_v3(db_, kStatements[i], -1, SQLITE_PREPARE_PERSISTENT, &stmt_[i], nullptr);
+        if (rc != SQLITE_OK)
+            return rc;
+    }
+    return SQLITE_OK;
+}
+
+// In a child process the parent's connection is left alone (never closed:
+// that could disturb the parent's locks) and a new one is opened.
+LONG Store::reopenAfterFork()
+{
+    forkGeneration_ = gForkGeneration.load();
+    for (sqlite3_stmt *&st : stmt_)
+        st = nullptr;
+    db_ = nullptr;
+    if (seq_)
+        munmap(const_cast<uint64_t *>(seq_), kSeqFileSize);
+    seq_ = nullptr;
+    if (seqFd_ >= 0)
+        close(seqFd_); // the parent keeps its own descriptor, and with it its flock
+    seqFd_ = -1;
+    valueCache_.clear();
+    openCache_.clear();
+    subkeyCache_.clear();
+    valueListCache_.clear();
+    cacheEntries_ = 0;
+    cacheSeq_ = 1;
+    return openFiles();
+}
+
+LONG Store::lockForRead()
+{
+    if (forkGeneration_ != gForkGeneration.load(std::memory_order_relaxed))
+        return reopenAfterFork();
+    return db_ ? ERROR_SUCCESS : ERROR_REGISTRY_IO_FAILED;
+}
+
+bool Store::cacheable()
+{
+    uint64_t s = loadSeq(seq_);
+    if (s != cacheSeq_ || cacheEntries_ > kMaxCacheEntries) {
+        valueCache_.clear();
+        openCache_.clear();
+        subkeyCache_.clear();
+        valueListCache_.clear();
+        cacheEntries_ = 0;
+        cacheSeq_ = s;
+    }
+    return !(s & 1);
+}
+
+// ---------------------------------------------------------------------------
+// Writing
+
+// A write under the writers' lock. A write of one statement runs without
+// BEGIN and COMMIT: SQLite commits it by itself, with no statement journal.
+class Store::WriteTxn {
+public:
+    explicit WriteTxn(Store &s, bool oneStatement = false) : s_(s), oneStatement_(oneStatement) {}
+    ~WriteTxn()
+    {
+        if (began_)
+            Use(s_.stmt_[kRollback]).step();
+        if (locked_)
+            finish();
+    }
+
+    LONG begin()
+    {
+        if (!lockFile(s_.seqFd_, LOCK_EX))
+            return ERROR_REGISTRY_IO_FAILED;
+        locked_ = true;
+        uint64_t v = loadSeq(s_.seq_);
+        storeSeq(s_.seq_, (v & 1) ? v + 2 : v + 1);
+        if (oneStatement_)
+            return ERROR_SUCCESS;
+        int rc = Use(s_.stmt_[kBegin]).step();
+        if (rc != SQLITE_DONE)
+            return s_.sqlError(rc);
+        began_ = true;
+        return ERROR_SUCCESS;
+    }
+
+    LONG commit()
+    {
+        if (oneStatement_)
+            return ERROR_SUCCESS;
+        int rc = Use(s_.stmt_[kCommit]).step();
+        if (rc != SQLITE_DONE)
+            return s_.sqlError(rc); // the destructor rolls back
+        began_ = false;
+        return ERROR_SUCCESS;
+    }
+
+private:
+    void finish()
+    {
+        uint64_t v = loadSeq(s_.seq_);
+        storeSeq(s_.seq_, v + 1);
+        lockFile(s_.seqFd_, LOCK_UN);
+        locked_ = false;
+    }
+
+    Store &s_;
+    const bool oneStatement_;
+    bool locked_ = false;
+    bool began_ = false;
+};
+
+LONG Store::findChild(KeyId parent, const std::string &fold, KeyId *out, bool *isVolatile)
+{
+    Use q(stmt_[kFindChild]);
+    q.id(1, parent).blob(2, fold);
+    int rc = q.step();
+    if (rc == SQLITE_ROW) {
+        *out = q.int64(0);
+        if (isVolatile)
+            *isVolatile = q.int64(1) != 0;
+        return ERROR_SUCCESS;
+    }
+    return rc == SQLITE_DONE ? ERROR_FILE_NOT_FOUND : sqlError(rc);
+}
+
+LONG Store::keyRow(KeyId id, KeyRow *row)
+{
+    Use q(stmt_[kKeyRow]);
+    q.id(1, id);
+    int rc = q.step();
+    row->found = rc == SQLITE_ROW;
+    if (rc == SQLITE_ROW) {
+        row->cls = q.text(0);
+        row->lastWrite = q.int64(1);
+        row->isVolatile = q.int64(2) != 0;
+        row->parent = q.int64(3);
+        return ERROR_SUCCESS;
+    }
+    return rc == SQLITE_DONE ? ERROR_SUCCESS : sqlError(rc);
+}
+
+LONG Store::findPath(KeyId base, const std::vector<std::string> &path, KeyId *out)
+{
+    KeyRow row;
+    if (LONG e = keyRow(base, &row))
+        return e;
+    if (!row.found)
+        return ERROR_KEY_DELETED;
+    KeyId id = base;
+    for (const std::string &level : path) {
+        if (LONG e = findChild(id, foldName(level), &id, nullptr))
+            return e;
+    }
+    *out = id;
+    return ERROR_SUCCESS;
+}
+
+LONG Store::openCached(KeyId base, const std::vector<std::string> &path, KeyId *out)
+{
+    bool cache = cacheable();
+    std::string cacheKey(reinterpret_cast<const char *>(&base), sizeof base);
+    for (const std::string &level : path) {
+        cacheKey += foldName(level);
+        cacheKey += '\\';
+    }
+    auto it = openCache_.find(cacheKey);
+    if (it != openCache_.end()) {
+        *out = it->second.second;
+        return it->second.first;
+    }
+    KeyId id = 0;
+    LONG status = findPath(base, path, &id);
+    if (status != ERROR_SUCCESS && status != ERROR_FILE_NOT_FOUND && status != ERROR_KEY_DELETED)
+        return status; // a failure of the store itself is not cached
+    if (cache) {
+        openCache_[cacheKey] = {status, id};
+        ++cacheEntries_;
+    }
+    *out = id;
+    return status;
+}
+
+LONG Store::openKey(KeyId base, const std::vector<std::string> &path, KeyId *out)
+{
+    std::lock_guard<std::mutex> guard(lock_);
+    if (LONG e = lockForRead())
+        return e;
+    return openCached(base, path, out);
+}
+
+LONG Store::createKey(KeyId base, const std::vector<std::string> &path, const std::string *cls, bool isVolatile,
+                      KeyId *out, DWORD *disposition)
+{
+    std::lock_guard<std::mutex> guard(lock_);
+    if (LONG e = lockForRead())
+        return e;
+    // Opening an existing key writes nothing, so it leaves every reader's
+    // cache valid.
+    LONG status = openCached(base, path, out);
+    if (status != ERROR_FILE_NOT_FOUND) {
+        *disposition = REG_OPENED_EXISTING_KEY;
+        return status;
+    }
+    WriteTxn txn(*this);
+    if (LONG e = txn.begin())
+        return e;
+    KeyRow row;
+    if (LONG e = keyRow(base, &row))
+        return e;
+    if (!row.found)
+        return ERROR_KEY_DELETED;
+    KeyId id = base;
+    bool parentVolatile = row.isVolatile;
+    bool created = false;
+    int64_t now = fileTimeNow();
+    for (const std::string &level : path) {
+        std::string fold = foldName(level);
+        KeyId child;
+        bool childVolatile = false;
+        LONG e = findChild(id, fold, &child, &childVolatile);
+        if (e == ERROR_FILE_NOT_FOUND) {
+            if (parentVolatile && !isVolatile)
+                return ERROR_CHILD_MUST_BE_VOLATILE;
+            int rc;
+            {
+                Use ins(stmt_[kInsertKey]);
+                ins.id(1, id).blob(2, level).blob(3, fold);
+                if (cls)
+                    ins.blob(4, *cls);
+                ins.id(5, isVolatile ? 1 : 0).id(6, now);
+                if ((rc = ins.step()) != SQLITE_DONE)
+                    return sqlError(rc);
+            }
+            child = sqlite3_last_insert_rowid(db_);
+            if ((rc = Use(stmt_[kTouchKey]).id(1, id).id(2, now).step()) != SQLITE_DONE)
+                return sqlError(rc);
+            created = true;
+            childVolatile = isVolatile;
+        } else if (e != ERROR_SUCCESS) {
+            return e;
+        }
+        id = child;
+        parentVolatile = childVolatile;
+    }
+    if (created) {
+        if (LONG e = txn.commit())
+            return e;
+    }
+    *out = id;
+    *disposition = created ? REG_CREATED_NEW_KEY : REG_OPENED_EXISTING_KEY;
+    return ERROR_SUCCESS;
+}
+
+LONG Store::deleteKey(KeyId base, const std::vector<std::string> &path)
+{
+    std::lock_guard<std::mutex> guard(lock_);
+    if (LONG e = lockForRead())
+        return e;
+    WriteTxn txn(*this);
+    if (LONG e = txn.begin())
+        return e;
+    KeyId id;
+    if (LONG e = findPath(base, path, &id))
+        return e;
+    if (id <= kLastHiveId)
+        return ERROR_ACCESS_DENIED;
+    int rc;
+    {
+        Use q(stmt_[kCountChildren]);
+        q.id(1, id);
+        if ((rc = q.step()) != SQLITE_ROW)
+            return sqlError(rc);
+        if (q.int64(0) != 0)
+            return ERROR_ACCESS_DENIED;
+    }
+    KeyRow row;
+    if (LONG e = keyRow(id, &row))
+        return e;
+    if ((rc = Use(stmt_[kDeleteKeyValues]).id(1, id).step()) != SQLITE_DONE)
+        return sqlError(rc);
+    if ((rc = Use(stmt_[kDeleteKey]).id(1, id).step()) != SQLITE_DONE)
+        return sqlError(rc);
+    if ((rc = Use(stmt_[kTouchKey]).id(1, row.parent).id(2, fileTimeNow()).step()) != SQLITE_DONE)
+        return sqlError(rc);
+    return txn.commit();
+}
+
+// ---------------------------------------------------------------------------
+// Values
+
+LONG Store::queryValue(KeyId key, const std::string &name, DWORD *type, std::string *data)
+{
+    std::lock_guard<std::mutex> guard(lock_);
+    if (LONG e = lockForRead())
+        return e;
+    bool cache = cacheable();
+    std::string cacheKey(reinterpret_cast<const char *>(&key), sizeof key);
+    cacheKey += foldName(name);
+    auto it = valueCache_.find(cacheKey);
+    if (it != valueCache_.end()) {
+        *type = it->second.type;
+        *data = it->second.data;
+        return it->second.status;
+    }
+    CachedValue v{ERROR_SUCCESS, REG_NONE, std::string()};
+    {
+        Use q(stmt_[kGetValue]);
+        q.id(1, key).blob(2, cacheKey.substr(sizeof key));
+        int rc = q.step();
+        if (rc == SQLITE_ROW) {
+            v.type = static_cast<DWORD>(q.int64(0));
+            v.data = q.text(1);
+        } else if (rc == SQLITE_DONE) {
+            v.status = ERROR_FILE_NOT_FOUND;
+        } else {
+            return sqlError(rc);
+        }
+    }
+    if (v.status == ERROR_FILE_NOT_FOUND) {
+        KeyRow row;
+        if (LONG e = keyRow(key, &row))
+            return e;
+        if (!row.found)
+            v.status = ERROR_KEY_DELETED;
+    }
+    *type = v.type;
+    *data = v.data;
+    LONG status = v.status;
+    if (cache) {
+        valueCache_.emplace(std::move(cacheKey), std::move(v));
+        ++cacheEntries_;
+    }
+    return status;
+}
+
+// A value write changes one row: the time of the write is kept with the
+// value, and a key's last write time is the latest of its own and its
+// values' (see info), so the key's row is left alone.
+LONG Store::setValue(KeyId key, const std::string &name, DWORD type, const void *data, size_t size)
+{
+    std::lock_guard<std::mutex> guard(lock_);
+    if (LONG e = lockForRead())
+        return e;
+    WriteTxn txn(*this, true);
+    if (LONG e = txn.begin())
+        return e;
+    {
+        // One statement: nothing is written when the key is gone.
+        Use set(stmt_[kSetValue]);
+        set.id(1, key).blob(2, foldName(name)).blob(3, name).id(4, type).bytes(5, data, size).id(6, fileTimeNow());
+        if (int rc = set.step(); rc != SQLITE_DONE)
+            return sqlError(rc);
+    }
+    if (sqlite3_changes(db_) == 0)
+        return ERROR_KEY_DELETED;
+    return txn.commit();
+}
+
+LONG Store::deleteValue(KeyId key, const std::string &name)
+{
+    std::lock_guard<std::mutex> guard(lock_);
+    if (LONG e = lockForRead())
+        return e;
+    WriteTxn txn(*this);
+    if (LONG e = txn.begin())
+        return e;
+    int rc;
+    {
+        Use del(stmt_[kDeleteValue]);
+        del.id(1, key).blob(2, foldName(name));
+        if ((rc = del.step()) != SQLITE_DONE)
+            return sqlError(rc);
+    }
+    if (sqlite3_changes(db_) == 0) {
+        KeyRow row;
+        if (LONG e = keyRow(key, &row))
+            return e;
+        return row.found ? ERROR_FILE_NOT_FOUND : ERROR_KEY_DELETED;
+    }
+    {
+        Use touch(stmt_[kTouchKey]);
+        touch.id(1, key).id(2, fileTimeNow());
+        if ((rc = touch.step()) != SQLITE_DONE)
+            return sqlError(rc);
+    }
+    return txn.commit();
+}
+
+// ---------------------------------------------------------------------------
+// Enumeration
+
+LONG Store::subkeys(KeyId key, std::shared_ptr<const std::vector<SubkeyEntry>> *out)
+{
+    std::lock_guard<std::mutex> guard(lock_);
+    if (LONG e = lockForRead())
+        return e;
+    bool cache = cacheable();
+    auto it = subkeyCache_.find(key);
+    if (it != subkeyCache_.end()) {
+        *out = it->second;
+        return *out ? ERROR_SUCCESS : ERROR_KEY_DELETED;
+    }
+    KeyRow row;
+    if (LONG e = keyRow(key, &row))
+        return e;
+    bool found = row.found;
+    std::shared_ptr<std::vector<SubkeyEntry>> list;
+    if (found) {
+        list = std::make_shared<std::vector<SubkeyEntry>>();
+        Use q(stmt_[kListSubkeys]);
+        q.id(1, key);
+        int rc;
+        while ((rc = q.step()) == SQLITE_ROW)
+            list->push_back(SubkeyEntry{q.text(0), q.text(1), q.int64(2)});
+        if (rc != SQLITE_DONE)
+            return sqlError(rc);
+    }
+    if (cache) {
+        subkeyCache_[key] = list;
+        cacheEntries_ += 1 + (list ? list->size() : 0);
+    }
+    *out = list;
+    return found ? ERROR_SUCCESS : ERROR_KEY_DELETED;
+}
+
+LONG Store::values(KeyId key, std::shared_ptr<const std::vector<ValueEntry>> *out)
+{
+    std::lock_guard<std::mutex> guard(lock_);
+    if (LONG e = lockForRead())
+        return e;
+    bool cache = cacheable();
+    auto it = valueListCache_.find(key);
+    if (it != valueListCache_.end()) {
+        *out = it->second;
+        return *out ? ERROR_SUCCESS : ERROR_KEY_DELETED;
+    }
+    KeyRow row;
+    if (LONG e = keyRow(key, &row))
+        return e;
+    bool found = row.found;
+    std::shared_ptr<std::vector<ValueEntry>> list;
+    if (found) {
+        list = std::make_shared<std::vector<ValueEntry>>();
+        Use q(stmt_[kListValues]);
+        q.id(1, key);
+        int rc;
+        while ((rc = q.step()) == SQLITE_ROW)
+            list->push_back(ValueEntry{q.text(0), static_cast<DWORD>(q.int64(1)), q.text(2), q.int64(3)});
+        if (rc != SQLITE_DONE)
+            return sqlError(rc);
+    }
+    if (cache) {
+        valueListCache_[key] = list;
+        cacheEntries_ += 1 + (list ? list->size() : 0);
+    }
+    *out = list;
+    return found ? ERROR_SUCCESS : ERROR_KEY_DELETED;
+}
+
+LONG Store::info(KeyId key, KeyInfo *out)
+{
+    std::shared_ptr<const std::vector<SubkeyEntry>> subs;
+    std::shared_ptr<const std::vector<ValueEntry>> vals;
+    if (LONG e = subkeys(key, &subs))
+        return e;
+    if (LONG e = values(key, &vals))
+        return e;
+    KeyInfo info;
+    {
+        std::lock_guard<std::mutex> guard(lock_);
+        if (LONG e = lockForRead())
+            return e;
+        KeyRow row;
+        if (LONG e = keyRow(key, &row))
+            return e;
+        if (!row.found)
+            return ERROR_KEY_DELETED;
+        info.cls = row.cls;
+        info.lastWrite = row.lastWrite;
+    }
+    info.subkeys = static_cast<DWORD>(subs->size());
+    for (const SubkeyEntry &s : *subs) {
+        info.maxSubkeyLen = std::max<DWORD>(info.maxSubkeyLen, static_cast<DWORD>(s.name.size()));
+        info.maxClassLen = std::max<DWORD>(info.maxClassLen, static_cast<DWORD>(s.cls.size()));
+    }
+    info.values = static_cast<DWORD>(vals->size());
+    for (const ValueEntry &v : *vals) {
+        info.maxValueNameLen = std::max<DWORD>(info.maxValueNameLen, static_cast<DWORD>(v.name.size()));
+        info.maxValueLen = std::max<DWORD>(info.maxValueLen, static_cast<DWORD>(v.data.size()));
+        info.lastWrite = std::max(info.lastWrite, v.lastWrite);
+    }
+    *out = std::move(info);
+    return ERROR_SUCCESS;
+}
+
+} // namespace reg
+} // namespace tsp

@@ -1,0 +1,156 @@
+// The registry store: one SQLite database per machine root, shared by all
+// processes of that root.
+//
+// Files: $ROOT/registry.db (WAL mode, synchronous FULL, mode 0600) and
+// $ROOT/registry.db-seq, a shared page holding the change counter. Every
+// write runs as one transaction under an exclusive flock of the counter
+// file: the writer makes the counter odd, commits, and makes it even again.
+// A reader that sees an even counter may keep what it read until the
+// counter moves; an odd counter (a write in flight, or a writer that died
+// in the middle) is never cached, and the next writer or the next process
+// to open the store turns it even again. Writers of several processes
+// queue on the flock; a process killed at any moment leaves the database
+// consistent, and a call that returned success is on disk.
+//
+// Results are Win32 error numbers. Names are byte strings of the process's
+// code page; they compare by their ASCII upper-case fold.
+#pragma once
+
+#include <windows.h>
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace tsp {
+namespace reg {
+
+using KeyId = int64_t;
+
+// The key ids of the predefined hives: the low bits of the hive value + 1.
+// 0 when the value names no hive of this store.
+KeyId hiveKeyId(uint32_t hiveValue);
+constexpr KeyId kLastHiveId = 7;
+
+// Limits, in characters (bytes of the code page).
+constexpr size_t kMaxKeyNameLength = 255;
+constexpr size_t kMaxValueNameLength = 16383;
+
+std::string foldName(const std::string &name);
+
+struct SubkeyEntry {
+    std::string name;
+    std::string cls;
+    int64_t lastWrite = 0; // FILETIME units
+};
+
+struct ValueEntry {
+    std::string name;
+    DWORD type = 0;
+    std::string data;
+    int64_t lastWrite = 0; // FILETIME units
+};
+
+struct KeyInfo {
+    std::string cls;
+    DWORD subkeys = 0, maxSubkeyLen = 0, maxClassLen = 0;
+    DWORD values = 0, maxValueNameLen = 0, maxValueLen = 0;
+    int64_t lastWrite = 0;
+};
+
+class Store {
+public:
+    // The store of the machine root that the environment names now, opened
+    // on first use. Null with *err set when it cannot be opened.
+    static std::shared_ptr<Store> current(LONG *err);
+
+    ~Store();
+    Store(const Store &) = delete;
+    Store &operator=(const Store &) = delete;
+
+    const std::string &root() const { return root_; }
+
+    // Finds path (levels already split and checked) below base.
+    LONG openKey(KeyId base, const std::vector<std::string> &path, KeyId *out);
+    // As openKey, creating the missing levels with cls (null: no class).
+    LONG createKey(KeyId base, const std::vector<std::string> &path, const std::string *cls, bool isVolatile,
+                   KeyId *out, DWORD *disposition);
+    // Removes path below base (empty: base itself); the key must have no
+    // subkeys and must not be a hive.
+    LONG deleteKey(KeyId base, const std::vector<std::string> &path);
+
+    LONG queryValue(KeyId key, const std::string &name, DWORD *type, std::string *data);
+    LONG setValue(KeyId key, const std::string &name, DWORD type, const void *data, size_t size);
+    LONG deleteValue(KeyId key, const std::string &name);
+
+    // The subkeys in enumeration order, the values in creation order, and
+    // the key's class, counts and last write time (its own or its latest
+    // value's); ERROR_KEY_DELETED when it is gone.
+    LONG subkeys(KeyId key, std::shared_ptr<const std::vector<SubkeyEntry>> *out);
+    LONG values(KeyId key, std::shared_ptr<const std::vector<ValueEntry>> *out);
+    LONG info(KeyId key, KeyInfo *out);
+
+private:
+    explicit Store(std::string root);
+    LONG openFiles();
+    void closeFiles();
+    LONG reopenAfterFork();
+    LONG prepare();
+
+    // Starts the cache epoch; true when reads may be cached now.
+    bool cacheable();
+    LONG lockForRead();
+
+    class WriteTxn;
+    friend class WriteTxn;
+    friend struct ForkGuard;
+
+    struct KeyRow {
+        bool found = false;
+        bool isVolatile = false;
+        KeyId parent = 0;
+        int64_t lastWrite = 0;
+        std::string cls;
+    };
+    LONG findChild(KeyId parent, const std::string &fold, KeyId *out, bool *isVolatile);
+    LONG keyRow(KeyId id, KeyRow *row);
+    LONG findPath(KeyId base, const std::vector<std::string> &path, KeyId *out);
+    LONG openCached(KeyId base, const std::vector<std::string> &path, KeyId *out);
+    LONG sqlError(int rc);
+
+    std::string root_;
+    std::mutex lock_;
+    sqlite3 *db_ = nullptr;
+    int seqFd_ = -1;
+    volatile uint64_t *seq_ = nullptr; // the shared change counter
+    unsigned forkGeneration_ = 0;
+
+    enum Stmt {
+        kFindChild, kKeyRow, kInsertKey, kTouchKey, kCountChildren, kDeleteKey, kDeleteKeyValues,
+        kGetValue, kSetValue, kDeleteValue, kListSubkeys, kListValues, kBegin, kCommit, kRollback,
+        kStmtCount
+    };
+    sqlite3_stmt *stmt_[kStmtCount] = {};
+
+    // Read cache, valid while the counter stays at cacheSeq_.
+    uint64_t cacheSeq_ = 1; // odd: nothing cached yet
+    size_t cacheEntries_ = 0;
+    struct CachedValue {
+        LONG status;
+        DWORD type;
+        std::string data;
+    };
+    std::unordered_map<std::string, CachedValue> valueCache_;
+    std::unordered_map<std::string, std::pair<LONG, KeyId>> openCache_;
+    std::unordered_map<KeyId, std::shared_ptr<const std::vector<SubkeyEntry>>> subkeyCache_;
+    std::unordered_map<KeyId, std::shared_ptr<const std::vector<ValueEntry>>> valueListCache_;
+};
+
+} // namespace reg
+} // namespace tsp

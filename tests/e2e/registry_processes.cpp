@@ -1,0 +1,254 @@
+// The registry shared between processes: two writers on one key, a writer
+// killed in the middle of its writes, and tsreg's export and import.
+#include "../platform/RegistryFixture.h"
+
+#include <cstdio>
+#include <map>
+#include <string>
+#include <thread>
+#include <vector>
+
+using tstest::ChildProcess;
+using tstest::RegistryTest;
+
+namespace {
+
+struct Value {
+    DWORD type;
+    std::string data;
+    bool operator==(const Value &o) const { return type == o.type && data == o.data; }
+};
+using Tree = std::map<std::string, std::map<std::string, Value>>; // key path -> values
+
+void ReadTree(HKEY k, const std::string &path, Tree &out)
+{
+    auto &values = out[path];
+    char name[512];
+    BYTE data[4096];
+    for (DWORD i = 0;; ++i) {
+        DWORD cch = sizeof name, cb = sizeof data, type = 0;
+        LONG r = RegEnumValueA(k, i, name, &cch, nullptr, &type, data, &cb);
+        if (r == ERROR_NO_MORE_ITEMS)
+            break;
+        ASSERT_EQ(r, ERROR_SUCCESS);
+        values[name] = Value{type, std::string(reinterpret_cast<char *>(data), cb)};
+    }
+    for (DWORD i = 0; RegEnumKeyA(k, i, name, sizeof name) == ERROR_SUCCESS; ++i) {
+        HKEY sub;
+        ASSERT_EQ(RegOpenKeyExA(k, name, 0, KEY_READ, &sub), ERROR_SUCCESS);
+        ReadTree(sub, path + "\\" + name, out);
+        RegCloseKey(sub);
+    }
+}
+
+bool Exists(HKEY k, const char *sub)
+{
+    HKEY h;
+    if (RegOpenKeyExA(k, sub, 0, KEY_READ, &h) != ERROR_SUCCESS)
+        return false;
+    RegCloseKey(h);
+    return true;
+}
+
+int RunTsreg(const std::vector<std::string> &args)
+{
+    ChildProcess p;
+    if (!p.Start("tsreg", args))
+        return -1;
+    return p.Wait();
+}
+
+void WriteFile(const std::string &path, const std::string &bytes)
+{
+    FILE *f = fopen(path.c_str(), "wb");
+    ASSERT_NE(f, nullptr) << path;
+    fwrite(bytes.data(), 1, bytes.size(), f);
+    fclose(f);
+}
+
+} // namespace
+
+TEST_F(RegistryTest, TwoProcessesWriteAndReadTheSameKey)
+{
+    constexpr DWORD kCount = 150;
+    ChildProcess a, b;
+    ASSERT_TRUE(a.Start("regworker", {"exchange", path_, "a", "b", std::to_string(kCount)}));
+    ASSERT_TRUE(b.Start("regworker", {"exchange", path_, "b", "a", std::to_string(kCount)}));
+    EXPECT_EQ(a.Wait(60000), 0);
+    EXPECT_EQ(b.Wait(60000), 0);
+    for (const char *id : {"a", "b"}) {
+        for (DWORD i = 0; i < kCount; ++i) {
+            std::string name = std::string(id) + "-" + std::to_string(i);
+            DWORD v = ~0u, cb = 4;
+            ASSERT_EQ(RegQueryValueExA(key_, name.c_str(), nullptr, nullptr, reinterpret_cast<BYTE *>(&v), &cb),
+                      ERROR_SUCCESS)
+                << name;
+            EXPECT_EQ(v, i);
+        }
+    }
+}
+
+TEST_F(RegistryTest, ReadsSeeTheWritesOfAnotherProcess)
+{
+    SetDword(key_, "v", 1);
+    HKEY reader;
+    ASSERT_EQ(RegOpenKeyExA(HKEY_CURRENT_USER, path_.c_str(), 0, KEY_READ, &reader), ERROR_SUCCESS);
+    for (DWORD expected : {2u, 3u, 4u}) {
+        DWORD v = 0, cb = 4;
+        for (int i = 0; i < 3; ++i) // read more than once: what is kept must not go stale
+            ASSERT_EQ(RegQueryValueExA(reader, "v", nullptr, nullptr, reinterpret_cast<BYTE *>(&v), &cb),
+                      ERROR_SUCCESS);
+        EXPECT_EQ(v, expected - 1);
+        ChildProcess writer;
+        ASSERT_TRUE(writer.Start("regworker", {"set", path_, "v", std::to_string(expected)}));
+        ASSERT_EQ(writer.Wait(), 0);
+        cb = 4;
+        ASSERT_EQ(RegQueryValueExA(reader, "v", nullptr, nullptr, reinterpret_cast<BYTE *>(&v), &cb), ERROR_SUCCESS);
+        EXPECT_EQ(v, expected);
+    }
+    RegCloseKey(reader);
+}
+
+TEST_F(RegistryTest, KilledWriterLeavesTheStoreWhole)
+{
+    TS_SKIP_ON_WINE("Wine keeps the registry in its server's memory, so a killed client cannot harm it");
+    ChildProcess writer;
+    ASSERT_TRUE(writer.Start("regworker", {"forever", path_}));
+    // The registry itself says how far the writer has come.
+    DWORD last = 0;
+    for (DWORD waited = 0;; ++waited) {
+        DWORD cb = 4;
+        if (RegQueryValueExA(key_, "last", nullptr, nullptr, reinterpret_cast<BYTE *>(&last), &cb) == ERROR_SUCCESS &&
+            last >= 100)
+            break;
+        ASSERT_LT(waited, tstest::kWaitBound) << "the writer does not write";
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    writer.Kill();
+    EXPECT_EQ(writer.Wait(), 128 + 9);
+
+    // Every write that returned is there, in order; at most one more.
+    DWORD cb = 4;
+    ASSERT_EQ(RegQueryValueExA(key_, "last", nullptr, nullptr, reinterpret_cast<BYTE *>(&last), &cb), ERROR_SUCCESS);
+    Tree tree;
+    ReadTree(key_, "", tree);
+    const auto &values = tree[""];
+    ASSERT_GE(values.size(), last + 2u);
+    ASSERT_LE(values.size(), last + 3u);
+    for (DWORD i = 0; i < values.size() - 1; ++i) {
+        auto it = values.find("v" + std::to_string(i));
+        ASSERT_NE(it, values.end()) << i;
+        EXPECT_EQ(it->second, (Value{REG_DWORD, std::string(reinterpret_cast<char *>(&i), 4)}));
+    }
+
+    // The store takes writes again, from this process and from another.
+    SetDword(key_, "after", 1);
+    ChildProcess next;
+    ASSERT_TRUE(next.Start("regworker", {"exchange", path_, "n", "m", "20"}));
+    EXPECT_EQ(next.Wait(), 0);
+}
+
+TEST_F(RegistryTest, TsregExportAndImportRoundTrip)
+{
+    HKEY tree = Create("Tree", nullptr, nullptr);
+    HKEY sub = Create("Sub Key\\Deeper", nullptr, nullptr, tree);
+    std::string big(300, '\0');
+    for (size_t i = 0; i < big.size(); ++i)
+        big[i] = static_cast<char>(i * 7);
+    struct Item {
+        HKEY key;
+        const char *name;
+        DWORD type;
+        std::string data;
+    } items[] = {
+        {tree, "", REG_SZ, std::string("default\0", 8)},
+        {tree, "quote\"and\\back", REG_SZ, std::string("C:\\Path \"x\" =;[y]\0", 18)},
+        {tree, "empty", REG_SZ, std::string("\0", 1)},
+        {tree, "count", REG_DWORD, std::string("\x2A\0\0\x80", 4)},
+        {tree, "big", REG_BINARY, big},
+        {tree, "nothing", REG_BINARY, std::string()},
+        {sub, "multi", REG_MULTI_SZ, std::string("one\0two\0\0", 9)},
+        {sub, "expand", REG_EXPAND_SZ, std::string("%SystemRoot%\\x\0", 15)},
+        {sub, "qword", REG_QWORD, std::string("\1\2\3\4\5\6\7\x08", 8)},
+        {sub, "none", REG_NONE, std::string("\xFF", 1)},
+    };
+    for (const Item &i : items)
+        ASSERT_EQ(RegSetValueExA(i.key, i.name, 0, i.type, reinterpret_cast<const BYTE *>(i.data.data()),
+                                 static_cast<DWORD>(i.data.size())),
+                  ERROR_SUCCESS);
+    RegCloseKey(sub);
+    Tree before;
+    ReadTree(tree, "", before);
+    RegCloseKey(tree);
+
+    std::string file = root_.path().empty() ? std::string("tsreg-roundtrip.reg") : root_.path() + "/tree.reg";
+    std::string keyName = "HKCU\\" + path_ + "\\Tree";
+    ASSERT_EQ(RunTsreg({"export", keyName, file, "/y"}), 0);
+    ASSERT_EQ(RunTsreg({"delete", keyName, "/f"}), 0);
+    EXPECT_FALSE(Exists(key_, "Tree"));
+    ASSERT_EQ(RunTsreg({"import", file}), 0);
+    remove(file.c_str());
+
+    ASSERT_EQ(RegOpenKeyExA(key_, "Tree", 0, KEY_READ, &tree), ERROR_SUCCESS);
+    Tree after;
+    ReadTree(tree, "", after);
+    RegCloseKey(tree);
+    EXPECT_EQ(after, before);
+    EXPECT_EQ(after.size(), 3u);
+}
+
+TEST_F(RegistryTest, TsregImportsTheRegistryEditorsFormat)
+{
+    Create("Old\\Gone");
+    HKEY keep = Create("Keep");
+    SetDword(keep, "stale", 1);
+    SetDword(keep, "stays", 2);
+    RegCloseKey(keep);
+
+    std::string base = "HKEY_CURRENT_USER\\" + path_;
+    std::string text = "Windows Registry Editor Version 5.00\r\n\r\n"
+                       "; a comment\r\n"
+                       "[-" + base + "\\Old]\r\n\r\n"
+                       "[" + base + "\\Keep]\r\n"
+                       "\"stale\"=-\r\n"
+                       "\"text\"=\"a \\\"quoted\\\" \\\\ word\"\r\n"
+                       "@=dword:0000ffff\r\n"
+                       "\"wrapped\"=hex:01,02,03,\\\r\n"
+                       "  04,05\r\n"
+                       "\"multi\"=hex(7):61,00,00,00,62,00,00,00,00,00\r\n";
+    // The registry editor writes UTF-16LE with a byte order mark.
+    std::string bytes = "\xFF\xFE";
+    for (char c : text) {
+        bytes += c;
+        bytes += '\0';
+    }
+    std::string file = root_.path().empty() ? std::string("tsreg-import.reg") : root_.path() + "/import.reg";
+    WriteFile(file, bytes);
+    ASSERT_EQ(RunTsreg({"import", file}), 0);
+
+    EXPECT_FALSE(Exists(key_, "Old"));
+    Tree tree;
+    ASSERT_EQ(RegOpenKeyExA(key_, "Keep", 0, KEY_READ, &keep), ERROR_SUCCESS);
+    ReadTree(keep, "", tree);
+    RegCloseKey(keep);
+    const auto &v = tree[""];
+    EXPECT_EQ(v.count("stale"), 0u);
+    EXPECT_EQ(v.at("stays"), (Value{REG_DWORD, std::string("\2\0\0\0", 4)}));
+    EXPECT_EQ(v.at("text"), (Value{REG_SZ, std::string("a \"quoted\" \\ word\0", 18)}));
+    EXPECT_EQ(v.at(""), (Value{REG_DWORD, std::string("\xFF\xFF\0\0", 4)}));
+    EXPECT_EQ(v.at("wrapped"), (Value{REG_BINARY, std::string("\1\2\3\4\5", 5)}));
+    EXPECT_EQ(v.at("multi"), (Value{REG_MULTI_SZ, std::string("a\0b\0\0", 5)}));
+
+    // Failures give exit code 1.
+    WriteFile(file, "not a registry file\r\n");
+    EXPECT_EQ(RunTsreg({"import", file}), 1);
+    remove(file.c_str());
+    EXPECT_EQ(RunTsreg({"query", "HKCU\\" + path_ + "\\Missing"}), 1);
+    EXPECT_EQ(RunTsreg({"query", "HKCU\\" + path_ + "\\Keep", "/v", "missing"}), 1);
+    EXPECT_EQ(RunTsreg({"add", "HKCU\\" + path_, "/v", "n", "/t", "REG_DWORD", "/d", "12x", "/f"}), 1);
+    EXPECT_EQ(RunTsreg({"add", "HKXX\\" + path_, "/v", "n", "/f"}), 1);
+    EXPECT_EQ(RunTsreg({"add", "HKCU\\" + path_, "/v", "n", "/t", "REG_DWORD", "/d", "0x10", "/f"}), 0);
+    DWORD n = 0, cb = 4;
+    EXPECT_EQ(RegQueryValueExA(key_, "n", nullptr, nullptr, reinterpret_cast<BYTE *>(&n), &cb), ERROR_SUCCESS);
+    EXPECT_EQ(n, 16u);
+}

@@ -1,0 +1,65 @@
+// A scratch key for each registry test: HKCU\Software\TSUtilTests\<test>,
+// in a machine root of its own on POSIX, removed before and after the test.
+#pragma once
+
+#include "TestSupport.h"
+
+#include <string>
+
+namespace tstest {
+
+// Removes a key with its whole tree; ERROR_FILE_NOT_FOUND when missing.
+inline LONG DeleteRegTree(HKEY parent, const std::string &sub)
+{
+    HKEY key;
+    LONG r = RegOpenKeyExA(parent, sub.c_str(), 0, KEY_READ, &key);
+    if (r != ERROR_SUCCESS)
+        return r;
+    char name[1024];
+    while ((r = RegEnumKeyA(key, 0, name, sizeof name)) == ERROR_SUCCESS) {
+        if ((r = DeleteRegTree(key, name)) != ERROR_SUCCESS)
+            break;
+    }
+    RegCloseKey(key);
+    if (r != ERROR_NO_MORE_ITEMS)
+        return r;
+    return RegDeleteKeyA(parent, sub.c_str());
+}
+
+class RegistryTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        path_ = std::string("Software\\TSUtilTests\\") + ::testing::UnitTest::GetInstance()->current_test_info()->name();
+        DeleteRegTree(HKEY_CURRENT_USER, path_);
+        ASSERT_EQ(RegCreateKeyExA(HKEY_CURRENT_USER, path_.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key_,
+                                  nullptr),
+                  ERROR_SUCCESS);
+    }
+    void TearDown() override
+    {
+        RegCloseKey(key_);
+        DeleteRegTree(HKEY_CURRENT_USER, path_);
+    }
+
+    HKEY Create(const char *sub, DWORD *disposition = nullptr, const char *cls = nullptr, HKEY parent = nullptr)
+    {
+        HKEY k = nullptr;
+        EXPECT_EQ(RegCreateKeyExA(parent ? parent : key_, sub, 0, const_cast<LPSTR>(cls), 0, KEY_ALL_ACCESS, nullptr,
+                                  &k, disposition),
+                  ERROR_SUCCESS)
+            << sub;
+        return k;
+    }
+
+    void SetDword(HKEY k, const char *name, DWORD v)
+    {
+        EXPECT_EQ(RegSetValueExA(k, name, 0, REG_DWORD, reinterpret_cast<const BYTE *>(&v), 4), ERROR_SUCCESS);
+    }
+
+    ScopedMachineRoot root_;
+    std::string path_;
+    HKEY key_ = nullptr;
+};
+
+} // namespace tstest

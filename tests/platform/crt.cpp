@@ -1,0 +1,188 @@
+// The C runtime's own names: path splitting, number texts, access tests,
+// shared stream opens and the date.
+#include "ScratchDir.h"
+
+#include <direct.h>
+#include <errno.h>
+#include <io.h>
+#include <mbctype.h>
+#include <share.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+
+#include <string>
+
+namespace {
+
+using tstest::ScratchDir;
+
+struct Split {
+    char drive[_MAX_DRIVE], dir[_MAX_DIR], fname[_MAX_FNAME], ext[_MAX_EXT];
+    explicit Split(const char *path) { _splitpath(path, drive, dir, fname, ext); }
+};
+
+TEST(CrtTest, SplitPath)
+{
+    Split a("C:\\dir\\sub\\name.tar.gz");
+    EXPECT_STREQ(a.drive, "C:");
+    EXPECT_STREQ(a.dir, "\\dir\\sub\\");
+    EXPECT_STREQ(a.fname, "name.tar");
+    EXPECT_STREQ(a.ext, ".gz");
+    Split b("rel/dir/file");
+    EXPECT_STREQ(b.drive, "");
+    EXPECT_STREQ(b.dir, "rel/dir/");
+    EXPECT_STREQ(b.fname, "file");
+    EXPECT_STREQ(b.ext, "");
+    Split c("\\\\server\\share\\x.txt");
+    EXPECT_STREQ(c.dir, "\\\\server\\share\\");
+    EXPECT_STREQ(c.fname, "x");
+    Split d("C:\\dir.d\\");
+    EXPECT_STREQ(d.dir, "\\dir.d\\");
+    EXPECT_STREQ(d.fname, "");
+    EXPECT_STREQ(d.ext, "");
+    Split e(".profile");
+    EXPECT_STREQ(e.fname, "");
+    EXPECT_STREQ(e.ext, ".profile");
+    // Null buffers are skipped.
+    char fname[_MAX_FNAME];
+    _splitpath("a\\b.c", nullptr, nullptr, fname, nullptr);
+    EXPECT_STREQ(fname, "b");
+}
+
+TEST(CrtTest, SplitPathSteppingOverDoubleByteCharacters)
+{
+    int saved = _getmbcp();
+    ASSERT_EQ(_setmbcp(932), 0);
+    // 0x95 0x5C is one character whose second byte is a backslash.
+    Split s("C:\\\x95\x5C\\f\x95\x5C.txt");
+    EXPECT_STREQ(s.dir, "\\\x95\x5C\\");
+    EXPECT_STREQ(s.fname, "f\x95\x5C");
+    EXPECT_STREQ(s.ext, ".txt");
+    _setmbcp(saved);
+}
+
+TEST(CrtTest, IntegerTexts)
+{
+    char buf[40];
+    EXPECT_STREQ(_itoa(-1234, buf, 10), "-1234");
+    EXPECT_STREQ(_itoa(255, buf, 16), "ff");
+    EXPECT_STREQ(_itoa(-1, buf, 16), "ffffffff");
+    EXPECT_STREQ(_itoa(5, buf, 2), "101");
+    EXPECT_STREQ(_itoa(0, buf, 10), "0");
+    EXPECT_EQ(_itoa(7, buf, 10), buf);
+}
+
+TEST(CrtTest, RealTexts)
+{
+    char buf[64];
+    EXPECT_EQ(_gcvt(3.14159, 3, buf), buf);
+    EXPECT_NEAR(atof(buf), 3.14, 1e-9);
+    _gcvt(-123456789.0, 4, buf);
+    EXPECT_NEAR(atof(buf), -1.235e8, 1e3) << buf;
+    EXPECT_NE(strchr(buf, 'e'), nullptr) << buf;
+    TS_SKIP_ON_WINE("_gcvt's text differs from Microsoft's runtime");
+    EXPECT_STREQ(_gcvt(-3.1415e5, 7, buf), "-314150.");
+    EXPECT_STREQ(_gcvt(1.5e10, 3, buf), "1.5e+010");
+    EXPECT_STREQ(_gcvt(0.5, 3, buf), "0.5");
+    EXPECT_STREQ(_gcvt(0.0001234, 3, buf), "0.000123");
+    EXPECT_STREQ(_gcvt(0.00001234, 3, buf), "1.23e-005");
+    EXPECT_STREQ(_gcvt(100.0, 3, buf), "100.");
+    EXPECT_STREQ(_gcvt(1000.0, 3, buf), "1.e+003");
+}
+
+TEST(CrtTest, DuplicateString)
+{
+    char *copy = _strdup("text");
+    ASSERT_NE(copy, nullptr);
+    EXPECT_STREQ(copy, "text");
+    free(copy);
+    EXPECT_EQ(_strdup(nullptr), nullptr);
+}
+
+TEST(CrtTest, AccessTests)
+{
+    ScratchDir dir;
+    std::string file = dir / "a.txt";
+    ASSERT_TRUE(tstest::WriteWholeFile(file, "x"));
+    EXPECT_EQ(_access(file.c_str(), 0), 0);
+    EXPECT_EQ(_access(file.c_str(), 6), 0);
+    EXPECT_EQ(_access(dir.path().c_str(), 2), 0);
+    errno = 0;
+    EXPECT_EQ(_access((dir / "none").c_str(), 0), -1);
+    EXPECT_EQ(errno, ENOENT);
+    ASSERT_TRUE(SetFileAttributesA(file.c_str(), FILE_ATTRIBUTE_READONLY));
+    EXPECT_EQ(_access(file.c_str(), 4), 0);
+    errno = 0;
+    EXPECT_EQ(_access(file.c_str(), 2), -1);
+    EXPECT_EQ(errno, EACCES);
+}
+
+TEST(CrtTest, DirectoryCalls)
+{
+    ScratchDir dir;
+    std::string sub = dir / "m";
+    EXPECT_EQ(_mkdir(sub.c_str()), 0);
+    errno = 0;
+    EXPECT_EQ(_mkdir(sub.c_str()), -1);
+    EXPECT_EQ(errno, EEXIST);
+    EXPECT_EQ(_chdir(sub.c_str()), 0);
+    char cwd[4 * MAX_PATH];
+    ASSERT_NE(_getcwd(cwd, sizeof cwd), nullptr);
+    EXPECT_EQ(std::string(cwd), sub);
+    errno = 0;
+    EXPECT_EQ(_getcwd(cwd, 3), nullptr);
+    EXPECT_EQ(errno, ERANGE);
+    EXPECT_EQ(_chdir(dir.path().c_str()), 0);
+    EXPECT_EQ(_rmdir(sub.c_str()), 0);
+    errno = 0;
+    EXPECT_EQ(_rmdir(sub.c_str()), -1);
+    EXPECT_EQ(errno, ENOENT);
+}
+
+TEST(CrtTest, SharedStreamOpens)
+{
+    ScratchDir dir;
+    std::string path = dir / "log.txt";
+    FILE *held = _fsopen(path.c_str(), "w", _SH_DENYWR);
+    ASSERT_NE(held, nullptr);
+    fputs("first", held);
+    fflush(held);
+    errno = 0;
+    EXPECT_EQ(_fsopen(path.c_str(), "w", _SH_DENYNO), nullptr);
+    EXPECT_EQ(errno, EACCES);
+    EXPECT_EQ(tstest::ReadWholeFile(path), "first"); // the refused "w" emptied nothing
+    FILE *reader = _fsopen(path.c_str(), "r", _SH_DENYNO);
+    ASSERT_NE(reader, nullptr);
+    char buf[16] = {};
+    EXPECT_NE(fgets(buf, sizeof buf, reader), nullptr);
+    EXPECT_STREQ(buf, "first");
+    fclose(reader);
+    fclose(held);
+
+    tstest::ChildProcess child;
+    ASSERT_TRUE(child.Start("share_probe", {"fsopen", path}));
+    EXPECT_EQ(child.Wait(), 0);
+
+    FILE *appender = _fsopen(path.c_str(), "a", _SH_DENYNO);
+    ASSERT_NE(appender, nullptr);
+    fputs("+more", appender);
+    fclose(appender);
+    EXPECT_EQ(tstest::ReadWholeFile(path), "first+more");
+}
+
+TEST(CrtTest, DateText)
+{
+    _tzset();
+    char text[16];
+    EXPECT_EQ(_strdate(text), text);
+    ASSERT_EQ(strlen(text), 8u);
+    time_t now = time(nullptr);
+    struct tm local = *localtime(&now);
+    char expected[16];
+    strftime(expected, sizeof expected, "%m/%d/%y", &local);
+    EXPECT_STREQ(text, expected);
+}
+
+} // namespace

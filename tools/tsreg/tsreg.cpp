@@ -1,0 +1,721 @@
+// tsreg: query, add, delete, export and import registry keys and values,
+// in the manner of reg.exe. Exit code 0 on success, 1 on failure with a
+// message on standard error.
+#include "regfile.h"
+
+#include <windows.h>
+
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+using namespace tsreg;
+
+namespace {
+
+const char *const kUsage =
+    "Usage:\n"
+    "  tsreg query KEY [/v NAME | /ve] [/s]\n"
+    "  tsreg add KEY [/v NAME | /ve] [/t TYPE] [/s SEPARATOR] [/d DATA] [/f]\n"
+    "  tsreg delete KEY [/v NAME | /ve | /va] [/f]\n"
+    "  tsreg export KEY FILE [/y]\n"
+    "  tsreg import FILE\n"
+    "\n"
+    "KEY is ROOT\\Path, with ROOT one of HKLM, HKCU, HKCR, HKU, HKCC (or the long names).\n"
+    "TYPE is REG_SZ (the default), REG_EXPAND_SZ, REG_MULTI_SZ, REG_DWORD, REG_QWORD,\n"
+    "REG_BINARY or REG_NONE. /f and /y answer yes to every question.\n"
+    "FILE is a .reg file (\"Windows Registry Editor Version 5.00\").\n";
+
+const struct Hive {
+    const char *longName, *shortName;
+    HKEY key;
+} kHives[] = {
+    {"HKEY_LOCAL_MACHINE", "HKLM", HKEY_LOCAL_MACHINE}, {"HKEY_CURRENT_USER", "HKCU", HKEY_CURRENT_USER},
+    {"HKEY_CLASSES_ROOT", "HKCR", HKEY_CLASSES_ROOT},   {"HKEY_USERS", "HKU", HKEY_USERS},
+    {"HKEY_CURRENT_CONFIG", "HKCC", HKEY_CURRENT_CONFIG},
+};
+
+const struct TypeName {
+    DWORD type;
+    const char *name;
+} kTypes[] = {
+    {REG_NONE, "REG_NONE"},
+    {REG_SZ, "REG_SZ"},
+    {REG_EXPAND_SZ, "REG_EXPAND_SZ"},
+    {REG_BINARY, "REG_BINARY"},
+    {REG_DWORD, "REG_DWORD"},
+    {REG_DWORD_BIG_ENDIAN, "REG_DWORD_BIG_ENDIAN"},
+    {REG_LINK, "REG_LINK"},
+    {REG_MULTI_SZ, "REG_MULTI_SZ"},
+    {REG_RESOURCE_LIST, "REG_RESOURCE_LIST"},
+    {REG_FULL_RESOURCE_DESCRIPTOR, "REG_FULL_RESOURCE_DESCRIPTOR"},
+    {REG_RESOURCE_REQUIREMENTS_LIST, "REG_RESOURCE_REQUIREMENTS_LIST"},
+    {REG_QWORD, "REG_QWORD"},
+};
+
+bool same(const std::string &a, const char *b)
+{
+    size_t n = strlen(b);
+    if (a.size() != n)
+        return false;
+    for (size_t i = 0; i < n; ++i) {
+        if (toupper(static_cast<unsigned char>(a[i])) != toupper(static_cast<unsigned char>(b[i])))
+            return false;
+    }
+    return true;
+}
+
+int fail(const std::string &message)
+{
+    fprintf(stderr, "ERROR: %s\n", message.c_str());
+    return 1;
+}
+
+std::string describe(LONG status)
+{
+    switch (status) {
+    case ERROR_FILE_NOT_FOUND:
+        return "The system was unable to find the specified registry key or value.";
+    case ERROR_ACCESS_DENIED:
+        return "Access is denied.";
+    case ERROR_KEY_DELETED:
+        return "The registry key was deleted while in use.";
+    case ERROR_BAD_PATHNAME:
+    case ERROR_INVALID_PARAMETER:
+        return "Invalid key or value name.";
+    case ERROR_REGISTRY_CORRUPT:
+        return "The registry's store is damaged, or written by a later release.";
+    case ERROR_REGISTRY_IO_FAILED:
+    case ERROR_CANTOPEN:
+        return "The registry's store cannot be read or written.";
+    default:
+        return "The registry call failed with error " + std::to_string(status) + ".";
+    }
+}
+
+int failStatus(LONG status) { return fail(describe(status)); }
+
+int succeed()
+{
+    printf("The operation completed successfully.\n");
+    return 0;
+}
+
+// Asks on standard input; anything but yes (or the end of input) is no.
+bool confirm(const std::string &question)
+{
+    printf("%s (Yes/No)? ", question.c_str());
+    fflush(stdout);
+    char line[64];
+    if (!fgets(line, sizeof line, stdin)) {
+        printf("\n");
+        return false;
+    }
+    return line[0] == 'y' || line[0] == 'Y';
+}
+
+// ---------------------------------------------------------------------------
+// Command line
+
+struct Args {
+    std::vector<std::string> positional;
+    bool hasValue = false, defaultValue = false, allValues = false, recurse = false, force = false;
+    std::string valueName, type, data, separator = "\\0";
+    bool hasType = false, hasData = false;
+};
+
+bool parseArgs(int argc, char **argv, bool separatorOption, Args &a, std::string &error)
+{
+    for (int i = 2; i < argc; ++i) {
+        std::string arg = argv[i];
+        bool option = false;
+        if (arg.size() >= 2 && (arg[0] == '/' || arg[0] == '-')) {
+            for (const char *known : {"v", "ve", "va", "s", "f", "y", "t", "d"})
+                option = option || same(arg.substr(1), known);
+        }
+        if (!option) {
+            a.positional.push_back(arg);
+            continue;
+        }
+        std::string o = arg.substr(1);
+        auto next = [&](std::string &out) {
+            if (i + 1 >= argc) {
+                error = "option " + arg + " needs an argument";
+                return false;
+            }
+            out = argv[++i];
+            return true;
+        };
+        if (same(o, "v")) {
+            a.hasValue = true;
+            if (!next(a.valueName))
+                return false;
+        } else if (same(o, "ve")) {
+            a.hasValue = a.defaultValue = true;
+            a.valueName.clear();
+        } else if (same(o, "va")) {
+            a.allValues = true;
+        } else if (same(o, "s")) {
+            if (separatorOption) {
+                if (!next(a.separator))
+                    return false;
+            } else {
+                a.recurse = true;
+            }
+        } else if (same(o, "f") || same(o, "y")) {
+            a.force = true;
+        } else if (same(o, "t")) {
+            a.hasType = true;
+            if (!next(a.type))
+                return false;
+        } else if (same(o, "d")) {
+            a.hasData = true;
+            if (!next(a.data))
+                return false;
+        }
+    }
+    return true;
+}
+
+// Splits ROOT\Path; false for an unknown root or a remote machine.
+bool parseKey(const std::string &keyText, HKEY &hive, std::string &sub, std::string &display, std::string &error)
+{
+    if (keyText.compare(0, 2, "\\\\") == 0) {
+        error = "Remote registries are not supported.";
+        return false;
+    }
+    std::string root = keyText.substr(0, keyText.find('\\'));
+    sub = root.size() < keyText.size() ? keyText.substr(root.size() + 1) : std::string();
+    while (!sub.empty() && sub.back() == '\\')
+        sub.pop_back();
+    for (const Hive &h : kHives) {
+        if (same(root, h.longName) || same(root, h.shortName)) {
+            hive = h.key;
+            display = sub.empty() ? std::string(h.longName) : std::string(h.longName) + "\\" + sub;
+            return true;
+        }
+    }
+    error = "Invalid key name \"" + keyText + "\": the root must be HKLM, HKCU, HKCR, HKU or HKCC.";
+    return false;
+}
+
+// ---------------------------------------------------------------------------
+// Reading keys
+
+struct Value {
+    std::string name;
+    DWORD type;
+    std::string data;
+};
+
+LONG readValues(HKEY key, std::vector<Value> &out)
+{
+    std::vector<char> name(16385);
+    for (DWORD i = 0;; ++i) {
+        DWORD cch = static_cast<DWORD>(name.size()), type = 0, cb = 0;
+        LONG r = RegEnumValueA(key, i, name.data(), &cch, nullptr, &type, nullptr, &cb);
+        if (r == ERROR_NO_MORE_ITEMS)
+            return ERROR_SUCCESS;
+        if (r != ERROR_SUCCESS)
+            return r;
+        std::string data(cb, '\0');
+        for (;;) {
+            cch = static_cast<DWORD>(name.size());
+            cb = static_cast<DWORD>(data.size());
+            r = RegEnumValueA(key, i, name.data(), &cch, nullptr, &type,
+                              reinterpret_cast<LPBYTE>(data.empty() ? nullptr : &data[0]), &cb);
+            if (r != ERROR_MORE_DATA)
+                break;
+            data.resize(cb);
+        }
+        if (r != ERROR_SUCCESS)
+            return r;
+        data.resize(cb);
+        out.push_back(Value{std::string(name.data(), cch), type, data});
+    }
+}
+
+LONG readSubkeys(HKEY key, std::vector<std::string> &out)
+{
+    char name[1024];
+    for (DWORD i = 0;; ++i) {
+        DWORD cch = sizeof name;
+        LONG r = RegEnumKeyExA(key, i, name, &cch, nullptr, nullptr, nullptr, nullptr);
+        if (r == ERROR_NO_MORE_ITEMS)
+            return ERROR_SUCCESS;
+        if (r != ERROR_SUCCESS)
+            return r;
+        out.emplace_back(name, cch);
+    }
+}
+
+// ---------------------------------------------------------------------------
+// query
+
+std::string typeName(DWORD type)
+{
+    for (const TypeName &t : kTypes) {
+        if (t.type == type)
+            return t.name;
+    }
+    char buf[16];
+    snprintf(buf, sizeof buf, "0x%x", static_cast<unsigned>(type));
+    return buf;
+}
+
+std::string formatData(DWORD type, const std::string &data)
+{
+    char buf[32];
+    switch (type) {
+    case REG_SZ:
+    case REG_EXPAND_SZ:
+        return data.substr(0, data.find('\0'));
+    case REG_MULTI_SZ: {
+        std::string out, rest = data;
+        while (!rest.empty() && rest.back() == '\0')
+            rest.pop_back();
+        for (char c : rest) {
+            if (c == '\0')
+                out += "\\0";
+            else
+                out += c;
+        }
+        return out;
+    }
+    case REG_DWORD:
+        if (data.size() == 4) {
+            DWORD v;
+            memcpy(&v, data.data(), 4);
+            snprintf(buf, sizeof buf, "0x%x", static_cast<unsigned>(v));
+            return buf;
+        }
+        break;
+    case REG_QWORD:
+        if (data.size() == 8) {
+            unsigned long long v;
+            memcpy(&v, data.data(), 8);
+            snprintf(buf, sizeof buf, "0x%llx", v);
+            return buf;
+        }
+        break;
+    default:
+        break;
+    }
+    std::string hex;
+    for (unsigned char c : data) {
+        snprintf(buf, sizeof buf, "%02X", c);
+        hex += buf;
+    }
+    return hex;
+}
+
+void printValue(const Value &v)
+{
+    printf("    %s    %s    %s\n", v.name.empty() ? "(Default)" : v.name.c_str(), typeName(v.type).c_str(),
+           formatData(v.type, v.data).c_str());
+}
+
+// Lists a key; with recurse, its whole tree. With only, just that value.
+LONG queryKey(HKEY key, const std::string &display, bool recurse, const std::string *only, int &matches)
+{
+    std::vector<Value> values;
+    std::vector<std::string> subkeys;
+    if (LONG r = readValues(key, values))
+        return r;
+    if (LONG r = readSubkeys(key, subkeys))
+        return r;
+    bool header = false;
+    for (const Value &v : values) {
+        if (only && !same(v.name, only->c_str()))
+            continue;
+        if (!header)
+            printf("%s\n", display.c_str());
+        header = true;
+        printValue(v);
+        ++matches;
+    }
+    if (!only) {
+        if (!header)
+            printf("%s\n", display.c_str());
+        header = true;
+    }
+    if (header)
+        printf("\n");
+    for (const std::string &name : subkeys) {
+        std::string path = display + "\\" + name;
+        if (!recurse) {
+            if (!only)
+                printf("%s\n", path.c_str());
+            continue;
+        }
+        HKEY sub;
+        LONG r = RegOpenKeyExA(key, name.c_str(), 0, KEY_READ, &sub);
+        if (r != ERROR_SUCCESS)
+            return r;
+        r = queryKey(sub, path, true, only, matches);
+        RegCloseKey(sub);
+        if (r != ERROR_SUCCESS)
+            return r;
+    }
+    return ERROR_SUCCESS;
+}
+
+int cmdQuery(const Args &a)
+{
+    if (a.positional.size() != 1 || a.allValues || a.force || a.hasType || a.hasData)
+        return fail("Invalid syntax.\n" + std::string(kUsage));
+    HKEY hive, key;
+    std::string sub, display, error;
+    if (!parseKey(a.positional[0], hive, sub, display, error))
+        return fail(error);
+    if (LONG r = RegOpenKeyExA(hive, sub.c_str(), 0, KEY_READ, &key))
+        return failStatus(r);
+    int result = 0;
+    printf("\n");
+    int matches = 0;
+    LONG r = queryKey(key, display, a.recurse, a.hasValue ? &a.valueName : nullptr, matches);
+    if (r != ERROR_SUCCESS)
+        result = failStatus(r);
+    else if (a.hasValue && matches == 0)
+        result = failStatus(ERROR_FILE_NOT_FOUND);
+    else if (a.hasValue && a.recurse)
+        printf("End of search: %d match(es) found.\n", matches);
+    RegCloseKey(key);
+    return result;
+}
+
+// ---------------------------------------------------------------------------
+// add
+
+bool parseNumber(const std::string &text, unsigned long long max, unsigned long long &out)
+{
+    if (text.empty())
+        return false;
+    const char *s = text.c_str();
+    int base = 10;
+    if (text.size() > 2 && s[0] == '0' && (s[1] == 'x' || s[1] == 'X')) {
+        base = 16;
+        s += 2;
+    }
+    if (!*s)
+        return false;
+    char *end = nullptr;
+    errno = 0;
+    out = strtoull(s, &end, base);
+    return !*end && errno == 0 && out <= max && isxdigit(static_cast<unsigned char>(*s));
+}
+
+bool makeData(const Args &a, DWORD &type, std::string &data, std::string &error)
+{
+    type = REG_SZ;
+    if (a.hasType) {
+        bool known = false;
+        for (DWORD t : {REG_SZ, REG_EXPAND_SZ, REG_MULTI_SZ, REG_DWORD, REG_QWORD, REG_BINARY, REG_NONE}) {
+            if (same(a.type, typeName(t).c_str())) {
+                type = t;
+                known = true;
+            }
+        }
+        if (!known) {
+            error = "Invalid type \"" + a.type + "\".";
+            return false;
+        }
+    }
+    const std::string &d = a.data;
+    switch (type) {
+    case REG_DWORD:
+    case REG_QWORD: {
+        unsigned long long v = 0;
+        if (!parseNumber(a.hasData ? d : "0", type == REG_DWORD ? 0xFFFFFFFFull : ~0ull, v)) {
+            error = "Invalid number \"" + d + "\" for " + typeName(type) + ".";
+            return false;
+        }
+        data.assign(reinterpret_cast<const char *>(&v), type == REG_DWORD ? 4 : 8); // little-endian
+        return true;
+    }
+    case REG_BINARY:
+        if (d.size() % 2 || d.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
+            error = "Invalid binary data \"" + d + "\": give an even number of hexadecimal digits.";
+            return false;
+        }
+        data.clear();
+        for (size_t i = 0; i < d.size(); i += 2)
+            data += static_cast<char>(strtoul(d.substr(i, 2).c_str(), nullptr, 16));
+        return true;
+    case REG_MULTI_SZ: {
+        if (a.separator.empty()) {
+            error = "The separator of /s must not be empty.";
+            return false;
+        }
+        data.clear();
+        size_t pos = 0;
+        while (pos <= d.size() && !d.empty()) {
+            size_t next = d.find(a.separator, pos);
+            std::string item = d.substr(pos, next == std::string::npos ? std::string::npos : next - pos);
+            if (item.empty() && next != std::string::npos) {
+                error = "Invalid REG_MULTI_SZ data: empty strings are not allowed.";
+                return false;
+            }
+            data += item + '\0';
+            if (next == std::string::npos)
+                break;
+            pos = next + a.separator.size();
+        }
+        data += '\0';
+        return true;
+    }
+    default:
+        data = d + '\0';
+        return true;
+    }
+}
+
+int cmdAdd(const Args &a)
+{
+    if (a.positional.size() != 1 || a.allValues || a.recurse)
+        return fail("Invalid syntax.\n" + std::string(kUsage));
+    HKEY hive, key;
+    std::string sub, display, error;
+    if (!parseKey(a.positional[0], hive, sub, display, error))
+        return fail(error);
+    if (sub.empty())
+        return fail("A subkey of the root must be named.");
+    DWORD type;
+    std::string data;
+    if (!makeData(a, type, data, error))
+        return fail(error);
+    DWORD disposition;
+    if (LONG r = RegCreateKeyExA(hive, sub.c_str(), 0, nullptr, 0, KEY_QUERY_VALUE | KEY_SET_VALUE, nullptr, &key,
+                                 &disposition))
+        return failStatus(r);
+    int result = 0;
+    if (a.hasValue || a.hasData || a.hasType) {
+        LONG exists = RegQueryValueExA(key, a.valueName.c_str(), nullptr, nullptr, nullptr, nullptr);
+        std::string shown = a.valueName.empty() ? "(Default)" : a.valueName;
+        if (exists == ERROR_SUCCESS && !a.force && !confirm("Value " + shown + " exists, overwrite")) {
+            result = fail("The value was left as it was.");
+        } else if (LONG r = RegSetValueExA(key, a.valueName.c_str(), 0, type,
+                                           reinterpret_cast<const BYTE *>(data.data()),
+                                           static_cast<DWORD>(data.size()))) {
+            result = failStatus(r);
+        }
+    }
+    RegCloseKey(key);
+    return result ? result : succeed();
+}
+
+// ---------------------------------------------------------------------------
+// delete
+
+LONG deleteTree(HKEY parent, const std::string &sub)
+{
+    HKEY key;
+    LONG r = RegOpenKeyExA(parent, sub.c_str(), 0, KEY_READ, &key);
+    if (r != ERROR_SUCCESS)
+        return r;
+    for (;;) {
+        char name[1024];
+        r = RegEnumKeyA(key, 0, name, sizeof name);
+        if (r == ERROR_NO_MORE_ITEMS)
+            break;
+        if (r == ERROR_SUCCESS)
+            r = deleteTree(key, name);
+        if (r != ERROR_SUCCESS) {
+            RegCloseKey(key);
+            return r;
+        }
+    }
+    RegCloseKey(key);
+    return RegDeleteKeyA(parent, sub.c_str());
+}
+
+int cmdDelete(const Args &a)
+{
+    if (a.positional.size() != 1 || a.recurse || a.hasType || a.hasData || (a.hasValue && a.allValues))
+        return fail("Invalid syntax.\n" + std::string(kUsage));
+    HKEY hive, key;
+    std::string sub, display, error;
+    if (!parseKey(a.positional[0], hive, sub, display, error))
+        return fail(error);
+    if (!a.hasValue && !a.allValues) {
+        if (sub.empty())
+            return fail("A root key cannot be deleted.");
+        HKEY probe;
+        if (LONG r = RegOpenKeyExA(hive, sub.c_str(), 0, KEY_READ, &probe))
+            return failStatus(r);
+        RegCloseKey(probe);
+        if (!a.force && !confirm("Permanently delete the registry key " + display))
+            return fail("The key was left as it was.");
+        if (LONG r = deleteTree(hive, sub))
+            return failStatus(r);
+        return succeed();
+    }
+    if (LONG r = RegOpenKeyExA(hive, sub.c_str(), 0, KEY_QUERY_VALUE | KEY_SET_VALUE, &key))
+        return failStatus(r);
+    int result = 0;
+    if (a.allValues) {
+        std::vector<Value> values;
+        LONG r = readValues(key, values);
+        if (r == ERROR_SUCCESS && !a.force && !confirm("Delete all values under the registry key " + display))
+            result = fail("The values were left as they were.");
+        for (size_t i = 0; r == ERROR_SUCCESS && !result && i < values.size(); ++i)
+            r = RegDeleteValueA(key, values[i].name.c_str());
+        if (r != ERROR_SUCCESS)
+            result = failStatus(r);
+    } else {
+        std::string shown = a.valueName.empty() ? "(Default)" : a.valueName;
+        LONG r = RegQueryValueExA(key, a.valueName.c_str(), nullptr, nullptr, nullptr, nullptr);
+        if (r == ERROR_SUCCESS && !a.force && !confirm("Delete the registry value " + shown))
+            result = fail("The value was left as it was.");
+        else if (r == ERROR_SUCCESS)
+            r = RegDeleteValueA(key, a.valueName.c_str());
+        if (r != ERROR_SUCCESS)
+            result = failStatus(r);
+    }
+    RegCloseKey(key);
+    return result ? result : succeed();
+}
+
+// ---------------------------------------------------------------------------
+// export and import
+
+LONG exportKey(HKEY key, const std::string &display, RegWriter &w)
+{
+    std::vector<Value> values;
+    std::vector<std::string> subkeys;
+    if (LONG r = readValues(key, values))
+        return r;
+    if (LONG r = readSubkeys(key, subkeys))
+        return r;
+    w.key(display);
+    for (const Value &v : values)
+        w.value(v.name, v.type, v.data);
+    for (const std::string &name : subkeys) {
+        HKEY sub;
+        LONG r = RegOpenKeyExA(key, name.c_str(), 0, KEY_READ, &sub);
+        if (r == ERROR_SUCCESS) {
+            r = exportKey(sub, display + "\\" + name, w);
+            RegCloseKey(sub);
+        }
+        if (r != ERROR_SUCCESS)
+            return r;
+    }
+    return ERROR_SUCCESS;
+}
+
+int cmdExport(const Args &a)
+{
+    if (a.positional.size() != 2 || a.hasValue || a.allValues || a.recurse || a.hasType || a.hasData)
+        return fail("Invalid syntax.\n" + std::string(kUsage));
+    HKEY hive, key;
+    std::string sub, display, error;
+    if (!parseKey(a.positional[0], hive, sub, display, error))
+        return fail(error);
+    const std::string &file = a.positional[1];
+    if (LONG r = RegOpenKeyExA(hive, sub.c_str(), 0, KEY_READ, &key))
+        return failStatus(r);
+    RegWriter w;
+    LONG r = exportKey(key, display, w);
+    RegCloseKey(key);
+    if (r != ERROR_SUCCESS)
+        return failStatus(r);
+    if (FILE *existing = fopen(file.c_str(), "rb")) {
+        fclose(existing);
+        if (!a.force && !confirm("File " + file + " already exists. Overwrite"))
+            return fail("The file was left as it was.");
+    }
+    FILE *f = fopen(file.c_str(), "wb");
+    if (!f)
+        return fail("Cannot write the file " + file + ": " + strerror(errno));
+    std::string bytes = w.bytes();
+    bool ok = fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
+    ok = fclose(f) == 0 && ok;
+    if (!ok)
+        return fail("Cannot write the file " + file + ".");
+    return succeed();
+}
+
+int cmdImport(const Args &a)
+{
+    if (a.positional.size() != 1 || a.hasValue || a.allValues || a.recurse || a.hasType || a.hasData)
+        return fail("Invalid syntax.\n" + std::string(kUsage));
+    const std::string &file = a.positional[0];
+    FILE *f = fopen(file.c_str(), "rb");
+    if (!f)
+        return fail("Cannot read the file " + file + ": " + strerror(errno));
+    std::string bytes;
+    char buf[65536];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, f)) > 0)
+        bytes.append(buf, n);
+    fclose(f);
+    std::vector<RegEntry> entries;
+    std::string error;
+    if (!parseRegFile(bytes, entries, error))
+        return fail(file + ": " + error);
+    for (const RegEntry &e : entries) {
+        HKEY hive, key;
+        std::string sub, display;
+        if (!parseKey(e.key, hive, sub, display, error))
+            return fail(error);
+        LONG r = ERROR_SUCCESS;
+        switch (e.kind) {
+        case RegEntry::Key:
+        case RegEntry::Value:
+        case RegEntry::DeleteValue:
+            r = RegCreateKeyExA(hive, sub.c_str(), 0, nullptr, 0, KEY_QUERY_VALUE | KEY_SET_VALUE, nullptr, &key,
+                                nullptr);
+            if (r != ERROR_SUCCESS)
+                break;
+            if (e.kind == RegEntry::Value)
+                r = RegSetValueExA(key, e.name.c_str(), 0, e.type, reinterpret_cast<const BYTE *>(e.data.data()),
+                                   static_cast<DWORD>(e.data.size()));
+            else if (e.kind == RegEntry::DeleteValue && RegDeleteValueA(key, e.name.c_str()) == ERROR_FILE_NOT_FOUND)
+                r = ERROR_SUCCESS;
+            RegCloseKey(key);
+            break;
+        case RegEntry::DeleteKey:
+            if (sub.empty())
+                return fail("A root key cannot be deleted.");
+            r = deleteTree(hive, sub);
+            if (r == ERROR_FILE_NOT_FOUND)
+                r = ERROR_SUCCESS;
+            break;
+        }
+        if (r != ERROR_SUCCESS)
+            return fail(display + ": " + describe(r));
+    }
+    return succeed();
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    if (argc < 2)
+        return fail("Invalid syntax.\n" + std::string(kUsage));
+    std::string cmd = argv[1];
+    if (cmd == "/?" || cmd == "-?" || cmd == "-h" || cmd == "--help") {
+        printf("%s", kUsage);
+        return 0;
+    }
+    Args a;
+    std::string error;
+    if (!parseArgs(argc, argv, same(cmd, "add"), a, error))
+        return fail(error);
+    if (same(cmd, "query"))
+        return cmdQuery(a);
+    if (same(cmd, "add"))
+        return cmdAdd(a);
+    if (same(cmd, "delete"))
+        return cmdDelete(a);
+    if (same(cmd, "export"))
+        return cmdExport(a);
+    if (same(cmd, "import"))
+        return cmdImport(a);
+    return fail("Unknown operation \"" + cmd + "\".\n" + std::string(kUsage));
+}
