@@ -7,6 +7,8 @@
 
 #include "TestSupport.h"
 
+#include <mbctype.h>
+
 #include <mutex>
 #include <string>
 #include <vector>
@@ -136,6 +138,16 @@ TEST(GenericServiceTest, NamingConstructorNamesAndRecord)
     EXPECT_EQ(std::string(cut.GetShortNameByPtr()), std::string(255, 's'));
     GenericService blank;
     EXPECT_EQ(GenericService::primaryServicePtr, &cut) << "the plain constructor leaves it alone";
+
+    // 200 double-byte characters are 400 bytes: the block takes 127 of
+    // them, and the last byte stays free rather than holding half of one.
+    ASSERT_EQ(_setmbcp(932), 0);
+    std::string kana;
+    for (int i = 0; i < 200; ++i)
+        kana += "\x82\xa0";
+    GenericService dbcs(kana.c_str(), "", FALSE, 0);
+    _setmbcp(_MB_CP_ANSI);
+    EXPECT_EQ(std::string(dbcs.GetShortNameByPtr()), kana.substr(0, 254));
 
     ProbeService probe(TRUE);
     EXPECT_EQ(probe.serviceStatus.dwServiceType, static_cast<DWORD>(SERVICE_WIN32_OWN_PROCESS));
