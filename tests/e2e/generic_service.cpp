@@ -146,6 +146,8 @@ TEST_F(GenericServiceE2E, LifeThroughTheControlTool)
         EXPECT_EQ(Printed([&] { EXPECT_EQ(absent.stop_svc(), FALSE); }), kNoHandle);
         EXPECT_EQ(Printed([&] { EXPECT_EQ(absent.check_status(state), FALSE); }), kNoHandle);
         EXPECT_EQ(state, 99ul);
+        GenericService badName("TS\\Bad", kLongName, TRUE, 0);
+        EXPECT_EQ(Printed([&] { EXPECT_EQ(badName.Install(), FALSE); }), "Invalid Service Name\n");
     }
 
     std::string out;
