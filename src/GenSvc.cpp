@@ -23,6 +23,14 @@ int GenericService::serviceThreadPriority = 0;
 
 namespace {
 
+// The state flags pass between the service thread and the control thread,
+// which hand over through the interlocks and the service manager only, so
+// each access to them is a single atomic one.
+BOOLTYPE loadFlag(const BOOLTYPE &flag) { return __atomic_load_n(&flag, __ATOMIC_ACQUIRE); }
+void storeFlag(BOOLTYPE &flag, BOOLTYPE value) { __atomic_store_n(&flag, value, __ATOMIC_RELEASE); }
+DWORD loadWord(const DWORD &word) { return __atomic_load_n(&word, __ATOMIC_ACQUIRE); }
+void storeWord(DWORD &word, DWORD value) { __atomic_store_n(&word, value, __ATOMIC_RELEASE); }
+
 constexpr DWORD kNameBlock = 256;
 constexpr DWORD kStopHintFloor = 15000;
 constexpr DWORD kRemovePoll = 1000;
@@ -265,14 +273,26 @@ BOOLTYPE GenericService::InformSCMgr(unsigned long state, unsigned long waitHint
 {
     if (runAsService != TRUE)
         return TRUE;
-    serviceStatus.dwWaitHint = static_cast<DWORD>(waitHint);
-    serviceStatus.dwCheckPoint = static_cast<DWORD>(checkPoint);
-    serviceStatus.dwCurrentState = static_cast<DWORD>(state);
+    // The service thread and the control thread both report: each report
+    // is built in a record of its own, so the manager never gets one
+    // report's state with another's hint, and the kept record is changed
+    // a word at a time.
+    storeWord(serviceStatus.dwWaitHint, static_cast<DWORD>(waitHint));
+    storeWord(serviceStatus.dwCheckPoint, static_cast<DWORD>(checkPoint));
+    storeWord(serviceStatus.dwCurrentState, static_cast<DWORD>(state));
     if (!statusHandle)
         return TRUE;
     if (state == SERVICE_START_PENDING || state == SERVICE_RUNNING)
-        serviceStatus.dwWin32ExitCode = 0;
-    return SetServiceStatus(statusHandle, &serviceStatus) ? TRUE : FALSE;
+        storeWord(serviceStatus.dwWin32ExitCode, 0);
+    SERVICE_STATUS report;
+    report.dwServiceType = loadWord(serviceStatus.dwServiceType);
+    report.dwCurrentState = static_cast<DWORD>(state);
+    report.dwControlsAccepted = loadWord(serviceStatus.dwControlsAccepted);
+    report.dwWin32ExitCode = loadWord(serviceStatus.dwWin32ExitCode);
+    report.dwServiceSpecificExitCode = loadWord(serviceStatus.dwServiceSpecificExitCode);
+    report.dwCheckPoint = static_cast<DWORD>(checkPoint);
+    report.dwWaitHint = static_cast<DWORD>(waitHint);
+    return SetServiceStatus(statusHandle, &report) ? TRUE : FALSE;
 }
 
 void GenericService::Conclude() { InformSCMgr(SERVICE_STOPPED, 0, 0); }
@@ -332,7 +352,7 @@ void GenericService::CommonServiceMain(unsigned long, char **, GenericService *s
     if (!complete) {
         // A service that cannot be controlled is not started: the manager
         // sees it stop with the reason, and no worker exists to wait for.
-        service->serviceStatus.dwWin32ExitCode = ERROR_NOT_ENOUGH_MEMORY;
+        storeWord(service->serviceStatus.dwWin32ExitCode, ERROR_NOT_ENOUGH_MEMORY);
     } else if (!service->InitPrimaryService()) {
         service->Conclude();
     } else {
@@ -355,14 +375,14 @@ void GenericService::CommonServiceMain(unsigned long, char **, GenericService *s
             } else if (answered == service->stopInterlockPtr) {
                 running = false;
             } else if (answered == service->pauseInterlockPtr) {
-                service->continueAllowed = TRUE;
+                storeFlag(service->continueAllowed, TRUE);
                 service->pauseInterlockPtr->ResetInterlock();
-                service->paused = TRUE;
+                storeFlag(service->paused, TRUE);
                 service->InformSCMgr(SERVICE_PAUSED, 0, 0);
             } else if (answered == service->continueInterlockPtr) {
-                service->pauseAllowed = TRUE;
+                storeFlag(service->pauseAllowed, TRUE);
                 service->continueInterlockPtr->ResetInterlock();
-                service->paused = FALSE;
+                storeFlag(service->paused, FALSE);
                 service->InformSCMgr(SERVICE_RUNNING, 0, 0);
             }
         }
@@ -393,49 +413,49 @@ void GenericService::CommonServiceControlHandler(unsigned long control, GenericS
     case SERVICE_CONTROL_SHUTDOWN:
         if (!service->stopInterlockPtr) {
             service->InformSCMgr(SERVICE_STOPPED, 0, 0);
-        } else if (service->stopAllowed) {
+        } else if (loadFlag(service->stopAllowed)) {
             DWORD hint = service->stopTimeout > kStopHintFloor ? service->stopTimeout : kStopHintFloor;
             service->InformSCMgr(SERVICE_STOP_PENDING, hint, 1);
             service->stopInterlockPtr->MakeRequest();
-            service->stopAllowed = FALSE;
+            storeFlag(service->stopAllowed, FALSE);
         } else {
             service->InformSCMgr(SERVICE_STOP_PENDING, 0, 1);
         }
         break;
     case SERVICE_CONTROL_PAUSE:
-        if (service->paused) {
+        if (loadFlag(service->paused)) {
             service->InformSCMgr(SERVICE_PAUSED, 0, 0);
-            service->continueAllowed = TRUE;
+            storeFlag(service->continueAllowed, TRUE);
             if (service->pauseInterlockPtr)
                 service->pauseInterlockPtr->ResetInterlock();
         } else if (!service->pauseInterlockPtr) {
             service->InformSCMgr(SERVICE_STOPPED, 0, 0);
-        } else if (service->pauseAllowed) {
+        } else if (loadFlag(service->pauseAllowed)) {
             service->InformSCMgr(SERVICE_PAUSE_PENDING, service->pauseTimeout, 1);
             service->pauseInterlockPtr->MakeRequest();
-            service->pauseAllowed = FALSE;
+            storeFlag(service->pauseAllowed, FALSE);
         } else {
             service->InformSCMgr(SERVICE_PAUSE_PENDING, 0, 1);
         }
         break;
     case SERVICE_CONTROL_CONTINUE:
-        if (!service->paused) {
+        if (!loadFlag(service->paused)) {
             service->InformSCMgr(SERVICE_RUNNING, 0, 0);
-            service->pauseAllowed = TRUE;
+            storeFlag(service->pauseAllowed, TRUE);
             if (service->continueInterlockPtr)
                 service->continueInterlockPtr->ResetInterlock();
         } else if (!service->continueInterlockPtr) {
             service->InformSCMgr(SERVICE_STOPPED, 0, 0);
-        } else if (service->continueAllowed) {
+        } else if (loadFlag(service->continueAllowed)) {
             service->InformSCMgr(SERVICE_CONTINUE_PENDING, service->continueTimeout, 1);
             service->continueInterlockPtr->MakeRequest();
-            service->continueAllowed = FALSE;
+            storeFlag(service->continueAllowed, FALSE);
         } else {
             service->InformSCMgr(SERVICE_CONTINUE_PENDING, 0, 1);
         }
         break;
     default: // interrogate, and codes this service does not know
-        service->InformSCMgr(service->serviceStatus.dwCurrentState, 0, 0);
+        service->InformSCMgr(loadWord(service->serviceStatus.dwCurrentState), 0, 0);
         break;
     }
 }
