@@ -9,6 +9,16 @@
 #include <mutex>
 #include <thread>
 
+// One iteration: an uncontended lock and unlock of std::recursive_mutex.
+inline void RunRecursiveMutexLockUnlock(benchmark::State &state)
+{
+    std::recursive_mutex m;
+    for (auto _ : state) {
+        m.lock();
+        m.unlock();
+    }
+}
+
 // One iteration: the main thread hands the turn to a partner thread through
 // std::condition_variable and the partner hands it back (two hand-offs).
 inline void RunCondVarPingPong(benchmark::State &state)

@@ -29,14 +29,7 @@ void MutexLockUnlock(benchmark::State &state)
 }
 BENCHMARK(MutexLockUnlock);
 
-void StdRecursiveMutexLockUnlock(benchmark::State &state)
-{
-    std::recursive_mutex m;
-    for (auto _ : state) {
-        m.lock();
-        m.unlock();
-    }
-}
+void StdRecursiveMutexLockUnlock(benchmark::State &state) { RunRecursiveMutexLockUnlock(state); }
 BENCHMARK(StdRecursiveMutexLockUnlock);
 
 // One iteration: the main thread hands the turn to the partner and the

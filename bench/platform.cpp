@@ -63,14 +63,7 @@ void CriticalSectionEnterLeave(benchmark::State &state)
 }
 BENCHMARK(CriticalSectionEnterLeave);
 
-void StdRecursiveMutexLockUnlock(benchmark::State &state)
-{
-    std::recursive_mutex m;
-    for (auto _ : state) {
-        m.lock();
-        m.unlock();
-    }
-}
+void StdRecursiveMutexLockUnlock(benchmark::State &state) { RunRecursiveMutexLockUnlock(state); }
 BENCHMARK(StdRecursiveMutexLockUnlock);
 
 // One iteration: a thread blocked on 64 events is woken by one of them
