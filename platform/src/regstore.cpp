@@ -219,6 +219,9 @@ std::shared_ptr<Store> Store::current(LONG *err)
     static std::shared_ptr<Store> *cur = new std::shared_ptr<Store>;
 
     std::string path = machineRootPath();
+    // A store replaced below is let go after the locks: its destructor takes
+    // the lock of the live stores, which ranks before a store's own lock.
+    std::shared_ptr<Store> previous;
     std::lock_guard<std::mutex> guard(currentLock());
     if (*cur && (*cur)->root_ == path)
         return *cur;
@@ -230,11 +233,14 @@ std::shared_ptr<Store> Store::current(LONG *err)
     if (*cur && (*cur)->root_ == root)
         return *cur;
     std::shared_ptr<Store> store(new Store(root));
-    std::lock_guard<std::mutex> storeGuard(store->lock_);
-    if (LONG e = store->openFiles()) {
-        *err = e;
-        return nullptr;
+    {
+        std::lock_guard<std::mutex> storeGuard(store->lock_);
+        if (LONG e = store->openFiles()) {
+            *err = e;
+            return nullptr;
+        }
     }
+    previous = std::move(*cur);
     *cur = store;
     return store;
 }

@@ -1,0 +1,152 @@
+// SetConsoleCtrlHandler: POSIX signals as console control events.
+//
+// The signal handler only writes the signal's number to a pipe. A watcher
+// thread reads it and starts, for each event, a thread that calls the
+// handlers, the last added first, until one returns TRUE. When none does,
+// the process ends the way the signal's default action ends it.
+#include <windows.h>
+
+#include <errno.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <mutex>
+#include <vector>
+
+namespace {
+
+struct Console {
+    std::mutex lock;
+    std::vector<PHANDLER_ROUTINE> handlers; // in order of addition
+    bool ignoreCtrlC = false;
+    bool installed = false;
+    int pipe[2] = {-1, -1};
+};
+
+Console &console()
+{
+    static Console *c = new Console; // handlers may run while the process ends
+    return *c;
+}
+
+int writeEnd = -1;
+
+void onSignal(int sig)
+{
+    int saved = errno;
+    unsigned char b = static_cast<unsigned char>(sig);
+    (void)!write(writeEnd, &b, 1);
+    errno = saved;
+}
+
+DWORD eventOf(int sig)
+{
+    switch (sig) {
+    case SIGINT: return CTRL_C_EVENT;
+    case SIGQUIT: return CTRL_BREAK_EVENT;
+    case SIGHUP: return CTRL_CLOSE_EVENT;
+    default: return CTRL_SHUTDOWN_EVENT;
+    }
+}
+
+DWORD WINAPI runHandlers(LPVOID param)
+{
+    int sig = static_cast<int>(reinterpret_cast<intptr_t>(param));
+    DWORD event = eventOf(sig);
+    std::vector<PHANDLER_ROUTINE> chain;
+    {
+        Console &c = console();
+        std::lock_guard<std::mutex> g(c.lock);
+        if (event == CTRL_C_EVENT && c.ignoreCtrlC)
+            return 0;
+        chain.assign(c.handlers.rbegin(), c.handlers.rend());
+    }
+    for (PHANDLER_ROUTINE h : chain)
+        if (h(event))
+            return 0;
+    // Nobody handled it: the signal's own default ends the process.
+    signal(sig, SIG_DFL);
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, sig);
+    pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+    raise(sig);
+    _exit(128 + sig); // for a default that does not end the process
+}
+
+DWORD WINAPI watch(LPVOID)
+{
+    Console &c = console();
+    for (;;) {
+        unsigned char b;
+        ssize_t n = read(c.pipe[0], &b, 1);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return 0;
+        // Each event on a thread of its own, as Windows does: a handler that
+        // takes its time does not hold back the next event.
+        HANDLE t = CreateThread(nullptr, 0, runHandlers, reinterpret_cast<LPVOID>(static_cast<intptr_t>(b)), 0, nullptr);
+        if (t)
+            CloseHandle(t);
+    }
+}
+
+bool install(Console &c)
+{
+    if (c.installed)
+        return true;
+    if (pipe2(c.pipe, O_CLOEXEC) != 0)
+        return false;
+    fcntl(c.pipe[1], F_SETFL, O_NONBLOCK);
+    writeEnd = c.pipe[1];
+    HANDLE t = CreateThread(nullptr, 0, watch, nullptr, 0, nullptr);
+    if (!t) {
+        close(c.pipe[0]);
+        close(c.pipe[1]);
+        return false;
+    }
+    CloseHandle(t);
+    struct sigaction sa {};
+    sa.sa_handler = onSignal;
+    sigemptyset(&sa.sa_mask);
+    sa.sa_flags = SA_RESTART; // stays installed: a second signal comes here too
+    for (int sig : {SIGINT, SIGQUIT, SIGHUP, SIGTERM})
+        sigaction(sig, &sa, nullptr);
+    c.installed = true;
+    return true;
+}
+
+} // namespace
+
+extern "C" BOOL WINAPI SetConsoleCtrlHandler(PHANDLER_ROUTINE HandlerRoutine, BOOL Add)
+{
+    Console &c = console();
+    std::lock_guard<std::mutex> g(c.lock);
+    if (!HandlerRoutine) {
+        c.ignoreCtrlC = Add != FALSE;
+        if (!install(c)) {
+            SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+            return FALSE;
+        }
+        return TRUE;
+    }
+    if (Add) {
+        if (!install(c)) {
+            SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+            return FALSE;
+        }
+        c.handlers.push_back(HandlerRoutine);
+        return TRUE;
+    }
+    for (auto it = c.handlers.end(); it != c.handlers.begin();) {
+        --it;
+        if (*it == HandlerRoutine) {
+            c.handlers.erase(it);
+            return TRUE;
+        }
+    }
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return FALSE;
+}

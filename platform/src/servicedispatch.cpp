@@ -1,0 +1,269 @@
+// The service process's side: StartServiceCtrlDispatcherA, the control
+// handler and SetServiceStatus.
+#include "service.h"
+#include "serviceproto.h"
+
+#include <fcntl.h>
+
+#include <atomic>
+#include <mutex>
+#include <vector>
+
+using namespace tsp::svc;
+
+namespace {
+
+struct Dispatcher {
+    std::mutex lock;
+    bool called = false;     // StartServiceCtrlDispatcherA ran in this process
+    std::atomic<bool> connected{false}; // ... and the manager gave it a service
+    std::string serviceName;
+    LPSERVICE_MAIN_FUNCTIONA main = nullptr;
+    std::vector<std::string> args;
+    std::vector<char *> argv;
+    LPHANDLER_FUNCTION handler = nullptr;
+    LPHANDLER_FUNCTION_EX handlerEx = nullptr;
+    void *context = nullptr;
+    int wake[2] = {-1, -1}; // written when the service reports SERVICE_STOPPED
+    bool stopped = false;
+
+    std::mutex statusLock; // one SetServiceStatus exchange at a time
+    int statusFd = -1;
+
+    int controlFd = -1; // the dispatcher's connection, set before the service thread starts
+};
+
+// True on the dispatcher's thread while a handler runs: its reports go on
+// the dispatcher's connection, ahead of the handler's answer, and the
+// manager applies them as they come and before it answers the control.
+thread_local bool inHandler = false;
+
+Dispatcher &dispatcher()
+{
+    static Dispatcher *d = new Dispatcher; // lives as long as the process
+    return *d;
+}
+
+// The one status handle of the process's service.
+int statusToken;
+SERVICE_STATUS_HANDLE statusHandle() { return reinterpret_cast<SERVICE_STATUS_HANDLE>(&statusToken); }
+
+DWORD WINAPI serviceMainThread(LPVOID)
+{
+    Dispatcher &d = dispatcher();
+    d.main(static_cast<DWORD>(d.args.size()), d.argv.data());
+    return 0;
+}
+
+BOOL fail(DWORD code)
+{
+    SetLastError(code);
+    return FALSE;
+}
+
+SERVICE_STATUS_HANDLE registerHandler(LPCSTR name, LPHANDLER_FUNCTION h, LPHANDLER_FUNCTION_EX hx, void *ctx)
+{
+    if (!name) {
+        SetLastError(ERROR_INVALID_NAME);
+        return nullptr;
+    }
+    if (!h && !hx) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    Dispatcher &d = dispatcher();
+    std::lock_guard<std::mutex> g(d.lock);
+    // An own-process service may name itself as it likes, as on Windows.
+    if (!d.connected) {
+        SetLastError(ERROR_SERVICE_DOES_NOT_EXIST);
+        return nullptr;
+    }
+    d.handler = h;
+    d.handlerEx = hx;
+    d.context = ctx;
+    return statusHandle();
+}
+
+} // namespace
+
+extern "C" {
+
+BOOL WINAPI StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA *lpServiceStartTable)
+{
+    if (!lpServiceStartTable || !lpServiceStartTable[0].lpServiceName || !lpServiceStartTable[0].lpServiceProc)
+        return fail(ERROR_INVALID_PARAMETER);
+    Dispatcher &d = dispatcher();
+    {
+        std::lock_guard<std::mutex> g(d.lock);
+        if (d.called)
+            return fail(ERROR_SERVICE_ALREADY_RUNNING);
+        d.called = true;
+    }
+    // Only a process the manager started is taken: it knows us by our pid.
+    auto refuse = [&d](int fd) {
+        if (fd >= 0)
+            close(fd);
+        std::lock_guard<std::mutex> g(d.lock);
+        d.called = false;
+        return fail(ERROR_FAILED_SERVICE_CONTROLLER_CONNECT);
+    };
+    unsigned long err = 0;
+    int fd = connectManager(false, &err);
+    if (fd < 0)
+        return refuse(fd);
+    Writer w;
+    w.u32(static_cast<uint32_t>(Op::Dispatcher));
+    std::vector<const SERVICE_TABLE_ENTRYA *> entries;
+    for (const SERVICE_TABLE_ENTRYA *e = lpServiceStartTable; e->lpServiceName && e->lpServiceProc; ++e)
+        entries.push_back(e);
+    w.u32(static_cast<uint32_t>(entries.size()));
+    for (const SERVICE_TABLE_ENTRYA *e : entries)
+        w.str(e->lpServiceName);
+    std::string reply;
+    if (!sendFrame(fd, w.data()) || !recvFrame(fd, reply, 30000))
+        return refuse(fd);
+    Reader r(reply);
+    DWORD code = r.u32();
+    std::string name = r.str();
+    DWORD argc = r.u32();
+    std::vector<std::string> args{name};
+    for (DWORD i = 0; i < argc && r.ok(); ++i)
+        args.push_back(r.str());
+    if (!r.ok() || code != ERROR_SUCCESS)
+        return refuse(fd);
+    // An own-process service runs the first entry whatever its name.
+    const SERVICE_TABLE_ENTRYA *chosen = entries[0];
+    for (const SERVICE_TABLE_ENTRYA *e : entries)
+        if (foldServiceName(e->lpServiceName) == foldServiceName(name))
+            chosen = e;
+    {
+        std::lock_guard<std::mutex> g(d.lock);
+        if (pipe2(d.wake, O_CLOEXEC) != 0) {
+            close(fd);
+            return fail(ERROR_NOT_ENOUGH_MEMORY);
+        }
+        d.serviceName = name;
+        d.main = chosen->lpServiceProc;
+        d.args = std::move(args);
+        for (std::string &a : d.args)
+            d.argv.push_back(a.data());
+        d.argv.push_back(nullptr);
+        d.connected = true;
+    }
+    d.controlFd = fd;
+    HANDLE thread = CreateThread(nullptr, 0, serviceMainThread, nullptr, 0, nullptr);
+    if (!thread) {
+        close(fd);
+        return fail(ERROR_SERVICE_NO_THREAD);
+    }
+    CloseHandle(thread);
+
+    // Controls, one at a time, until the service reports SERVICE_STOPPED.
+    bool managerGone = false;
+    for (;;) {
+        pollfd pfd[2] = {{d.wake[0], POLLIN, 0}, {managerGone ? -1 : fd, POLLIN, 0}};
+        if (poll(pfd, 2, -1) < 0) {
+            if (errno == EINTR)
+                continue;
+            break;
+        }
+        if (pfd[0].revents)
+            break;
+        if (!pfd[1].revents)
+            continue;
+        std::string frame;
+        if (!recvFrame(fd, frame)) {
+            managerGone = true; // the service runs on; no more controls can come
+            continue;
+        }
+        Reader c(frame);
+        if (c.u32() != static_cast<uint32_t>(Push::Control))
+            continue;
+        uint32_t seq = c.u32();
+        DWORD control = c.u32();
+        LPHANDLER_FUNCTION h;
+        LPHANDLER_FUNCTION_EX hx;
+        void *ctx;
+        {
+            std::lock_guard<std::mutex> g(d.lock);
+            h = d.handler;
+            hx = d.handlerEx;
+            ctx = d.context;
+        }
+        DWORD result = NO_ERROR;
+        inHandler = true;
+        if (hx)
+            result = hx(control, 0, nullptr, ctx);
+        else if (h)
+            h(control);
+        inHandler = false;
+        sendFrame(fd, Writer().u32(static_cast<uint32_t>(Op::ControlDone)).u32(seq).u32(result).data());
+    }
+    close(fd);
+    return TRUE;
+}
+
+SERVICE_STATUS_HANDLE WINAPI RegisterServiceCtrlHandlerA(LPCSTR lpServiceName, LPHANDLER_FUNCTION lpHandlerProc)
+{
+    return registerHandler(lpServiceName, lpHandlerProc, nullptr, nullptr);
+}
+
+SERVICE_STATUS_HANDLE WINAPI RegisterServiceCtrlHandlerExA(LPCSTR lpServiceName, LPHANDLER_FUNCTION_EX lpHandlerProc,
+                                                           LPVOID lpContext)
+{
+    return registerHandler(lpServiceName, nullptr, lpHandlerProc, lpContext);
+}
+
+BOOL WINAPI SetServiceStatus(SERVICE_STATUS_HANDLE hServiceStatus, LPSERVICE_STATUS lpServiceStatus)
+{
+    Dispatcher &d = dispatcher();
+    if (hServiceStatus != statusHandle() || !d.connected)
+        return fail(ERROR_INVALID_HANDLE);
+    if (!lpServiceStatus)
+        return fail(ERROR_INVALID_ADDRESS);
+    SERVICE_STATUS st = *lpServiceStatus;
+    if (st.dwCurrentState < SERVICE_STOPPED || st.dwCurrentState > SERVICE_PAUSED)
+        return fail(ERROR_INVALID_DATA);
+    // Reports travel on two connections; their order is the order of the
+    // calls, which the manager restores from this count.
+    static std::atomic<uint64_t> reports{0};
+    uint64_t seq = ++reports;
+    DWORD code = ERROR_SUCCESS;
+    if (inHandler) {
+        if (!sendFrame(d.controlFd, Writer().u32(static_cast<uint32_t>(Op::SetStatus)).status(st).u64(seq).data()))
+            code = RPC_S_SERVER_UNAVAILABLE;
+    } else {
+        std::lock_guard<std::mutex> g(d.statusLock);
+        for (int attempt = 0; attempt < 2; ++attempt) {
+            if (d.statusFd < 0) {
+                unsigned long err = 0;
+                d.statusFd = connectManager(false, &err);
+                if (d.statusFd < 0) {
+                    code = static_cast<DWORD>(err);
+                    break;
+                }
+            }
+            std::string reply;
+            if (sendFrame(d.statusFd, Writer().u32(static_cast<uint32_t>(Op::SetStatus)).status(st).u64(seq).data()) &&
+                recvFrame(d.statusFd, reply, 30000)) {
+                Reader r(reply);
+                code = r.u32();
+                break;
+            }
+            close(d.statusFd);
+            d.statusFd = -1;
+            code = RPC_S_SERVER_UNAVAILABLE;
+        }
+    }
+    if (st.dwCurrentState == SERVICE_STOPPED) {
+        std::lock_guard<std::mutex> g(d.lock);
+        if (!d.stopped) {
+            d.stopped = true;
+            char b = 1;
+            (void)!write(d.wake[1], &b, 1);
+        }
+    }
+    return code == ERROR_SUCCESS ? TRUE : fail(code);
+}
+
+} // extern "C"
