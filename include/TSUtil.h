@@ -11,3 +11,4 @@
 #include "LogFile.h"
 #include "FileDir.h"
 #include "GenTxt.h"
+#include "GenSvc.h"

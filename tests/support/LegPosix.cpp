@@ -117,6 +117,11 @@ int ChildProcess::Wait(DWORD ms)
     }
 }
 
+bool ChildProcess::Interrupt()
+{
+    return running_ && kill(static_cast<pid_t>(id_), SIGINT) == 0;
+}
+
 void ChildProcess::Kill()
 {
     if (running_)

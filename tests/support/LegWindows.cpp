@@ -76,6 +76,22 @@ int ChildProcess::Wait(DWORD ms)
     return static_cast<int>(code);
 }
 
+namespace {
+
+// Keeps a Ctrl+C that the tests send to a child from ending the test.
+BOOL WINAPI ShieldFromCtrlC(DWORD event)
+{
+    return event == CTRL_C_EVENT;
+}
+
+} // namespace
+
+bool ChildProcess::Interrupt()
+{
+    static const bool shielded = SetConsoleCtrlHandler(ShieldFromCtrlC, TRUE) != 0;
+    return running_ && shielded && GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0) != 0;
+}
+
 void ChildProcess::Kill()
 {
     if (running_)

@@ -66,6 +66,10 @@ public:
     int Wait(DWORD ms = kWaitBound);
     // Ends the child at once (SIGKILL on POSIX, TerminateProcess on Windows).
     void Kill();
+    // Sends the child the console's Ctrl+C: SIGINT on POSIX; on Windows
+    // CTRL_C_EVENT to the console that it shares with the caller, whose own
+    // process a handler of this helper shields. false when it cannot.
+    bool Interrupt();
 
 private:
     long long id_ = 0; // pid on POSIX, process handle on Windows

@@ -1,0 +1,127 @@
+// A service built on GenericService, for the end-to-end tests. One worker
+// thread answers the interlocks: it holds each answer for a while, so that
+// the pending states can be seen from outside, and then reports the new
+// state. The timeouts differ from the defaults, so every wait hint can be
+// told from the others.
+//
+//   gensvc_probe                   run under the service manager (the
+//                                  installed command line); exit code 2
+//                                  when started by hand
+//   gensvc_probe install OUT       Install, messages into the file OUT
+//   gensvc_probe remove OUT        Remove, messages into the file OUT
+//   gensvc_probe console READY     run on a console; the file READY is
+//                                  written once the service is up
+// The control modes exit with 0 when the operation gave TRUE, else 1.
+#include <GenSvc.h>
+
+#include <stdio.h>
+#include <string.h>
+
+#include <string>
+
+namespace {
+
+char const kShortName[] = "TSGenSvcProbe";
+char const kLongName[] = "TSUtil GenericService Probe";
+
+class ProbeService : public GenericService {
+public:
+    ProbeService(BOOLTYPE asService, DWORD holdMs, std::string readyFile)
+        : GenericService(kShortName, kLongName, asService, 1000), holdMs_(holdMs), readyFile_(std::move(readyFile))
+    {
+        startTimeout = 21000;
+        pauseTimeout = 16000;
+        continueTimeout = 22000;
+        stopTimeout = 5000; // below the floor of the stop hint
+        threadDeletionDelay = 100;
+    }
+
+    void Join()
+    {
+        if (worker_) {
+            WaitForSingleObject(worker_, INFINITE);
+            CloseHandle(worker_);
+            worker_ = nullptr;
+        }
+    }
+
+protected:
+    BOOLTYPE InitPrimaryService() override
+    {
+        start_ = startInterlockPtr->SpawnChildInterlockSepThread();
+        stop_ = stopInterlockPtr->SpawnChildInterlockSepThread();
+        pause_ = pauseInterlockPtr->SpawnChildInterlockSepThread();
+        continue_ = continueInterlockPtr->SpawnChildInterlockSepThread();
+        if (!start_ || !stop_ || !pause_ || !continue_)
+            return FALSE;
+        worker_ = CreateThread(nullptr, 0, WorkerMain, this, 0, nullptr);
+        return worker_ ? TRUE : FALSE;
+    }
+    BOOLTYPE CyclePrimaryService() override { return TRUE; }
+
+private:
+    static DWORD WINAPI WorkerMain(void *self)
+    {
+        static_cast<ProbeService *>(self)->Work();
+        return 0;
+    }
+
+    // While running the worker watches stop and pause, while paused stop
+    // and continue: a request stays raised until the run loop has seen the
+    // answer, so it is watched only in the state it would change.
+    void Work()
+    {
+        ChildInterlockSepThread *whileRunning[] = {stop_, pause_, nullptr};
+        ChildInterlockSepThread *whilePaused[] = {stop_, continue_, nullptr};
+        ChildMultiLockSepThread running(whileRunning), paused(whilePaused);
+        Sleep(holdMs_);
+        start_->NotifyStateReached();
+        if (!readyFile_.empty()) {
+            if (FILE *f = fopen(readyFile_.c_str(), "w"))
+                fclose(f);
+        }
+        bool isPaused = false;
+        for (;;) {
+            ChildInterlock *found = nullptr;
+            if (!(isPaused ? paused : running).DetectRequest(&found, 0xFFFFFFFF))
+                continue;
+            Sleep(holdMs_);
+            static_cast<ChildInterlockSepThread *>(found)->NotifyStateReached();
+            if (found == stop_)
+                return;
+            isPaused = found == pause_;
+        }
+    }
+
+    DWORD holdMs_;
+    std::string readyFile_;
+    HANDLE worker_ = nullptr;
+    ChildInterlockSepThread *start_ = nullptr, *stop_ = nullptr, *pause_ = nullptr, *continue_ = nullptr;
+};
+
+int Control(char const *what, char const *outFile)
+{
+    if (!freopen(outFile, "wb", stdout))
+        return 3;
+    ProbeService service(TRUE, 0, "");
+    BOOLTYPE done = strcmp(what, "install") == 0 ? service.Install() : service.Remove();
+    fflush(stdout);
+    return done ? 0 : 1;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    if (argc == 3 && (strcmp(argv[1], "install") == 0 || strcmp(argv[1], "remove") == 0))
+        return Control(argv[1], argv[2]);
+    bool console = argc == 3 && strcmp(argv[1], "console") == 0;
+    if (argc != 1 && !console) {
+        fprintf(stderr, "usage: gensvc_probe [install OUT | remove OUT | console READY]\n");
+        return 64;
+    }
+    ProbeService service(console ? FALSE : TRUE, console ? 0 : 1500, console ? argv[2] : "");
+    BOOLTYPE ran = service.Begin();
+    service.Join();
+    return ran ? 0 : 2;
+}
