@@ -15,6 +15,8 @@
 #include <thread>
 #include <vector>
 
+#include "baselines.h"
+
 namespace {
 
 void MutexLockUnlock(benchmark::State &state)
@@ -27,14 +29,7 @@ void MutexLockUnlock(benchmark::State &state)
 }
 BENCHMARK(MutexLockUnlock);
 
-void StdRecursiveMutexLockUnlock(benchmark::State &state)
-{
-    std::recursive_mutex m;
-    for (auto _ : state) {
-        m.lock();
-        m.unlock();
-    }
-}
+void StdRecursiveMutexLockUnlock(benchmark::State &state) { RunRecursiveMutexLockUnlock(state); }
 BENCHMARK(StdRecursiveMutexLockUnlock);
 
 // One iteration: the main thread hands the turn to the partner and the
@@ -67,28 +62,7 @@ void CondPingPong(benchmark::State &state)
 }
 BENCHMARK(CondPingPong)->UseRealTime();
 
-void StdCondVarPingPong(benchmark::State &state)
-{
-    std::mutex m;
-    std::condition_variable cv;
-    int turn = 0;
-    int64_t n = state.max_iterations;
-    std::thread partner([&] {
-        for (int64_t i = 0; i < n; ++i) {
-            std::unique_lock<std::mutex> lock(m);
-            cv.wait(lock, [&] { return turn == 1; });
-            turn = 0;
-            cv.notify_one();
-        }
-    });
-    for (auto _ : state) {
-        std::unique_lock<std::mutex> lock(m);
-        turn = 1;
-        cv.notify_one();
-        cv.wait(lock, [&] { return turn == 0; });
-    }
-    partner.join();
-}
+void StdCondVarPingPong(benchmark::State &state) { RunCondVarPingPong(state); }
 BENCHMARK(StdCondVarPingPong)->UseRealTime();
 
 // One full interlock cycle across two threads: request, detection,

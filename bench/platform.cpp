@@ -11,6 +11,8 @@
 #include <thread>
 #include <vector>
 
+#include "baselines.h"
+
 namespace {
 
 // One iteration: A hands to B and B hands back (two hand-offs).
@@ -35,28 +37,7 @@ void EventPingPong(benchmark::State &state)
 }
 BENCHMARK(EventPingPong)->UseRealTime();
 
-void CondVarPingPong(benchmark::State &state)
-{
-    std::mutex m;
-    std::condition_variable cv;
-    int turn = 0; // 0: main's, 1: partner's
-    int64_t n = state.max_iterations;
-    std::thread partner([&] {
-        for (int64_t i = 0; i < n; ++i) {
-            std::unique_lock<std::mutex> lock(m);
-            cv.wait(lock, [&] { return turn == 1; });
-            turn = 0;
-            cv.notify_one();
-        }
-    });
-    for (auto _ : state) {
-        std::unique_lock<std::mutex> lock(m);
-        turn = 1;
-        cv.notify_one();
-        cv.wait(lock, [&] { return turn == 0; });
-    }
-    partner.join();
-}
+void CondVarPingPong(benchmark::State &state) { RunCondVarPingPong(state); }
 BENCHMARK(CondVarPingPong)->UseRealTime();
 
 void MutexAcquireRelease(benchmark::State &state)
@@ -82,14 +63,7 @@ void CriticalSectionEnterLeave(benchmark::State &state)
 }
 BENCHMARK(CriticalSectionEnterLeave);
 
-void StdRecursiveMutexLockUnlock(benchmark::State &state)
-{
-    std::recursive_mutex m;
-    for (auto _ : state) {
-        m.lock();
-        m.unlock();
-    }
-}
+void StdRecursiveMutexLockUnlock(benchmark::State &state) { RunRecursiveMutexLockUnlock(state); }
 BENCHMARK(StdRecursiveMutexLockUnlock);
 
 // One iteration: a thread blocked on 64 events is woken by one of them

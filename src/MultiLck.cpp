@@ -41,9 +41,34 @@ template <class E> bool ResizeSyncObjects(E *&array, int count, int prevCount)
     return array != nullptr;
 }
 
-// The index of a platform wait's result among count objects, or -1.
-int SignalledIndex(DWORD result, int count)
+// The list copy followed by the class rebuild: one entry of sync for each
+// interlock, as syncOf gives it. A failed allocation leaves an empty list.
+template <class Base, class T, class E, class SyncOf>
+void CopyListAndSyncObjects(Base **&array, int &count, int &prevCount, T *const *list, E *&sync, SyncOf syncOf)
 {
+    CopyList(array, count, prevCount, list);
+    if (!ResizeSyncObjects(sync, count, prevCount)) {
+        count = 0;
+        return;
+    }
+    for (int i = 0; i < count; ++i)
+        sync[i] = syncOf(list[i]);
+}
+
+// The index of the first raised cell (set to 1) among count, or -1.
+int FirstRaised(int *const *cells, int count)
+{
+    for (int i = 0; i < count; ++i)
+        if (cells[i] && *cells[i] == 1)
+            return i;
+    return -1;
+}
+
+// The index of the object among count that satisfied the wait, or -1 on a
+// timeout or failure.
+int WaitIndex(HANDLE *objects, int count, bool waitAll, unsigned long timeout)
+{
+    DWORD result = WaitForMultipleObjects(static_cast<DWORD>(count), objects, waitAll, static_cast<DWORD>(timeout));
     return result < static_cast<DWORD>(count) ? static_cast<int>(result) : -1;
 }
 
@@ -122,15 +147,11 @@ ChildMultiLockSepJob::~ChildMultiLockSepJob()
 
 void ChildMultiLockSepJob::InitSyncObjectsSepJob(ChildInterlockSepJob **list)
 {
-    CopyList(m_ppInterlocks, m_nCount, m_nPrevCount, list);
-    if (!ResizeSyncObjects(m_pSyncObjects, m_nCount, m_nPrevCount)) {
-        m_nCount = 0;
-        return;
-    }
-    for (int i = 0; i < m_nCount; ++i) {
-        ParentInterlockSepJob *parent = list[i]->m_pParent;
-        m_pSyncObjects[i] = parent ? parent->m_pRequestFlag : nullptr;
-    }
+    CopyListAndSyncObjects(m_ppInterlocks, m_nCount, m_nPrevCount, list, m_pSyncObjects,
+                           [](ChildInterlockSepJob *child) -> int * {
+                               ParentInterlockSepJob *parent = child->m_pParent;
+                               return parent ? parent->m_pRequestFlag : nullptr;
+                           });
 }
 
 void ChildMultiLockSepJob::ReviseInterlocksSepJob(ChildInterlockSepJob **const list)
@@ -143,13 +164,11 @@ BOOLTYPE ChildMultiLockSepJob::DetectRequest(ChildInterlock **found, unsigned lo
     if (!found)
         return FALSE;
     *found = nullptr;
-    for (int i = 0; i < m_nCount; ++i) {
-        if (m_pSyncObjects[i] && *m_pSyncObjects[i] == 1) {
-            *found = m_ppInterlocks[i];
-            return TRUE;
-        }
-    }
-    return FALSE;
+    int i = FirstRaised(m_pSyncObjects, m_nCount);
+    if (i < 0)
+        return FALSE;
+    *found = m_ppInterlocks[i];
+    return TRUE;
 }
 
 // ChildMultiLockSepThread
@@ -171,15 +190,11 @@ ChildMultiLockSepThread::~ChildMultiLockSepThread()
 
 void ChildMultiLockSepThread::InitSyncObjectsSepThread(ChildInterlockSepThread **list)
 {
-    CopyList(m_ppInterlocks, m_nCount, m_nPrevCount, list);
-    if (!ResizeSyncObjects(m_pSyncObjects, m_nCount, m_nPrevCount)) {
-        m_nCount = 0;
-        return;
-    }
-    for (int i = 0; i < m_nCount; ++i) {
-        ParentInterlockSepThread *parent = list[i]->m_pParent;
-        m_pSyncObjects[i] = parent ? parent->m_hRequest : nullptr;
-    }
+    CopyListAndSyncObjects(m_ppInterlocks, m_nCount, m_nPrevCount, list, m_pSyncObjects,
+                           [](ChildInterlockSepThread *child) -> HANDLE {
+                               ParentInterlockSepThread *parent = child->m_pParent;
+                               return parent ? parent->m_hRequest : nullptr;
+                           });
 }
 
 void ChildMultiLockSepThread::ReviseInterlocksSepThread(ChildInterlockSepThread **const list)
@@ -195,9 +210,7 @@ BOOLTYPE ChildMultiLockSepThread::DetectRequest(ChildInterlock **found, unsigned
     // A deferred array that no derived class built has nothing to wait on.
     if (!m_pSyncObjects || m_nCount == 0)
         return FALSE;
-    int i = SignalledIndex(WaitForMultipleObjects(static_cast<DWORD>(m_nCount), m_pSyncObjects, 0,
-                                                  static_cast<DWORD>(timeout)),
-                           m_nCount);
+    int i = WaitIndex(m_pSyncObjects, m_nCount, false, timeout);
     if (i < 0)
         return FALSE;
     *found = m_ppInterlocks[i];
@@ -253,9 +266,7 @@ BOOLTYPE ChildResp1MultiLockSepThread::DetectRequest(ChildInterlock **found, uns
     // left the array and m_nTotalCount apart; nothing safe to wait on then.
     if (!m_pSyncObjects || m_nTotalCount == 0 || m_nTotalCount != m_nCount + (m_pResponseParent ? 1 : 0))
         return FALSE;
-    int i = SignalledIndex(WaitForMultipleObjects(static_cast<DWORD>(m_nTotalCount), m_pSyncObjects, 0,
-                                                  static_cast<DWORD>(timeout)),
-                           m_nTotalCount);
+    int i = WaitIndex(m_pSyncObjects, m_nTotalCount, false, timeout);
     if (i < 0)
         return FALSE;
     if (i < m_nCount)
@@ -280,13 +291,8 @@ ParentMultiLockSepJob::~ParentMultiLockSepJob()
 
 void ParentMultiLockSepJob::InitSyncObjectsSepJob(ParentInterlockSepJob **list)
 {
-    CopyList(m_ppInterlocks, m_nCount, m_nPrevCount, list);
-    if (!ResizeSyncObjects(m_pSyncObjects, m_nCount, m_nPrevCount)) {
-        m_nCount = 0;
-        return;
-    }
-    for (int i = 0; i < m_nCount; ++i)
-        m_pSyncObjects[i] = list[i]->m_pResponseFlag;
+    CopyListAndSyncObjects(m_ppInterlocks, m_nCount, m_nPrevCount, list, m_pSyncObjects,
+                           [](ParentInterlockSepJob *parent) { return parent->m_pResponseFlag; });
 }
 
 void ParentMultiLockSepJob::ReviseInterlocksSepJob(ParentInterlockSepJob **const list)
@@ -308,13 +314,11 @@ BOOLTYPE ParentMultiLockSepJob::WaitForResponse(unsigned long const &, BOOLTYPE 
     if (!found)
         return FALSE;
     *found = nullptr;
-    for (int i = 0; i < m_nCount; ++i) {
-        if (m_pSyncObjects[i] && *m_pSyncObjects[i] == 1) {
-            *found = m_ppInterlocks[i];
-            return TRUE;
-        }
-    }
-    return FALSE;
+    int i = FirstRaised(m_pSyncObjects, m_nCount);
+    if (i < 0)
+        return FALSE;
+    *found = m_ppInterlocks[i];
+    return TRUE;
 }
 
 // ParentMultiLockSepThread
@@ -334,13 +338,8 @@ ParentMultiLockSepThread::~ParentMultiLockSepThread()
 
 void ParentMultiLockSepThread::InitSyncObjectsSepThread(ParentInterlockSepThread **list)
 {
-    CopyList(m_ppInterlocks, m_nCount, m_nPrevCount, list);
-    if (!ResizeSyncObjects(m_pSyncObjects, m_nCount, m_nPrevCount)) {
-        m_nCount = 0;
-        return;
-    }
-    for (int i = 0; i < m_nCount; ++i)
-        m_pSyncObjects[i] = list[i]->m_hResponse;
+    CopyListAndSyncObjects(m_ppInterlocks, m_nCount, m_nPrevCount, list, m_pSyncObjects,
+                           [](ParentInterlockSepThread *parent) { return parent->m_hResponse; });
 }
 
 void ParentMultiLockSepThread::ReviseInterlocksSepThread(ParentInterlockSepThread **const list)
@@ -355,9 +354,7 @@ BOOLTYPE ParentMultiLockSepThread::WaitForResponse(unsigned long const &timeout,
         return FALSE;
     if (waitAll == FALSE && found)
         *found = nullptr;
-    int i = SignalledIndex(WaitForMultipleObjects(static_cast<DWORD>(m_nCount), m_pSyncObjects,
-                                                  waitAll != FALSE, static_cast<DWORD>(timeout)),
-                           m_nCount);
+    int i = WaitIndex(m_pSyncObjects, m_nCount, waitAll != FALSE, timeout);
     if (i < 0)
         return FALSE;
     if (waitAll == FALSE && found)

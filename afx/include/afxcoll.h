@@ -65,6 +65,7 @@ public:
     virtual void AssertValid() const;
 
 protected:
+    template <class> friend struct NodeList; // the shared list machinery (afx/src)
     CNode *NewNode(CNode *pPrev, CNode *pNext);
     void FreeNode(CNode *pNode);
 
@@ -126,6 +127,7 @@ public:
     virtual void AssertValid() const;
 
 protected:
+    template <class> friend struct NodeList; // the shared list machinery (afx/src)
     CNode *NewNode(CNode *pPrev, CNode *pNext);
     void FreeNode(CNode *pNode);
 

@@ -1,226 +1,52 @@
 // CObList: a doubly linked list of CObject pointers.
 #include <afxcoll.h>
 
-#include "plex.h"
+#include "nodelist.h"
 
 IMPLEMENT_DYNAMIC(CObList, CObject)
 
-CObList::CObList(int nBlockSize)
-    : m_pNodeHead(nullptr), m_pNodeTail(nullptr), m_nCount(0), m_pNodeFree(nullptr), m_pBlocks(nullptr),
-      m_nBlockSize(nBlockSize > 0 ? nBlockSize : 1)
-{
-}
+using Nodes = NodeList<CObList>;
 
+CObList::CObList(int nBlockSize) { Nodes::Init(*this, nBlockSize); }
 CObList::~CObList() { RemoveAll(); }
 
-CObList::CNode *CObList::NewNode(CNode *pPrev, CNode *pNext)
-{
-    if (!m_pNodeFree) {
-        CPlex *block = CPlex::Create(m_pBlocks, static_cast<UINT>(m_nBlockSize), sizeof(CNode));
-        CNode *node = static_cast<CNode *>(block->data()) + m_nBlockSize - 1;
-        for (int i = m_nBlockSize - 1; i >= 0; --i, --node) {
-            node->pNext = m_pNodeFree;
-            m_pNodeFree = node;
-        }
-    }
-    CNode *node = m_pNodeFree;
-    m_pNodeFree = node->pNext;
-    node->pPrev = pPrev;
-    node->pNext = pNext;
-    node->data = nullptr;
-    ++m_nCount;
-    return node;
-}
+CObList::CNode *CObList::NewNode(CNode *pPrev, CNode *pNext) { return Nodes::NewNode(*this, pPrev, pNext); }
+void CObList::FreeNode(CNode *pNode) { Nodes::FreeNode(*this, pNode); }
 
-// The node goes back to the free chain; blocks stay until RemoveAll, so a
-// list that empties and fills again allocates nothing.
-void CObList::FreeNode(CNode *pNode)
-{
-    pNode->pNext = m_pNodeFree;
-    m_pNodeFree = pNode;
-    --m_nCount;
-}
+CObject *CObList::GetHead() const { return Nodes::GetHead(*this); }
+CObject *CObList::GetTail() const { return Nodes::GetTail(*this); }
+CObject *CObList::RemoveHead() { return Nodes::RemoveHead(*this); }
+CObject *CObList::RemoveTail() { return Nodes::RemoveTail(*this); }
 
-CObject *CObList::GetHead() const { return m_pNodeHead ? m_pNodeHead->data : nullptr; }
-CObject *CObList::GetTail() const { return m_pNodeTail ? m_pNodeTail->data : nullptr; }
+POSITION CObList::AddHead(CObject *newElement) { return Nodes::AddHead(*this, newElement); }
+POSITION CObList::AddTail(CObject *newElement) { return Nodes::AddTail(*this, newElement); }
+void CObList::AddHead(CObList *pNewList) { Nodes::AddHead(*this, pNewList); }
+void CObList::AddTail(CObList *pNewList) { Nodes::AddTail(*this, pNewList); }
+void CObList::RemoveAll() { Nodes::RemoveAll(*this); }
 
-CObject *CObList::RemoveHead()
-{
-    CNode *old = m_pNodeHead;
-    if (!old)
-        return nullptr;
-    CObject *ret = old->data;
-    m_pNodeHead = old->pNext;
-    if (m_pNodeHead)
-        m_pNodeHead->pPrev = nullptr;
-    else
-        m_pNodeTail = nullptr;
-    FreeNode(old);
-    return ret;
-}
+CObject *&CObList::GetNext(POSITION &rPosition) { return Nodes::GetNext(rPosition); }
+CObject *CObList::GetNext(POSITION &rPosition) const { return Nodes::GetNext(rPosition); }
+CObject *&CObList::GetPrev(POSITION &rPosition) { return Nodes::GetPrev(rPosition); }
+CObject *CObList::GetPrev(POSITION &rPosition) const { return Nodes::GetPrev(rPosition); }
+CObject *&CObList::GetAt(POSITION position) { return Nodes::At(position)->data; }
+CObject *CObList::GetAt(POSITION position) const { return Nodes::At(position)->data; }
+void CObList::SetAt(POSITION pos, CObject *newElement) { Nodes::At(pos)->data = newElement; }
 
-CObject *CObList::RemoveTail()
-{
-    CNode *old = m_pNodeTail;
-    if (!old)
-        return nullptr;
-    CObject *ret = old->data;
-    m_pNodeTail = old->pPrev;
-    if (m_pNodeTail)
-        m_pNodeTail->pNext = nullptr;
-    else
-        m_pNodeHead = nullptr;
-    FreeNode(old);
-    return ret;
-}
-
-POSITION CObList::AddHead(CObject *newElement)
-{
-    CNode *node = NewNode(nullptr, m_pNodeHead);
-    node->data = newElement;
-    if (m_pNodeHead)
-        m_pNodeHead->pPrev = node;
-    else
-        m_pNodeTail = node;
-    m_pNodeHead = node;
-    return reinterpret_cast<POSITION>(node);
-}
-
-POSITION CObList::AddTail(CObject *newElement)
-{
-    CNode *node = NewNode(m_pNodeTail, nullptr);
-    node->data = newElement;
-    if (m_pNodeTail)
-        m_pNodeTail->pNext = node;
-    else
-        m_pNodeHead = node;
-    m_pNodeTail = node;
-    return reinterpret_cast<POSITION>(node);
-}
-
-void CObList::AddHead(CObList *pNewList)
-{
-    if (!pNewList || pNewList == this)
-        return;
-    POSITION pos = pNewList->GetTailPosition();
-    while (pos)
-        AddHead(pNewList->GetPrev(pos));
-}
-
-void CObList::AddTail(CObList *pNewList)
-{
-    if (!pNewList || pNewList == this)
-        return;
-    POSITION pos = pNewList->GetHeadPosition();
-    while (pos)
-        AddTail(pNewList->GetNext(pos));
-}
-
-void CObList::RemoveAll()
-{
-    m_nCount = 0;
-    m_pNodeHead = m_pNodeTail = m_pNodeFree = nullptr;
-    if (m_pBlocks)
-        m_pBlocks->FreeDataChain();
-    m_pBlocks = nullptr;
-}
-
-CObject *&CObList::GetNext(POSITION &rPosition)
-{
-    CNode *node = reinterpret_cast<CNode *>(rPosition);
-    rPosition = reinterpret_cast<POSITION>(node->pNext);
-    return node->data;
-}
-
-CObject *CObList::GetNext(POSITION &rPosition) const
-{
-    CNode *node = reinterpret_cast<CNode *>(rPosition);
-    rPosition = reinterpret_cast<POSITION>(node->pNext);
-    return node->data;
-}
-
-CObject *&CObList::GetPrev(POSITION &rPosition)
-{
-    CNode *node = reinterpret_cast<CNode *>(rPosition);
-    rPosition = reinterpret_cast<POSITION>(node->pPrev);
-    return node->data;
-}
-
-CObject *CObList::GetPrev(POSITION &rPosition) const
-{
-    CNode *node = reinterpret_cast<CNode *>(rPosition);
-    rPosition = reinterpret_cast<POSITION>(node->pPrev);
-    return node->data;
-}
-
-CObject *&CObList::GetAt(POSITION position) { return reinterpret_cast<CNode *>(position)->data; }
-CObject *CObList::GetAt(POSITION position) const { return reinterpret_cast<CNode *>(position)->data; }
-void CObList::SetAt(POSITION pos, CObject *newElement) { reinterpret_cast<CNode *>(pos)->data = newElement; }
-
-void CObList::RemoveAt(POSITION position)
-{
-    CNode *old = reinterpret_cast<CNode *>(position);
-    if (!old)
-        return;
-    if (old == m_pNodeHead)
-        m_pNodeHead = old->pNext;
-    else
-        old->pPrev->pNext = old->pNext;
-    if (old == m_pNodeTail)
-        m_pNodeTail = old->pPrev;
-    else
-        old->pNext->pPrev = old->pPrev;
-    FreeNode(old);
-}
-
+void CObList::RemoveAt(POSITION position) { Nodes::RemoveAt(*this, position); }
 POSITION CObList::InsertBefore(POSITION position, CObject *newElement)
 {
-    if (!position)
-        return AddHead(newElement);
-    CNode *old = reinterpret_cast<CNode *>(position);
-    CNode *node = NewNode(old->pPrev, old);
-    node->data = newElement;
-    if (old->pPrev)
-        old->pPrev->pNext = node;
-    else
-        m_pNodeHead = node;
-    old->pPrev = node;
-    return reinterpret_cast<POSITION>(node);
+    return Nodes::InsertBefore(*this, position, newElement);
 }
-
 POSITION CObList::InsertAfter(POSITION position, CObject *newElement)
 {
-    if (!position)
-        return AddTail(newElement);
-    CNode *old = reinterpret_cast<CNode *>(position);
-    CNode *node = NewNode(old, old->pNext);
-    node->data = newElement;
-    if (old->pNext)
-        old->pNext->pPrev = node;
-    else
-        m_pNodeTail = node;
-    old->pNext = node;
-    return reinterpret_cast<POSITION>(node);
+    return Nodes::InsertAfter(*this, position, newElement);
 }
 
 POSITION CObList::Find(CObject *searchValue, POSITION startAfter) const
 {
-    CNode *node = startAfter ? reinterpret_cast<CNode *>(startAfter)->pNext : m_pNodeHead;
-    for (; node; node = node->pNext)
-        if (node->data == searchValue)
-            return reinterpret_cast<POSITION>(node);
-    return nullptr;
+    return Nodes::Find(*this, searchValue, startAfter);
 }
-
-POSITION CObList::FindIndex(int nIndex) const
-{
-    if (nIndex < 0 || nIndex >= m_nCount)
-        return nullptr;
-    CNode *node = m_pNodeHead;
-    while (nIndex--)
-        node = node->pNext;
-    return reinterpret_cast<POSITION>(node);
-}
+POSITION CObList::FindIndex(int nIndex) const { return Nodes::FindIndex(*this, nIndex); }
 
 void CObList::Serialize(CArchive &) {}
 

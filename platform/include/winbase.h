@@ -19,19 +19,9 @@
 #define STILL_ACTIVE            259L
 #define STATUS_PENDING          0x00000103L
 
-/* Access rights. This layer grants every handle full access to the objects
- * of its own process; the masks are accepted and kept for DuplicateHandle. */
-#define DELETE                  0x00010000L
-#define READ_CONTROL            0x00020000L
-#define WRITE_DAC               0x00040000L
-#define WRITE_OWNER             0x00080000L
-#define SYNCHRONIZE             0x00100000L
-#define STANDARD_RIGHTS_REQUIRED 0x000F0000L
-#define STANDARD_RIGHTS_ALL     0x001F0000L
-#define GENERIC_READ            0x80000000L
-#define GENERIC_WRITE           0x40000000L
-#define GENERIC_EXECUTE         0x20000000L
-#define GENERIC_ALL             0x10000000L
+/* Access rights of kernel objects (the standard and generic rights are in
+ * windef.h). This layer grants every handle full access to the objects of
+ * its own process; the masks are accepted and kept for DuplicateHandle. */
 #define EVENT_MODIFY_STATE      0x0002
 #define EVENT_ALL_ACCESS        (STANDARD_RIGHTS_REQUIRED | SYNCHRONIZE | 0x3)
 #define MUTEX_MODIFY_STATE      0x0001

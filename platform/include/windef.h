@@ -139,6 +139,19 @@ typedef struct _SECURITY_ATTRIBUTES {
     BOOL bInheritHandle;
 } SECURITY_ATTRIBUTES, *PSECURITY_ATTRIBUTES, *LPSECURITY_ATTRIBUTES;
 
+/* The standard and generic access rights every kind of handle shares. */
+#define DELETE                  0x00010000L
+#define READ_CONTROL            0x00020000L
+#define WRITE_DAC               0x00040000L
+#define WRITE_OWNER             0x00080000L
+#define SYNCHRONIZE             0x00100000L
+#define STANDARD_RIGHTS_REQUIRED 0x000F0000L
+#define STANDARD_RIGHTS_ALL     0x001F0000L
+#define GENERIC_READ            0x80000000L
+#define GENERIC_WRITE           0x40000000L
+#define GENERIC_EXECUTE         0x20000000L
+#define GENERIC_ALL             0x10000000L
+
 #ifdef __cplusplus
 static_assert(sizeof(DWORD) == 4 && sizeof(LONG) == 4 && sizeof(WORD) == 2 && sizeof(WCHAR) == 2,
               "Windows' integer sizes");

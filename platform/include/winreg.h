@@ -53,20 +53,8 @@ typedef DWORD ACCESS_MASK;
 #define REG_QWORD                       11
 #define REG_QWORD_LITTLE_ENDIAN         11
 
-/* Access rights of a key handle. */
-#ifndef DELETE
-#define DELETE                      0x00010000L
-#define READ_CONTROL                0x00020000L
-#define WRITE_DAC                   0x00040000L
-#define WRITE_OWNER                 0x00080000L
-#define SYNCHRONIZE                 0x00100000L
-#define STANDARD_RIGHTS_REQUIRED    0x000F0000L
-#define STANDARD_RIGHTS_ALL         0x001F0000L
-#define GENERIC_READ                0x80000000L
-#define GENERIC_WRITE               0x40000000L
-#define GENERIC_EXECUTE             0x20000000L
-#define GENERIC_ALL                 0x10000000L
-#endif
+/* Access rights of a key handle (the standard and generic rights are in
+ * windef.h). */
 #ifndef STANDARD_RIGHTS_READ
 #define STANDARD_RIGHTS_READ        READ_CONTROL
 #define STANDARD_RIGHTS_WRITE       READ_CONTROL

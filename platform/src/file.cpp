@@ -136,6 +136,25 @@ public:
 
 FileObject *fileOf(HANDLE h, HandleRef &ref) { return lookupAs<FileObject>(h, ObjectKind::File, ref); }
 
+// The file that ReadFile or WriteFile moves data through, or null with the
+// error set: a bad handle, an overlapped request (never supported here), a
+// directory, or a handle opened without the rights the transfer needs.
+FileObject *transferFileOf(HANDLE h, HandleRef &ref, LPOVERLAPPED overlapped, DWORD rights)
+{
+    FileObject *f = fileOf(h, ref);
+    if (!f)
+        return nullptr;
+    if (overlapped) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    if (!(f->access & rights) || f->isDirectory) {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return nullptr;
+    }
+    return f;
+}
+
 // "*" any run of characters, "?" one character; "*.*" is every name.
 bool wildMatch(const char *pat, const char *name)
 {
@@ -294,17 +313,9 @@ BOOL WINAPI ReadFile(HANDLE hFile, LPVOID lpBuffer, DWORD nNumberOfBytesToRead, 
     if (lpNumberOfBytesRead)
         *lpNumberOfBytesRead = 0;
     HandleRef ref;
-    FileObject *f = fileOf(hFile, ref);
+    FileObject *f = transferFileOf(hFile, ref, lpOverlapped, kReadRights);
     if (!f)
         return FALSE;
-    if (lpOverlapped) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return FALSE;
-    }
-    if (!(f->access & kReadRights) || f->isDirectory) {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return FALSE;
-    }
     char *out = static_cast<char *>(lpBuffer);
     DWORD done = 0;
     while (done < nNumberOfBytesToRead) {
@@ -330,17 +341,9 @@ BOOL WINAPI WriteFile(HANDLE hFile, LPCVOID lpBuffer, DWORD nNumberOfBytesToWrit
     if (lpNumberOfBytesWritten)
         *lpNumberOfBytesWritten = 0;
     HandleRef ref;
-    FileObject *f = fileOf(hFile, ref);
+    FileObject *f = transferFileOf(hFile, ref, lpOverlapped, kWriteRights);
     if (!f)
         return FALSE;
-    if (lpOverlapped) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return FALSE;
-    }
-    if (!(f->access & kWriteRights) || f->isDirectory) {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return FALSE;
-    }
     const char *in = static_cast<const char *>(lpBuffer);
     DWORD done = 0;
     while (done < nNumberOfBytesToWrite) {

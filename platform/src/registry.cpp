@@ -105,6 +105,14 @@ LONG splitPath(LPCSTR sub, std::vector<std::string> &out)
     return ERROR_SUCCESS;
 }
 
+// The key a handle names and the path of a subkey below it.
+LONG resolvePath(HKEY h, LPCSTR sub, KeyRef &k, std::vector<std::string> &path)
+{
+    if (LONG e = resolve(h, k))
+        return e;
+    return splitPath(sub, path);
+}
+
 LONG newHandle(KeyRef &k, KeyId id, DWORD access, PHKEY out)
 {
     std::shared_ptr<Store> store = k.hold ? k.hold : static_cast<RegKeyObject *>(k.ref.get())->store;
@@ -163,10 +171,8 @@ LSTATUS WINAPI RegOpenKeyExA(HKEY hKey, LPCSTR lpSubKey, DWORD ulOptions, REGSAM
     if (!phkResult)
         return ERROR_INVALID_PARAMETER;
     KeyRef k;
-    if (LONG e = resolve(hKey, k))
-        return e;
     std::vector<std::string> path;
-    if (LONG e = splitPath(lpSubKey, path))
+    if (LONG e = resolvePath(hKey, lpSubKey, k, path))
         return e;
     if (path.empty() && k.hive) {
         *phkResult = hKey; // a hive opens as itself, as on Windows
@@ -185,10 +191,8 @@ LSTATUS WINAPI RegCreateKeyExA(HKEY hKey, LPCSTR lpSubKey, DWORD Reserved, LPSTR
     if (!phkResult || (dwOptions & REG_OPTION_CREATE_LINK))
         return ERROR_INVALID_PARAMETER;
     KeyRef k;
-    if (LONG e = resolve(hKey, k))
-        return e;
     std::vector<std::string> path;
-    if (LONG e = splitPath(lpSubKey, path))
+    if (LONG e = resolvePath(hKey, lpSubKey, k, path))
         return e;
     DWORD disposition = REG_OPENED_EXISTING_KEY;
     if (path.empty() && k.hive) {
@@ -319,10 +323,8 @@ LSTATUS WINAPI RegDeleteKeyA(HKEY hKey, LPCSTR lpSubKey)
     if (!lpSubKey)
         return ERROR_INVALID_PARAMETER;
     KeyRef k;
-    if (LONG e = resolve(hKey, k))
-        return e;
     std::vector<std::string> path;
-    if (LONG e = splitPath(lpSubKey, path))
+    if (LONG e = resolvePath(hKey, lpSubKey, k, path))
         return e;
     return k.store->deleteKey(k.id, path);
 }

@@ -816,14 +816,17 @@ LONG Store::deleteValue(KeyId key, const std::string &name)
 // ---------------------------------------------------------------------------
 // Enumeration
 
-LONG Store::subkeys(KeyId key, std::shared_ptr<const std::vector<SubkeyEntry>> *out)
+template <class Entry, class EntryOf>
+LONG Store::cachedListing(KeyId key, Stmt st,
+                          std::unordered_map<KeyId, std::shared_ptr<const std::vector<Entry>>> &cache,
+                          EntryOf entryOf, std::shared_ptr<const std::vector<Entry>> *out)
 {
     std::lock_guard<std::mutex> guard(lock_);
     if (LONG e = lockForRead())
         return e;
-    bool cache = cacheable();
-    auto it = subkeyCache_.find(key);
-    if (it != subkeyCache_.end()) {
+    bool cacheNow = cacheable();
+    auto it = cache.find(key);
+    if (it != cache.end()) {
         *out = it->second;
         return *out ? ERROR_SUCCESS : ERROR_KEY_DELETED;
     }
@@ -831,57 +834,36 @@ LONG Store::subkeys(KeyId key, std::shared_ptr<const std::vector<SubkeyEntry>> *
     if (LONG e = keyRow(key, &row))
         return e;
     bool found = row.found;
-    std::shared_ptr<std::vector<SubkeyEntry>> list;
+    std::shared_ptr<std::vector<Entry>> list;
     if (found) {
-        list = std::make_shared<std::vector<SubkeyEntry>>();
-        Use q(stmt_[kListSubkeys]);
+        list = std::make_shared<std::vector<Entry>>();
+        Use q(stmt_[st]);
         q.id(1, key);
         int rc;
         while ((rc = q.step()) == SQLITE_ROW)
-            list->push_back(SubkeyEntry{q.text(0), q.text(1), q.int64(2)});
+            list->push_back(entryOf(q));
         if (rc != SQLITE_DONE)
             return sqlError(rc);
     }
-    if (cache) {
-        subkeyCache_[key] = list;
+    if (cacheNow) {
+        cache[key] = list;
         cacheEntries_ += 1 + (list ? list->size() : 0);
     }
     *out = list;
     return found ? ERROR_SUCCESS : ERROR_KEY_DELETED;
 }
 
+LONG Store::subkeys(KeyId key, std::shared_ptr<const std::vector<SubkeyEntry>> *out)
+{
+    return cachedListing(
+        key, kListSubkeys, subkeyCache_, [](Use &q) { return SubkeyEntry{q.text(0), q.text(1), q.int64(2)}; }, out);
+}
+
 LONG Store::values(KeyId key, std::shared_ptr<const std::vector<ValueEntry>> *out)
 {
-    std::lock_guard<std::mutex> guard(lock_);
-    if (LONG e = lockForRead())
-        return e;
-    bool cache = cacheable();
-    auto it = valueListCache_.find(key);
-    if (it != valueListCache_.end()) {
-        *out = it->second;
-        return *out ? ERROR_SUCCESS : ERROR_KEY_DELETED;
-    }
-    KeyRow row;
-    if (LONG e = keyRow(key, &row))
-        return e;
-    bool found = row.found;
-    std::shared_ptr<std::vector<ValueEntry>> list;
-    if (found) {
-        list = std::make_shared<std::vector<ValueEntry>>();
-        Use q(stmt_[kListValues]);
-        q.id(1, key);
-        int rc;
-        while ((rc = q.step()) == SQLITE_ROW)
-            list->push_back(ValueEntry{q.text(0), static_cast<DWORD>(q.int64(1)), q.text(2), q.int64(3)});
-        if (rc != SQLITE_DONE)
-            return sqlError(rc);
-    }
-    if (cache) {
-        valueListCache_[key] = list;
-        cacheEntries_ += 1 + (list ? list->size() : 0);
-    }
-    *out = list;
-    return found ? ERROR_SUCCESS : ERROR_KEY_DELETED;
+    return cachedListing(
+        key, kListValues, valueListCache_,
+        [](Use &q) { return ValueEntry{q.text(0), static_cast<DWORD>(q.int64(1)), q.text(2), q.int64(3)}; }, out);
 }
 
 LONG Store::info(KeyId key, KeyInfo *out)

@@ -150,6 +150,13 @@ private:
     std::unordered_map<std::string, std::pair<LONG, KeyId>> openCache_;
     std::unordered_map<KeyId, std::shared_ptr<const std::vector<SubkeyEntry>>> subkeyCache_;
     std::unordered_map<KeyId, std::shared_ptr<const std::vector<ValueEntry>>> valueListCache_;
+
+    // What subkeys and values share: the key's listing from cache, else read
+    // with statement st, one entry from each row by entryOf, and cached
+    // when the epoch allows; a deleted key is cached as a null listing.
+    template <class Entry, class EntryOf>
+    LONG cachedListing(KeyId key, Stmt st, std::unordered_map<KeyId, std::shared_ptr<const std::vector<Entry>>> &cache,
+                       EntryOf entryOf, std::shared_ptr<const std::vector<Entry>> *out);
 };
 
 } // namespace reg

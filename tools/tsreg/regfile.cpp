@@ -120,18 +120,6 @@ bool parseHexBytes(const std::string &s, std::string &out)
     return true;
 }
 
-bool sameText(const std::string &a, const char *b)
-{
-    size_t n = strlen(b);
-    if (a.size() != n)
-        return false;
-    for (size_t i = 0; i < n; ++i) {
-        if (toupper(static_cast<unsigned char>(a[i])) != toupper(static_cast<unsigned char>(b[i])))
-            return false;
-    }
-    return true;
-}
-
 bool startsWith(const std::string &s, const char *prefix)
 {
     size_t n = strlen(prefix);
@@ -144,6 +132,18 @@ const char *const kHives[][2] = {
 };
 
 } // namespace
+
+bool sameText(const std::string &a, const char *b)
+{
+    size_t n = strlen(b);
+    if (a.size() != n)
+        return false;
+    for (size_t i = 0; i < n; ++i) {
+        if (toupper(static_cast<unsigned char>(a[i])) != toupper(static_cast<unsigned char>(b[i])))
+            return false;
+    }
+    return true;
+}
 
 std::string ansiToUtf16le(const std::string &ansi)
 {

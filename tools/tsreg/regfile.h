@@ -43,6 +43,10 @@ private:
     std::string text_; // in the ANSI code page, with CR LF line ends
 };
 
+// True when a and b are the same text but for letter case, as registry
+// names and the tool's own words compare.
+bool sameText(const std::string &a, const char *b);
+
 // Parses a whole file; false with a message naming the line on failure.
 bool parseRegFile(const std::string &fileBytes, std::vector<RegEntry> &out, std::string &error);
 

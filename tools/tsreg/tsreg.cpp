@@ -57,18 +57,6 @@ const struct TypeName {
     {REG_QWORD, "REG_QWORD"},
 };
 
-bool same(const std::string &a, const char *b)
-{
-    size_t n = strlen(b);
-    if (a.size() != n)
-        return false;
-    for (size_t i = 0; i < n; ++i) {
-        if (toupper(static_cast<unsigned char>(a[i])) != toupper(static_cast<unsigned char>(b[i])))
-            return false;
-    }
-    return true;
-}
-
 int fail(const std::string &message)
 {
     fprintf(stderr, "ERROR: %s\n", message.c_str());
@@ -135,7 +123,7 @@ bool parseArgs(int argc, char **argv, bool separatorOption, Args &a, std::string
         bool option = false;
         if (arg.size() >= 2 && (arg[0] == '/' || arg[0] == '-')) {
             for (const char *known : {"v", "ve", "va", "s", "f", "y", "t", "d"})
-                option = option || same(arg.substr(1), known);
+                option = option || sameText(arg.substr(1), known);
         }
         if (!option) {
             a.positional.push_back(arg);
@@ -150,29 +138,29 @@ bool parseArgs(int argc, char **argv, bool separatorOption, Args &a, std::string
             out = argv[++i];
             return true;
         };
-        if (same(o, "v")) {
+        if (sameText(o, "v")) {
             a.hasValue = true;
             if (!next(a.valueName))
                 return false;
-        } else if (same(o, "ve")) {
+        } else if (sameText(o, "ve")) {
             a.hasValue = a.defaultValue = true;
             a.valueName.clear();
-        } else if (same(o, "va")) {
+        } else if (sameText(o, "va")) {
             a.allValues = true;
-        } else if (same(o, "s")) {
+        } else if (sameText(o, "s")) {
             if (separatorOption) {
                 if (!next(a.separator))
                     return false;
             } else {
                 a.recurse = true;
             }
-        } else if (same(o, "f") || same(o, "y")) {
+        } else if (sameText(o, "f") || sameText(o, "y")) {
             a.force = true;
-        } else if (same(o, "t")) {
+        } else if (sameText(o, "t")) {
             a.hasType = true;
             if (!next(a.type))
                 return false;
-        } else if (same(o, "d")) {
+        } else if (sameText(o, "d")) {
             a.hasData = true;
             if (!next(a.data))
                 return false;
@@ -193,7 +181,7 @@ bool parseKey(const std::string &keyText, HKEY &hive, std::string &sub, std::str
     while (!sub.empty() && sub.back() == '\\')
         sub.pop_back();
     for (const Hive &h : kHives) {
-        if (same(root, h.longName) || same(root, h.shortName)) {
+        if (sameText(root, h.longName) || sameText(root, h.shortName)) {
             hive = h.key;
             display = sub.empty() ? std::string(h.longName) : std::string(h.longName) + "\\" + sub;
             return true;
@@ -330,7 +318,7 @@ LONG queryKey(HKEY key, const std::string &display, bool recurse, const std::str
         return r;
     bool header = false;
     for (const Value &v : values) {
-        if (only && !same(v.name, only->c_str()))
+        if (only && !sameText(v.name, only->c_str()))
             continue;
         if (!header)
             printf("%s\n", display.c_str());
@@ -415,7 +403,7 @@ bool makeData(const Args &a, DWORD &type, std::string &data, std::string &error)
     if (a.hasType) {
         bool known = false;
         for (DWORD t : {REG_SZ, REG_EXPAND_SZ, REG_MULTI_SZ, REG_DWORD, REG_QWORD, REG_BINARY, REG_NONE}) {
-            if (same(a.type, typeName(t).c_str())) {
+            if (sameText(a.type, typeName(t).c_str())) {
                 type = t;
                 known = true;
             }
@@ -705,17 +693,17 @@ int main(int argc, char **argv)
     }
     Args a;
     std::string error;
-    if (!parseArgs(argc, argv, same(cmd, "add"), a, error))
+    if (!parseArgs(argc, argv, sameText(cmd, "add"), a, error))
         return fail(error);
-    if (same(cmd, "query"))
+    if (sameText(cmd, "query"))
         return cmdQuery(a);
-    if (same(cmd, "add"))
+    if (sameText(cmd, "add"))
         return cmdAdd(a);
-    if (same(cmd, "delete"))
+    if (sameText(cmd, "delete"))
         return cmdDelete(a);
-    if (same(cmd, "export"))
+    if (sameText(cmd, "export"))
         return cmdExport(a);
-    if (same(cmd, "import"))
+    if (sameText(cmd, "import"))
         return cmdImport(a);
     return fail("Unknown operation \"" + cmd + "\".\n" + std::string(kUsage));
 }
