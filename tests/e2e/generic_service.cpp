@@ -142,6 +142,42 @@ TEST_F(GenericServiceE2E, RemoveWaitsForAServiceThatIsStopping)
     CloseServiceHandle(service);
 }
 
+// The probe driven by an operator with tssc: each control prints the status
+// the service's handler reported, with its wait hint. (Before the test of
+// the whole life, for the reason given above.)
+TEST_F(GenericServiceE2E, LifeThroughTssc)
+{
+    std::string out;
+    ASSERT_EQ(RunControlTool("install", out), 0) << out;
+    SC_HANDLE service = OpenServiceA(manager_, kShortName, SERVICE_ALL_ACCESS);
+    ASSERT_NE(service, nullptr);
+    const std::string name = kShortName;
+    auto tssc = [&](const std::string &args) { return tstest::RunCaptured("tssc", args, out); };
+
+    ASSERT_EQ(tssc("start " + name), 0) << out;
+    EXPECT_NE(out.find("STATE              : 2  START_PENDING"), std::string::npos) << out;
+    ASSERT_EQ(AwaitStatus(service, {SERVICE_RUNNING, 0, 0}), (Status{SERVICE_RUNNING, 0, 0}));
+
+    ASSERT_EQ(tssc("pause " + name), 0) << out;
+    EXPECT_NE(out.find("STATE              : 6  PAUSE_PENDING"), std::string::npos) << out;
+    EXPECT_NE(out.find("WAIT_HINT          : 0x3e80"), std::string::npos) << out; // 16000
+    ASSERT_EQ(AwaitStatus(service, {SERVICE_PAUSED, 0, 0}), (Status{SERVICE_PAUSED, 0, 0}));
+    ASSERT_EQ(tssc("interrogate " + name), 0) << out;
+    EXPECT_NE(out.find("STATE              : 7  PAUSED"), std::string::npos) << out;
+
+    ASSERT_EQ(tssc("continue " + name), 0) << out;
+    EXPECT_NE(out.find("STATE              : 5  CONTINUE_PENDING"), std::string::npos) << out;
+    EXPECT_NE(out.find("WAIT_HINT          : 0x55f0"), std::string::npos) << out; // 22000
+    ASSERT_EQ(AwaitStatus(service, {SERVICE_RUNNING, 0, 0}), (Status{SERVICE_RUNNING, 0, 0}));
+
+    ASSERT_EQ(tssc("stop " + name), 0) << out;
+    EXPECT_NE(out.find("STATE              : 3  STOP_PENDING"), std::string::npos) << out;
+    EXPECT_NE(out.find("WAIT_HINT          : 0x3a98"), std::string::npos) << out; // 15000
+    EXPECT_EQ(AwaitStatus(service, {SERVICE_STOPPED, 0, 0}).state, static_cast<DWORD>(SERVICE_STOPPED));
+    CloseServiceHandle(service);
+    EXPECT_EQ(RunControlTool("remove", out), 0) << out;
+}
+
 TEST_F(GenericServiceE2E, LifeThroughTheControlTool)
 {
     unsigned long state = 99;
@@ -235,37 +271,3 @@ TEST(GenericServiceConsoleE2E, ConsoleRunEndsOnCtrlC)
     EXPECT_EQ(child.Wait(), 0) << "Begin returned TRUE after the stop answer";
 }
 
-// The same probe driven by an operator with tssc: each control prints the
-// status the service's handler reported, with its wait hint.
-TEST_F(GenericServiceE2E, LifeThroughTssc)
-{
-    std::string out;
-    ASSERT_EQ(RunControlTool("install", out), 0) << out;
-    SC_HANDLE service = OpenServiceA(manager_, kShortName, SERVICE_ALL_ACCESS);
-    ASSERT_NE(service, nullptr);
-    const std::string name = kShortName;
-    auto tssc = [&](const std::string &args) { return tstest::RunCaptured("tssc", args, out); };
-
-    ASSERT_EQ(tssc("start " + name), 0) << out;
-    EXPECT_NE(out.find("STATE              : 2  START_PENDING"), std::string::npos) << out;
-    ASSERT_EQ(AwaitStatus(service, {SERVICE_RUNNING, 0, 0}), (Status{SERVICE_RUNNING, 0, 0}));
-
-    ASSERT_EQ(tssc("pause " + name), 0) << out;
-    EXPECT_NE(out.find("STATE              : 6  PAUSE_PENDING"), std::string::npos) << out;
-    EXPECT_NE(out.find("WAIT_HINT          : 0x3e80"), std::string::npos) << out; // 16000
-    ASSERT_EQ(AwaitStatus(service, {SERVICE_PAUSED, 0, 0}), (Status{SERVICE_PAUSED, 0, 0}));
-    ASSERT_EQ(tssc("interrogate " + name), 0) << out;
-    EXPECT_NE(out.find("STATE              : 7  PAUSED"), std::string::npos) << out;
-
-    ASSERT_EQ(tssc("continue " + name), 0) << out;
-    EXPECT_NE(out.find("STATE              : 5  CONTINUE_PENDING"), std::string::npos) << out;
-    EXPECT_NE(out.find("WAIT_HINT          : 0x55f0"), std::string::npos) << out; // 22000
-    ASSERT_EQ(AwaitStatus(service, {SERVICE_RUNNING, 0, 0}), (Status{SERVICE_RUNNING, 0, 0}));
-
-    ASSERT_EQ(tssc("stop " + name), 0) << out;
-    EXPECT_NE(out.find("STATE              : 3  STOP_PENDING"), std::string::npos) << out;
-    EXPECT_NE(out.find("WAIT_HINT          : 0x3a98"), std::string::npos) << out; // 15000
-    EXPECT_EQ(AwaitStatus(service, {SERVICE_STOPPED, 0, 0}).state, static_cast<DWORD>(SERVICE_STOPPED));
-    CloseServiceHandle(service);
-    EXPECT_EQ(RunControlTool("remove", out), 0) << out;
-}
