@@ -20,6 +20,15 @@ namespace tstest {
 bool RunningUnderWine() { return false; }
 bool RunningOnPosix() { return true; }
 
+void LeaveConsoleSignalsToTheWatcher()
+{
+    sigset_t set;
+    sigemptyset(&set);
+    for (int sig : {SIGINT, SIGQUIT, SIGHUP, SIGTERM})
+        sigaddset(&set, sig);
+    pthread_sigmask(SIG_BLOCK, &set, nullptr);
+}
+
 ScopedMachineRoot::ScopedMachineRoot()
 {
     if (const char *old = getenv("TSUTIL_ROOT")) {

@@ -10,6 +10,7 @@ bool RunningUnderWine()
 }
 
 bool RunningOnPosix() { return false; }
+void LeaveConsoleSignalsToTheWatcher() {}
 
 ScopedMachineRoot::ScopedMachineRoot() {}
 ScopedMachineRoot::~ScopedMachineRoot() {}

@@ -49,6 +49,13 @@ void WaitUntilBlocked(DWORD threadId);
 // CPU time the process has used so far, in milliseconds.
 double ProcessCpuMs();
 
+// Blocks the console's signals in the calling thread and the threads it
+// starts later, so only the platform's console watcher takes them. A child
+// program calls it first: under ThreadSanitizer a signal taken by a thread
+// asleep in a platform wait is held until that thread wakes. Nothing on
+// Windows.
+void LeaveConsoleSignalsToTheWatcher();
+
 // The full path of a program built beside the test executable.
 std::string SiblingProgram(const std::string &name);
 

@@ -13,6 +13,7 @@
 //                                  written once the service is up
 // The control modes exit with 0 when the operation gave TRUE, else 1.
 #include <GenSvc.h>
+#include "TestSupport.h"
 
 #include <stdio.h>
 #include <string.h>
@@ -116,6 +117,8 @@ int main(int argc, char **argv)
     if (argc == 3 && (strcmp(argv[1], "install") == 0 || strcmp(argv[1], "remove") == 0))
         return Control(argv[1], argv[2]);
     bool console = argc == 3 && strcmp(argv[1], "console") == 0;
+    if (console)
+        tstest::LeaveConsoleSignalsToTheWatcher();
     if (argc != 1 && !console) {
         fprintf(stderr, "usage: gensvc_probe [install OUT | remove OUT | console READY]\n");
         return 64;

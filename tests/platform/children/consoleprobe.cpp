@@ -11,6 +11,8 @@
 //   ignore     Ctrl+C ignored (null handler); other events handled
 #include <windows.h>
 
+#include "TestSupport.h"
+
 #include <stdio.h>
 #include <string.h>
 
@@ -60,6 +62,7 @@ int main(int argc, char **argv)
 {
     if (argc != 3)
         return 100;
+    tstest::LeaveConsoleSignalsToTheWatcher();
     std::string mode = argv[1];
     mainThread = GetCurrentThreadId();
     done = CreateEventA(nullptr, TRUE, FALSE, nullptr);
