@@ -105,9 +105,12 @@ DWORD WINAPI watch(LPVOID)
             return 0;
         // Each event on a thread of its own, as Windows does: a handler that
         // takes its time does not hold back the next event.
-        HANDLE t = CreateThread(nullptr, 0, runHandlers, reinterpret_cast<LPVOID>(static_cast<intptr_t>(b)), 0, nullptr);
+        LPVOID sig = reinterpret_cast<LPVOID>(static_cast<intptr_t>(b));
+        HANDLE t = CreateThread(nullptr, 0, runHandlers, sig, 0, nullptr);
         if (t)
             CloseHandle(t);
+        else
+            runHandlers(sig); // late rather than lost when no thread can start
     }
 }
 
