@@ -109,6 +109,9 @@ private:
 
     class WriteTxn;
     friend class WriteTxn;
+    // Runs body under the store's lock in a write (of one statement, or a
+    // transaction), committed when body gives ERROR_SUCCESS.
+    template <class Body> LONG inWriteTxn(bool oneStatement, Body body);
     friend struct ForkGuard;
 
     struct KeyRow {
