@@ -579,13 +579,18 @@ LONG Store::keyRow(KeyId id, KeyRow *row)
     return rc == SQLITE_DONE ? ERROR_SUCCESS : sqlError(rc);
 }
 
+LONG Store::liveKeyRow(KeyId id, KeyRow *row)
+{
+    if (LONG e = keyRow(id, row))
+        return e;
+    return row->found ? ERROR_SUCCESS : ERROR_KEY_DELETED;
+}
+
 LONG Store::findPath(KeyId base, const std::vector<std::string> &path, KeyId *out)
 {
     KeyRow row;
-    if (LONG e = keyRow(base, &row))
+    if (LONG e = liveKeyRow(base, &row))
         return e;
-    if (!row.found)
-        return ERROR_KEY_DELETED;
     KeyId id = base;
     for (const std::string &level : path) {
         if (LONG e = findChild(id, foldName(level), &id, nullptr))
@@ -645,10 +650,8 @@ LONG Store::createKey(KeyId base, const std::vector<std::string> &path, const st
     if (LONG e = txn.begin())
         return e;
     KeyRow row;
-    if (LONG e = keyRow(base, &row))
+    if (LONG e = liveKeyRow(base, &row))
         return e;
-    if (!row.found)
-        return ERROR_KEY_DELETED;
     KeyId id = base;
     bool parentVolatile = row.isVolatile;
     bool created = false;
@@ -881,10 +884,8 @@ LONG Store::info(KeyId key, KeyInfo *out)
         if (LONG e = lockForRead())
             return e;
         KeyRow row;
-        if (LONG e = keyRow(key, &row))
+        if (LONG e = liveKeyRow(key, &row))
             return e;
-        if (!row.found)
-            return ERROR_KEY_DELETED;
         info.cls = row.cls;
         info.lastWrite = row.lastWrite;
     }

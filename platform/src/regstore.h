@@ -123,6 +123,8 @@ private:
     };
     LONG findChild(KeyId parent, const std::string &fold, KeyId *out, bool *isVolatile);
     LONG keyRow(KeyId id, KeyRow *row);
+    // keyRow of a key that must be there: ERROR_KEY_DELETED when it is gone.
+    LONG liveKeyRow(KeyId id, KeyRow *row);
     LONG findPath(KeyId base, const std::vector<std::string> &path, KeyId *out);
     LONG openCached(KeyId base, const std::vector<std::string> &path, KeyId *out);
     LONG sqlError(int rc);
