@@ -72,6 +72,21 @@ int WaitIndex(HANDLE *objects, int count, bool waitAll, unsigned long timeout)
     return result < static_cast<DWORD>(count) ? static_cast<int>(result) : -1;
 }
 
+// The single-entry report of the child waits and the polled parent wait:
+// found is cleared, then given the entry at the index that find returns,
+// TRUE; FALSE without found or when find gives -1.
+template <class Found, class Entry, class Find> BOOLTYPE ReportOne(Found **found, Entry *const *entries, Find find)
+{
+    if (!found)
+        return FALSE;
+    *found = nullptr;
+    int i = find();
+    if (i < 0)
+        return FALSE;
+    *found = entries[i];
+    return TRUE;
+}
+
 } // namespace
 
 // ChildMultiLock
@@ -161,14 +176,7 @@ void ChildMultiLockSepJob::ReviseInterlocksSepJob(ChildInterlockSepJob **const l
 
 BOOLTYPE ChildMultiLockSepJob::DetectRequest(ChildInterlock **found, unsigned long const &)
 {
-    if (!found)
-        return FALSE;
-    *found = nullptr;
-    int i = FirstRaised(m_pSyncObjects, m_nCount);
-    if (i < 0)
-        return FALSE;
-    *found = m_ppInterlocks[i];
-    return TRUE;
+    return ReportOne(found, m_ppInterlocks, [this] { return FirstRaised(m_pSyncObjects, m_nCount); });
 }
 
 // ChildMultiLockSepThread
@@ -204,17 +212,10 @@ void ChildMultiLockSepThread::ReviseInterlocksSepThread(ChildInterlockSepThread 
 
 BOOLTYPE ChildMultiLockSepThread::DetectRequest(ChildInterlock **found, unsigned long const &timeout)
 {
-    if (!found)
-        return FALSE;
-    *found = nullptr;
-    // A deferred array that no derived class built has nothing to wait on.
-    if (!m_pSyncObjects || m_nCount == 0)
-        return FALSE;
-    int i = WaitIndex(m_pSyncObjects, m_nCount, false, timeout);
-    if (i < 0)
-        return FALSE;
-    *found = m_ppInterlocks[i];
-    return TRUE;
+    return ReportOne(found, m_ppInterlocks, [&] {
+        // A deferred array that no derived class built has nothing to wait on.
+        return m_pSyncObjects && m_nCount != 0 ? WaitIndex(m_pSyncObjects, m_nCount, false, timeout) : -1;
+    });
 }
 
 // ChildResp1MultiLockSepThread
@@ -311,14 +312,7 @@ BOOLTYPE ParentMultiLockSepJob::WaitForResponse(unsigned long const &, BOOLTYPE 
         return TRUE;
     }
     // Without a place to put the parent, nothing can be reported.
-    if (!found)
-        return FALSE;
-    *found = nullptr;
-    int i = FirstRaised(m_pSyncObjects, m_nCount);
-    if (i < 0)
-        return FALSE;
-    *found = m_ppInterlocks[i];
-    return TRUE;
+    return ReportOne(found, m_ppInterlocks, [this] { return FirstRaised(m_pSyncObjects, m_nCount); });
 }
 
 // ParentMultiLockSepThread

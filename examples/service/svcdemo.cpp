@@ -12,6 +12,8 @@
 // and each change of state is printed.
 #include <TSUtil.h>
 
+#include "WorkerService.h"
+
 #include <stdio.h>
 #include <string.h>
 
@@ -20,46 +22,26 @@ namespace {
 char const kShortName[] = "TSSvcDemo";
 char const kLongName[] = "TSUtil Demo Service";
 
-class DemoService : public GenericService {
+class DemoService : public WorkerService {
 public:
-    DemoService(BOOLTYPE asService) : GenericService(kShortName, kLongName, asService, 1000)
-    {
-        threadDeletionDelay = 100; // the worker ends as soon as it answers the stop
-    }
-
-    // Waits for the worker after Begin has returned.
-    void Join()
-    {
-        if (worker_) {
-            WaitForSingleObject(worker_, INFINITE);
-            CloseHandle(worker_);
-            worker_ = nullptr;
-        }
-    }
+    DemoService(BOOLTYPE asService) : WorkerService(kShortName, kLongName, asService, 1000) {}
 
 protected:
-    BOOLTYPE InitPrimaryService() override
+    void Answering(Change change) override
     {
-        start_ = startInterlockPtr->SpawnChildInterlockSepThread();
-        stop_ = stopInterlockPtr->SpawnChildInterlockSepThread();
-        pause_ = pauseInterlockPtr->SpawnChildInterlockSepThread();
-        continue_ = continueInterlockPtr->SpawnChildInterlockSepThread();
-        if (!start_ || !stop_ || !pause_ || !continue_)
-            return FALSE;
-        worker_ = CreateThread(nullptr, 0, WorkerMain, this, 0, nullptr);
-        return worker_ ? TRUE : FALSE;
+        if (change != Start)
+            Say(change == Stop ? "stopping" : change == Pause ? "paused" : "running");
     }
-
-    // The run loop only waits for answers; the work is the worker's.
-    BOOLTYPE CyclePrimaryService() override { return TRUE; }
+    void Started() override { Say("running; Ctrl+C stops"); }
+    // A beat a second while running.
+    void Beat() override
+    {
+        char line[64];
+        snprintf(line, sizeof line, "beat %lu", ++beats_);
+        Say(line);
+    }
 
 private:
-    static DWORD WINAPI WorkerMain(void *self)
-    {
-        static_cast<DemoService *>(self)->Work();
-        return 0;
-    }
-
     void Say(char const *text)
     {
         if (!IsRunningAsService()) {
@@ -68,42 +50,7 @@ private:
         }
     }
 
-    // A request stays raised until the run loop has seen its answer, so
-    // the worker watches only the requests that would change its state:
-    // stop and pause while running, stop and continue while paused.
-    void Work()
-    {
-        ChildInterlockSepThread *whileRunning[] = {stop_, pause_, nullptr};
-        ChildInterlockSepThread *whilePaused[] = {stop_, continue_, nullptr};
-        ChildMultiLockSepThread running(whileRunning), paused(whilePaused);
-        start_->NotifyStateReached();
-        Say("running; Ctrl+C stops");
-        bool isPaused = false;
-        unsigned long beats = 0;
-        for (;;) {
-            ChildInterlock *found = nullptr;
-            // A beat a second while running; no time limit while paused.
-            if (!(isPaused ? paused : running).DetectRequest(&found, isPaused ? 0xFFFFFFFF : 1000)) {
-                if (!isPaused) {
-                    char line[64];
-                    snprintf(line, sizeof line, "beat %lu", ++beats);
-                    Say(line);
-                }
-                continue;
-            }
-            if (found == stop_) {
-                Say("stopping");
-                stop_->NotifyStateReached();
-                return;
-            }
-            isPaused = found == pause_;
-            Say(isPaused ? "paused" : "running");
-            static_cast<ChildInterlockSepThread *>(found)->NotifyStateReached();
-        }
-    }
-
-    HANDLE worker_ = nullptr;
-    ChildInterlockSepThread *start_ = nullptr, *stop_ = nullptr, *pause_ = nullptr, *continue_ = nullptr;
+    unsigned long beats_ = 0;
 };
 
 int Usage()

@@ -28,13 +28,19 @@ namespace {
 constexpr off_t kShareBase = 0x7FFFFFFFFFFF0000LL;
 enum ShareByte : off_t { HasRead = 1, HasWrite, HasDelete, DenyRead, DenyWrite, DenyDelete };
 
-bool othersHold(int fd, ShareByte b)
+struct flock shareLock(short type, ShareByte b)
 {
     struct flock fl = {};
-    fl.l_type = F_WRLCK;
+    fl.l_type = type;
     fl.l_whence = SEEK_SET;
     fl.l_start = kShareBase + b;
     fl.l_len = 1;
+    return fl;
+}
+
+bool othersHold(int fd, ShareByte b)
+{
+    struct flock fl = shareLock(F_WRLCK, b);
     if (fcntl(fd, F_OFD_GETLK, &fl) != 0)
         return false;
     return fl.l_type != F_UNLCK;
@@ -42,11 +48,7 @@ bool othersHold(int fd, ShareByte b)
 
 bool hold(int fd, ShareByte b)
 {
-    struct flock fl = {};
-    fl.l_type = F_RDLCK;
-    fl.l_whence = SEEK_SET;
-    fl.l_start = kShareBase + b;
-    fl.l_len = 1;
+    struct flock fl = shareLock(F_RDLCK, b);
     return fcntl(fd, F_OFD_SETLK, &fl) == 0;
 }
 
@@ -153,6 +155,53 @@ FileObject *transferFileOf(HANDLE h, HandleRef &ref, LPOVERLAPPED overlapped, DW
         return nullptr;
     }
     return f;
+}
+
+// ReadFile and WriteFile: moves up to size bytes through the file with
+// step(fd, bytes moved so far), which reads or writes the rest, until all
+// are moved or a step moves nothing (the end of the file). FALSE on an
+// error, with the error set; the count in *moved is given on success, and
+// on an error too when countOnError.
+template <class Step>
+BOOL transfer(HANDLE h, LPOVERLAPPED overlapped, DWORD rights, DWORD size, LPDWORD moved, bool countOnError, Step step)
+{
+    if (moved)
+        *moved = 0;
+    HandleRef ref;
+    FileObject *f = transferFileOf(h, ref, overlapped, rights);
+    if (!f)
+        return FALSE;
+    DWORD done = 0;
+    BOOL ok = TRUE;
+    while (done < size) {
+        ssize_t n = step(f->fd, done);
+        if (n < 0) {
+            if (errno == EINTR)
+                continue;
+            SetLastError(win32ErrorFromErrno(errno));
+            ok = FALSE;
+            break;
+        }
+        if (n == 0)
+            break;
+        done += static_cast<DWORD>(n);
+    }
+    if (moved && (ok || countOnError))
+        *moved = done;
+    return ok;
+}
+
+// The file found by path, stat'ed into st; false with the error set when
+// the path cannot be had or names nothing.
+bool statPath(LPCSTR name, std::string &p, struct stat &st)
+{
+    if (!toPosixPath(name, p))
+        return false;
+    if (stat(p.c_str(), &st) != 0) {
+        SetLastError(win32ErrorFromErrno(errno, p));
+        return false;
+    }
+    return true;
 }
 
 // "*" any run of characters, "?" one character; "*.*" is every name.
@@ -310,57 +359,17 @@ HANDLE WINAPI CreateFileA(LPCSTR lpFileName, DWORD dwDesiredAccess, DWORD dwShar
 BOOL WINAPI ReadFile(HANDLE hFile, LPVOID lpBuffer, DWORD nNumberOfBytesToRead, LPDWORD lpNumberOfBytesRead,
                      LPOVERLAPPED lpOverlapped)
 {
-    if (lpNumberOfBytesRead)
-        *lpNumberOfBytesRead = 0;
-    HandleRef ref;
-    FileObject *f = transferFileOf(hFile, ref, lpOverlapped, kReadRights);
-    if (!f)
-        return FALSE;
     char *out = static_cast<char *>(lpBuffer);
-    DWORD done = 0;
-    while (done < nNumberOfBytesToRead) {
-        ssize_t n = read(f->fd, out + done, nNumberOfBytesToRead - done);
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            SetLastError(win32ErrorFromErrno(errno));
-            return FALSE;
-        }
-        if (n == 0)
-            break;
-        done += static_cast<DWORD>(n);
-    }
-    if (lpNumberOfBytesRead)
-        *lpNumberOfBytesRead = done;
-    return TRUE;
+    return transfer(hFile, lpOverlapped, kReadRights, nNumberOfBytesToRead, lpNumberOfBytesRead, false,
+                    [&](int fd, DWORD done) { return read(fd, out + done, nNumberOfBytesToRead - done); });
 }
 
 BOOL WINAPI WriteFile(HANDLE hFile, LPCVOID lpBuffer, DWORD nNumberOfBytesToWrite, LPDWORD lpNumberOfBytesWritten,
                       LPOVERLAPPED lpOverlapped)
 {
-    if (lpNumberOfBytesWritten)
-        *lpNumberOfBytesWritten = 0;
-    HandleRef ref;
-    FileObject *f = transferFileOf(hFile, ref, lpOverlapped, kWriteRights);
-    if (!f)
-        return FALSE;
     const char *in = static_cast<const char *>(lpBuffer);
-    DWORD done = 0;
-    while (done < nNumberOfBytesToWrite) {
-        ssize_t n = write(f->fd, in + done, nNumberOfBytesToWrite - done);
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            SetLastError(win32ErrorFromErrno(errno));
-            if (lpNumberOfBytesWritten)
-                *lpNumberOfBytesWritten = done;
-            return FALSE;
-        }
-        done += static_cast<DWORD>(n);
-    }
-    if (lpNumberOfBytesWritten)
-        *lpNumberOfBytesWritten = done;
-    return TRUE;
+    return transfer(hFile, lpOverlapped, kWriteRights, nNumberOfBytesToWrite, lpNumberOfBytesWritten, true,
+                    [&](int fd, DWORD done) { return write(fd, in + done, nNumberOfBytesToWrite - done); });
 }
 
 BOOL WINAPI FlushFileBuffers(HANDLE hFile)
@@ -452,13 +461,9 @@ DWORD WINAPI GetFileSize(HANDLE hFile, LPDWORD lpFileSizeHigh)
 BOOL WINAPI DeleteFileA(LPCSTR lpFileName)
 {
     std::string p;
-    if (!toPosixPath(lpFileName, p))
-        return FALSE;
     struct stat st;
-    if (stat(p.c_str(), &st) != 0) {
-        SetLastError(win32ErrorFromErrno(errno, p));
+    if (!statPath(lpFileName, p, st))
         return FALSE;
-    }
     if (S_ISDIR(st.st_mode) || readOnlyMode(st)) {
         SetLastError(ERROR_ACCESS_DENIED);
         return FALSE;
@@ -483,26 +488,18 @@ BOOL WINAPI DeleteFileA(LPCSTR lpFileName)
 DWORD WINAPI GetFileAttributesA(LPCSTR lpFileName)
 {
     std::string p;
-    if (!toPosixPath(lpFileName, p))
-        return INVALID_FILE_ATTRIBUTES;
     struct stat st;
-    if (stat(p.c_str(), &st) != 0) {
-        SetLastError(win32ErrorFromErrno(errno, p));
+    if (!statPath(lpFileName, p, st))
         return INVALID_FILE_ATTRIBUTES;
-    }
     return attributesOf(st);
 }
 
 BOOL WINAPI SetFileAttributesA(LPCSTR lpFileName, DWORD dwFileAttributes)
 {
     std::string p;
-    if (!toPosixPath(lpFileName, p))
-        return FALSE;
     struct stat st;
-    if (stat(p.c_str(), &st) != 0) {
-        SetLastError(win32ErrorFromErrno(errno, p));
+    if (!statPath(lpFileName, p, st))
         return FALSE;
-    }
     if (!S_ISREG(st.st_mode))
         return TRUE;
     mode_t mode = st.st_mode & 07777;

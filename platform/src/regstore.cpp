@@ -536,6 +536,19 @@ private:
     bool began_ = false;
 };
 
+template <class Body> LONG Store::inWriteTxn(bool oneStatement, Body body)
+{
+    std::lock_guard<std::mutex> guard(lock_);
+    if (LONG e = lockForRead())
+        return e;
+    WriteTxn txn(*this, oneStatement);
+    if (LONG e = txn.begin())
+        return e;
+    if (LONG e = body())
+        return e;
+    return txn.commit();
+}
+
 LONG Store::findChild(KeyId parent, const std::string &fold, KeyId *out, bool *isVolatile)
 {
     Use q(stmt_[kFindChild]);
@@ -566,13 +579,18 @@ LONG Store::keyRow(KeyId id, KeyRow *row)
     return rc == SQLITE_DONE ? ERROR_SUCCESS : sqlError(rc);
 }
 
+LONG Store::liveKeyRow(KeyId id, KeyRow *row)
+{
+    if (LONG e = keyRow(id, row))
+        return e;
+    return row->found ? ERROR_SUCCESS : ERROR_KEY_DELETED;
+}
+
 LONG Store::findPath(KeyId base, const std::vector<std::string> &path, KeyId *out)
 {
     KeyRow row;
-    if (LONG e = keyRow(base, &row))
+    if (LONG e = liveKeyRow(base, &row))
         return e;
-    if (!row.found)
-        return ERROR_KEY_DELETED;
     KeyId id = base;
     for (const std::string &level : path) {
         if (LONG e = findChild(id, foldName(level), &id, nullptr))
@@ -632,10 +650,8 @@ LONG Store::createKey(KeyId base, const std::vector<std::string> &path, const st
     if (LONG e = txn.begin())
         return e;
     KeyRow row;
-    if (LONG e = keyRow(base, &row))
+    if (LONG e = liveKeyRow(base, &row))
         return e;
-    if (!row.found)
-        return ERROR_KEY_DELETED;
     KeyId id = base;
     bool parentVolatile = row.isVolatile;
     bool created = false;
@@ -680,36 +696,32 @@ LONG Store::createKey(KeyId base, const std::vector<std::string> &path, const st
 
 LONG Store::deleteKey(KeyId base, const std::vector<std::string> &path)
 {
-    std::lock_guard<std::mutex> guard(lock_);
-    if (LONG e = lockForRead())
-        return e;
-    WriteTxn txn(*this);
-    if (LONG e = txn.begin())
-        return e;
-    KeyId id;
-    if (LONG e = findPath(base, path, &id))
-        return e;
-    if (id <= kLastHiveId)
-        return ERROR_ACCESS_DENIED;
-    int rc;
-    {
-        Use q(stmt_[kCountChildren]);
-        q.id(1, id);
-        if ((rc = q.step()) != SQLITE_ROW)
-            return sqlError(rc);
-        if (q.int64(0) != 0)
+    return inWriteTxn(false, [&]() -> LONG {
+        KeyId id;
+        if (LONG e = findPath(base, path, &id))
+            return e;
+        if (id <= kLastHiveId)
             return ERROR_ACCESS_DENIED;
-    }
-    KeyRow row;
-    if (LONG e = keyRow(id, &row))
-        return e;
-    if ((rc = Use(stmt_[kDeleteKeyValues]).id(1, id).step()) != SQLITE_DONE)
-        return sqlError(rc);
-    if ((rc = Use(stmt_[kDeleteKey]).id(1, id).step()) != SQLITE_DONE)
-        return sqlError(rc);
-    if ((rc = Use(stmt_[kTouchKey]).id(1, row.parent).id(2, fileTimeNow()).step()) != SQLITE_DONE)
-        return sqlError(rc);
-    return txn.commit();
+        int rc;
+        {
+            Use q(stmt_[kCountChildren]);
+            q.id(1, id);
+            if ((rc = q.step()) != SQLITE_ROW)
+                return sqlError(rc);
+            if (q.int64(0) != 0)
+                return ERROR_ACCESS_DENIED;
+        }
+        KeyRow row;
+        if (LONG e = keyRow(id, &row))
+            return e;
+        if ((rc = Use(stmt_[kDeleteKeyValues]).id(1, id).step()) != SQLITE_DONE)
+            return sqlError(rc);
+        if ((rc = Use(stmt_[kDeleteKey]).id(1, id).step()) != SQLITE_DONE)
+            return sqlError(rc);
+        if ((rc = Use(stmt_[kTouchKey]).id(1, row.parent).id(2, fileTimeNow()).step()) != SQLITE_DONE)
+            return sqlError(rc);
+        return ERROR_SUCCESS;
+    });
 }
 
 // ---------------------------------------------------------------------------
@@ -765,52 +777,44 @@ LONG Store::queryValue(KeyId key, const std::string &name, DWORD *type, std::str
 // values' (see info), so the key's row is left alone.
 LONG Store::setValue(KeyId key, const std::string &name, DWORD type, const void *data, size_t size)
 {
-    std::lock_guard<std::mutex> guard(lock_);
-    if (LONG e = lockForRead())
-        return e;
-    WriteTxn txn(*this, true);
-    if (LONG e = txn.begin())
-        return e;
-    {
-        // One statement: nothing is written when the key is gone.
-        Use set(stmt_[kSetValue]);
-        set.id(1, key).blob(2, foldName(name)).blob(3, name).id(4, type).bytes(5, data, size).id(6, fileTimeNow());
-        if (int rc = set.step(); rc != SQLITE_DONE)
-            return sqlError(rc);
-    }
-    if (sqlite3_changes(db_) == 0)
-        return ERROR_KEY_DELETED;
-    return txn.commit();
+    return inWriteTxn(true, [&]() -> LONG {
+        {
+            // One statement: nothing is written when the key is gone.
+            Use set(stmt_[kSetValue]);
+            set.id(1, key).blob(2, foldName(name)).blob(3, name).id(4, type).bytes(5, data, size).id(6, fileTimeNow());
+            if (int rc = set.step(); rc != SQLITE_DONE)
+                return sqlError(rc);
+        }
+        if (sqlite3_changes(db_) == 0)
+            return ERROR_KEY_DELETED;
+        return ERROR_SUCCESS;
+    });
 }
 
 LONG Store::deleteValue(KeyId key, const std::string &name)
 {
-    std::lock_guard<std::mutex> guard(lock_);
-    if (LONG e = lockForRead())
-        return e;
-    WriteTxn txn(*this);
-    if (LONG e = txn.begin())
-        return e;
-    int rc;
-    {
-        Use del(stmt_[kDeleteValue]);
-        del.id(1, key).blob(2, foldName(name));
-        if ((rc = del.step()) != SQLITE_DONE)
-            return sqlError(rc);
-    }
-    if (sqlite3_changes(db_) == 0) {
-        KeyRow row;
-        if (LONG e = keyRow(key, &row))
-            return e;
-        return row.found ? ERROR_FILE_NOT_FOUND : ERROR_KEY_DELETED;
-    }
-    {
-        Use touch(stmt_[kTouchKey]);
-        touch.id(1, key).id(2, fileTimeNow());
-        if ((rc = touch.step()) != SQLITE_DONE)
-            return sqlError(rc);
-    }
-    return txn.commit();
+    return inWriteTxn(false, [&]() -> LONG {
+        int rc;
+        {
+            Use del(stmt_[kDeleteValue]);
+            del.id(1, key).blob(2, foldName(name));
+            if ((rc = del.step()) != SQLITE_DONE)
+                return sqlError(rc);
+        }
+        if (sqlite3_changes(db_) == 0) {
+            KeyRow row;
+            if (LONG e = keyRow(key, &row))
+                return e;
+            return row.found ? ERROR_FILE_NOT_FOUND : ERROR_KEY_DELETED;
+        }
+        {
+            Use touch(stmt_[kTouchKey]);
+            touch.id(1, key).id(2, fileTimeNow());
+            if ((rc = touch.step()) != SQLITE_DONE)
+                return sqlError(rc);
+        }
+        return ERROR_SUCCESS;
+    });
 }
 
 // ---------------------------------------------------------------------------
@@ -880,10 +884,8 @@ LONG Store::info(KeyId key, KeyInfo *out)
         if (LONG e = lockForRead())
             return e;
         KeyRow row;
-        if (LONG e = keyRow(key, &row))
+        if (LONG e = liveKeyRow(key, &row))
             return e;
-        if (!row.found)
-            return ERROR_KEY_DELETED;
         info.cls = row.cls;
         info.lastWrite = row.lastWrite;
     }

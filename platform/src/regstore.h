@@ -109,6 +109,9 @@ private:
 
     class WriteTxn;
     friend class WriteTxn;
+    // Runs body under the store's lock in a write (of one statement, or a
+    // transaction), committed when body gives ERROR_SUCCESS.
+    template <class Body> LONG inWriteTxn(bool oneStatement, Body body);
     friend struct ForkGuard;
 
     struct KeyRow {
@@ -120,6 +123,8 @@ private:
     };
     LONG findChild(KeyId parent, const std::string &fold, KeyId *out, bool *isVolatile);
     LONG keyRow(KeyId id, KeyRow *row);
+    // keyRow of a key that must be there: ERROR_KEY_DELETED when it is gone.
+    LONG liveKeyRow(KeyId id, KeyRow *row);
     LONG findPath(KeyId base, const std::vector<std::string> &path, KeyId *out);
     LONG openCached(KeyId base, const std::vector<std::string> &path, KeyId *out);
     LONG sqlError(int rc);

@@ -281,6 +281,26 @@ ServiceObject *service(SC_HANDLE h, HandleRef &ref)
     return lookupAs<ServiceObject>(reinterpret_cast<HANDLE>(h), ObjectKind::Service, ref);
 }
 
+// The service behind h when the handle holds the right; null with the
+// error set otherwise.
+ServiceObject *serviceWith(SC_HANDLE h, HandleRef &ref, DWORD right)
+{
+    ServiceObject *s = service(h, ref);
+    if (s && !(s->access & right)) {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return nullptr;
+    }
+    return s;
+}
+
+// The start of a request about one service: the operation and the service.
+Writer serviceRequest(Op op, const ServiceObject *s)
+{
+    Writer w;
+    w.u32(static_cast<uint32_t>(op)).u64(s->id);
+    return w;
+}
+
 // Sends a request; gives the reply's code (or the transport's) and leaves
 // the reader after it.
 DWORD request(ManagerObject *m, const Writer &w, std::string &reply)
@@ -431,15 +451,13 @@ SC_HANDLE WINAPI OpenServiceA(SC_HANDLE hSCManager, LPCSTR lpServiceName, DWORD 
 BOOL WINAPI StartServiceA(SC_HANDLE hService, DWORD dwNumServiceArgs, LPCSTR *lpServiceArgVectors)
 {
     HandleRef ref;
-    ServiceObject *s = service(hService, ref);
+    ServiceObject *s = serviceWith(hService, ref, SERVICE_START);
     if (!s)
         return FALSE;
-    if (!(s->access & SERVICE_START))
-        return fail(ERROR_ACCESS_DENIED);
     if (dwNumServiceArgs && !lpServiceArgVectors)
         return fail(ERROR_INVALID_PARAMETER);
-    Writer w;
-    w.u32(static_cast<uint32_t>(Op::Start)).u64(s->id).u32(dwNumServiceArgs);
+    Writer w = serviceRequest(Op::Start, s);
+    w.u32(dwNumServiceArgs);
     for (DWORD i = 0; i < dwNumServiceArgs; ++i) {
         if (!lpServiceArgVectors[i])
             return fail(ERROR_INVALID_PARAMETER);
@@ -473,7 +491,7 @@ BOOL WINAPI ControlService(SC_HANDLE hService, DWORD dwControl, LPSERVICE_STATUS
     if (!(s->access & needed))
         return fail(ERROR_ACCESS_DENIED);
     std::string reply;
-    DWORD code = request(s->manager, Writer().u32(static_cast<uint32_t>(Op::Control)).u64(s->id).u32(dwControl), reply);
+    DWORD code = request(s->manager, serviceRequest(Op::Control, s).u32(dwControl), reply);
     if (code == ERROR_SUCCESS || code == ERROR_INVALID_SERVICE_CONTROL || code == ERROR_SERVICE_CANNOT_ACCEPT_CTRL ||
         code == ERROR_SERVICE_NOT_ACTIVE) {
         Reader r(reply);
@@ -496,7 +514,7 @@ BOOL WINAPI QueryServiceStatus(SC_HANDLE hService, LPSERVICE_STATUS lpServiceSta
     if (!(s->access & SERVICE_QUERY_STATUS))
         return fail(ERROR_ACCESS_DENIED);
     std::string reply;
-    if (DWORD code = request(s->manager, Writer().u32(static_cast<uint32_t>(Op::Query)).u64(s->id), reply))
+    if (DWORD code = request(s->manager, serviceRequest(Op::Query, s), reply))
         return fail(code);
     Reader r(reply);
     r.u32();
@@ -507,13 +525,11 @@ BOOL WINAPI QueryServiceStatus(SC_HANDLE hService, LPSERVICE_STATUS lpServiceSta
 BOOL WINAPI DeleteService(SC_HANDLE hService)
 {
     HandleRef ref;
-    ServiceObject *s = service(hService, ref);
+    ServiceObject *s = serviceWith(hService, ref, DELETE);
     if (!s)
         return FALSE;
-    if (!(s->access & DELETE))
-        return fail(ERROR_ACCESS_DENIED);
     std::string reply;
-    if (DWORD code = request(s->manager, Writer().u32(static_cast<uint32_t>(Op::Delete)).u64(s->id), reply))
+    if (DWORD code = request(s->manager, serviceRequest(Op::Delete, s), reply))
         return fail(code);
     return TRUE;
 }

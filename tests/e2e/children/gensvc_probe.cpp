@@ -12,8 +12,8 @@
 //   gensvc_probe console READY     run on a console; the file READY is
 //                                  written once the service is up
 // The control modes exit with 0 when the operation gave TRUE, else 1.
-#include <GenSvc.h>
 #include "TestSupport.h"
+#include "WorkerService.h"
 
 #include <stdio.h>
 #include <string.h>
@@ -25,79 +25,30 @@ namespace {
 char const kShortName[] = "TSGenSvcProbe";
 char const kLongName[] = "TSUtil GenericService Probe";
 
-class ProbeService : public GenericService {
+class ProbeService : public WorkerService {
 public:
     ProbeService(BOOLTYPE asService, DWORD holdMs, std::string readyFile)
-        : GenericService(kShortName, kLongName, asService, 1000), holdMs_(holdMs), readyFile_(std::move(readyFile))
+        : WorkerService(kShortName, kLongName, asService, INFINITE), holdMs_(holdMs), readyFile_(std::move(readyFile))
     {
         startTimeout = 21000;
         pauseTimeout = 16000;
         continueTimeout = 22000;
         stopTimeout = 5000; // below the floor of the stop hint
-        threadDeletionDelay = 100;
-    }
-
-    void Join()
-    {
-        if (worker_) {
-            WaitForSingleObject(worker_, INFINITE);
-            CloseHandle(worker_);
-            worker_ = nullptr;
-        }
     }
 
 protected:
-    BOOLTYPE InitPrimaryService() override
+    void Answering(Change) override { Sleep(holdMs_); }
+    void Started() override
     {
-        start_ = startInterlockPtr->SpawnChildInterlockSepThread();
-        stop_ = stopInterlockPtr->SpawnChildInterlockSepThread();
-        pause_ = pauseInterlockPtr->SpawnChildInterlockSepThread();
-        continue_ = continueInterlockPtr->SpawnChildInterlockSepThread();
-        if (!start_ || !stop_ || !pause_ || !continue_)
-            return FALSE;
-        worker_ = CreateThread(nullptr, 0, WorkerMain, this, 0, nullptr);
-        return worker_ ? TRUE : FALSE;
-    }
-    BOOLTYPE CyclePrimaryService() override { return TRUE; }
-
-private:
-    static DWORD WINAPI WorkerMain(void *self)
-    {
-        static_cast<ProbeService *>(self)->Work();
-        return 0;
-    }
-
-    // While running the worker watches stop and pause, while paused stop
-    // and continue: a request stays raised until the run loop has seen the
-    // answer, so it is watched only in the state it would change.
-    void Work()
-    {
-        ChildInterlockSepThread *whileRunning[] = {stop_, pause_, nullptr};
-        ChildInterlockSepThread *whilePaused[] = {stop_, continue_, nullptr};
-        ChildMultiLockSepThread running(whileRunning), paused(whilePaused);
-        Sleep(holdMs_);
-        start_->NotifyStateReached();
         if (!readyFile_.empty()) {
             if (FILE *f = fopen(readyFile_.c_str(), "w"))
                 fclose(f);
         }
-        bool isPaused = false;
-        for (;;) {
-            ChildInterlock *found = nullptr;
-            if (!(isPaused ? paused : running).DetectRequest(&found, 0xFFFFFFFF))
-                continue;
-            Sleep(holdMs_);
-            static_cast<ChildInterlockSepThread *>(found)->NotifyStateReached();
-            if (found == stop_)
-                return;
-            isPaused = found == pause_;
-        }
     }
 
+private:
     DWORD holdMs_;
     std::string readyFile_;
-    HANDLE worker_ = nullptr;
-    ChildInterlockSepThread *start_ = nullptr, *stop_ = nullptr, *pause_ = nullptr, *continue_ = nullptr;
 };
 
 int Control(char const *what, char const *outFile)

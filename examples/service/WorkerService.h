@@ -1,0 +1,95 @@
+// WorkerService: a GenericService whose work is done by one worker thread
+// of its own, which answers the start, stop, pause and continue requests of
+// the run loop. The run loop itself only waits for the answers.
+//
+// A derived class says what happens around each answer and what the worker
+// does while it runs; Join waits for the worker after Begin has returned.
+#pragma once
+
+#include <GenSvc.h>
+
+class WorkerService : public GenericService {
+public:
+    // The change of state that an answer completes.
+    enum Change { Start, Stop, Pause, Continue };
+
+    WorkerService(char const *shortName, char const *longName, BOOLTYPE asService, unsigned long beatMs)
+        : GenericService(shortName, longName, asService, 1000), beatMs_(beatMs)
+    {
+        threadDeletionDelay = 100; // the worker ends as soon as it answers the stop
+    }
+
+    // Waits for the worker after Begin has returned.
+    void Join()
+    {
+        if (worker_) {
+            WaitForSingleObject(worker_, INFINITE);
+            CloseHandle(worker_);
+            worker_ = nullptr;
+        }
+    }
+
+protected:
+    // Just before the worker answers a request.
+    virtual void Answering(Change) {}
+    // Once the start is answered and the worker runs.
+    virtual void Started() {}
+    // Each beat while running: beatMs without a request (never when
+    // beatMs is INFINITE).
+    virtual void Beat() {}
+
+    BOOLTYPE InitPrimaryService() override
+    {
+        start_ = startInterlockPtr->SpawnChildInterlockSepThread();
+        stop_ = stopInterlockPtr->SpawnChildInterlockSepThread();
+        pause_ = pauseInterlockPtr->SpawnChildInterlockSepThread();
+        continue_ = continueInterlockPtr->SpawnChildInterlockSepThread();
+        if (!start_ || !stop_ || !pause_ || !continue_)
+            return FALSE;
+        worker_ = CreateThread(nullptr, 0, WorkerMain, this, 0, nullptr);
+        return worker_ ? TRUE : FALSE;
+    }
+
+    // The run loop only waits for answers; the work is the worker's.
+    BOOLTYPE CyclePrimaryService() override { return TRUE; }
+
+private:
+    static DWORD WINAPI WorkerMain(void *self)
+    {
+        static_cast<WorkerService *>(self)->Work();
+        return 0;
+    }
+
+    // A request stays raised until the run loop has seen its answer, so
+    // the worker watches only the requests that would change its state:
+    // stop and pause while running, stop and continue while paused.
+    void Work()
+    {
+        ChildInterlockSepThread *whileRunning[] = {stop_, pause_, nullptr};
+        ChildInterlockSepThread *whilePaused[] = {stop_, continue_, nullptr};
+        ChildMultiLockSepThread running(whileRunning), paused(whilePaused);
+        Answering(Start);
+        start_->NotifyStateReached();
+        Started();
+        bool isPaused = false;
+        for (;;) {
+            ChildInterlock *found = nullptr;
+            // No time limit while paused.
+            if (!(isPaused ? paused : running).DetectRequest(&found, isPaused ? INFINITE : beatMs_)) {
+                if (!isPaused)
+                    Beat();
+                continue;
+            }
+            Change change = found == stop_ ? Stop : found == pause_ ? Pause : Continue;
+            Answering(change);
+            static_cast<ChildInterlockSepThread *>(found)->NotifyStateReached();
+            if (change == Stop)
+                return;
+            isPaused = change == Pause;
+        }
+    }
+
+    unsigned long beatMs_;
+    HANDLE worker_ = nullptr;
+    ChildInterlockSepThread *start_ = nullptr, *stop_ = nullptr, *pause_ = nullptr, *continue_ = nullptr;
+};
