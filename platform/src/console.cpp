@@ -83,13 +83,14 @@ DWORD WINAPI runHandlers(LPVOID param)
 
 const int consoleSignals[] = {SIGINT, SIGQUIT, SIGHUP, SIGTERM};
 
-DWORD WINAPI watch(LPVOID)
+DWORD WINAPI watch(LPVOID started)
 {
     sigset_t mine;
     sigemptyset(&mine);
     for (int sig : consoleSignals)
         sigaddset(&mine, sig);
     pthread_sigmask(SIG_UNBLOCK, &mine, nullptr); // the handler threads inherit it
+    SetEvent(started);
     Console &c = console();
     for (;;) {
         // Asleep in poll rather than read: the sanitizer counts poll as a
@@ -122,12 +123,19 @@ bool install(Console &c)
         return false;
     fcntl(c.pipe[1], F_SETFL, O_NONBLOCK);
     writeEnd = c.pipe[1];
-    HANDLE t = CreateThread(nullptr, 0, watch, nullptr, 0, nullptr);
+    // The first call returns once the watcher runs: a signal that comes
+    // while a thread is still being set up may be missed by a sanitizer.
+    HANDLE started = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    HANDLE t = started ? CreateThread(nullptr, 0, watch, started, 0, nullptr) : nullptr;
     if (!t) {
+        if (started)
+            CloseHandle(started);
         close(c.pipe[0]);
         close(c.pipe[1]);
         return false;
     }
+    WaitForSingleObject(started, INFINITE);
+    CloseHandle(started);
     CloseHandle(t);
     struct sigaction sa {};
     sa.sa_handler = onSignal;
