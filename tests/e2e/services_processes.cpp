@@ -5,9 +5,6 @@
 #include <fstream>
 #include <sstream>
 #include <sys/stat.h>
-#ifndef _WIN32
-#include <signal.h>
-#endif
 
 using tstest::ChildProcess;
 using tstest::RunCaptured;
@@ -56,16 +53,15 @@ TEST(ServiceManagerStart, RacingFirstClientsEndWithOneDaemon)
 TEST(ServiceManagerStart, AnotherUserIsRefused)
 {
     TS_SKIP_ON_WINE("one user under Wine");
-#ifndef _WIN32
-    if (geteuid() != 0)
+    if (!tstest::MayBecomeAnotherUser())
         GTEST_SKIP() << "needs root to run a client as a second user";
     tstest::ScopedMachineRoot root;
     SC_HANDLE scm = OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CONNECT);
     ASSERT_NE(scm, nullptr) << GetLastError();
     // Let the other user reach the socket: only the daemon's own check is left.
-    ASSERT_EQ(chmod(root.path().c_str(), 0711), 0);
-    ASSERT_EQ(chmod((root.path() + "/run").c_str(), 0711), 0);
-    ASSERT_EQ(chmod((root.path() + "/run/tsscm.sock").c_str(), 0666), 0);
+    ASSERT_TRUE(tstest::SetPermissions(root.path(), 0711));
+    ASSERT_TRUE(tstest::SetPermissions(root.path() + "/run", 0711));
+    ASSERT_TRUE(tstest::SetPermissions(root.path() + "/run/tsscm.sock", 0666));
     ChildProcess other;
     ASSERT_TRUE(other.Start("scmclient", {"open-as", "65534", "65534"}));
     EXPECT_EQ(other.Wait(), ERROR_ACCESS_DENIED);
@@ -73,20 +69,18 @@ TEST(ServiceManagerStart, AnotherUserIsRefused)
     ChildProcess stop;
     ASSERT_TRUE(stop.Start("tsscm", {"--stop"}));
     EXPECT_EQ(stop.Wait(), 0);
-#endif
 }
 
 TEST_F(ServiceTest, KilledServiceProcessIsReportedAborted)
 {
     TS_SKIP_ON_WINE("Wine's service manager does not notice a service process that died");
-#ifndef _WIN32
     SC_HANDLE svc = Create("reportpid");
     ASSERT_NE(svc, nullptr);
     ASSERT_TRUE(StartServiceA(svc, 0, nullptr)) << GetLastError();
     SERVICE_STATUS st{};
     ASSERT_TRUE(WaitForState(svc, SERVICE_RUNNING, &st));
     ASSERT_GT(st.dwServiceSpecificExitCode, 1u);
-    ASSERT_EQ(kill(static_cast<pid_t>(st.dwServiceSpecificExitCode), SIGKILL), 0);
+    ASSERT_TRUE(tstest::KillProcess(st.dwServiceSpecificExitCode));
     ASSERT_TRUE(WaitForState(svc, SERVICE_STOPPED, &st));
     EXPECT_EQ(st.dwWin32ExitCode, static_cast<DWORD>(ERROR_PROCESS_ABORTED));
     EXPECT_FALSE(ControlService(svc, SERVICE_CONTROL_STOP, &st));
@@ -94,7 +88,6 @@ TEST_F(ServiceTest, KilledServiceProcessIsReportedAborted)
     // And it starts again.
     ASSERT_TRUE(StartServiceA(svc, 0, nullptr)) << GetLastError();
     ASSERT_TRUE(WaitForState(svc, SERVICE_RUNNING));
-#endif
 }
 
 TEST_F(ServiceTest, TsscRoundTrip)

@@ -6,7 +6,6 @@
 #include "TestSupport.h"
 
 #include <atomic>
-#include <new>
 #include <string>
 #include <vector>
 
@@ -174,27 +173,6 @@ TEST(IteratorTest, WalkAndPlaces)
     EXPECT_EQ(it += 2, &b);
 }
 
-// Node allocation can be made to fail where the program's allocator binds
-// every module (POSIX); see the framework's list tests.
-bool failNodeAllocation = false;
-
-} // namespace
-
-void *operator new[](size_t size, const std::nothrow_t &) noexcept
-{
-    return failNodeAllocation ? nullptr : malloc(size ? size : 1);
-}
-void *operator new[](size_t size)
-{
-    if (void *p = malloc(size ? size : 1))
-        return p;
-    throw std::bad_alloc();
-}
-void operator delete[](void *p) noexcept { free(p); }
-void operator delete[](void *p, size_t) noexcept { free(p); }
-
-namespace {
-
 TEST(SngLinkQueTest, FailedInsertionIsReportedAndSwallowed)
 {
     TS_SKIP_ON_WINE("a Windows module keeps its own allocator, out of the program's reach");
@@ -203,9 +181,9 @@ TEST(SngLinkQueTest, FailedInsertionIsReportedAndSwallowed)
     for (int i = 0; i < 10; ++i)
         q.InsertBroadcast(&a); // one full block of nodes
     ::testing::internal::CaptureStdout();
-    failNodeAllocation = true;
+    ASSERT_TRUE(tstest::FailArrayAllocation(true));
     POSITION pos = q.InsertBroadcast(&extra);
-    failNodeAllocation = false;
+    tstest::FailArrayAllocation(false);
     std::string out = ::testing::internal::GetCapturedStdout();
     EXPECT_EQ(pos, nullptr);
     EXPECT_EQ(out, "Exception caught: Unable to insert object.\n");

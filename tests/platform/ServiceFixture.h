@@ -5,13 +5,7 @@
 
 #include "TestSupport.h"
 
-#include <stdio.h>
-#ifndef _WIN32
-#include <sys/wait.h>
-#endif
-
 #include <atomic>
-
 #include <string>
 #include <vector>
 
@@ -38,10 +32,6 @@ protected:
     SC_HANDLE scm_ = nullptr;
     std::vector<std::string> created_;
 };
-
-// Runs a program beside the test with the arguments (words of one line, as
-// a shell would take them) and gives its exit code and standard output.
-int RunCaptured(const std::string &program, const std::string &args, std::string &output);
 
 } // namespace tstest
 
@@ -116,31 +106,6 @@ inline void ServiceTest::TearDown()
             EXPECT_EQ(stop.Wait(), 0);
         }
     }
-}
-
-inline int RunCaptured(const std::string &program, const std::string &args, std::string &output)
-{
-    std::string cmd = "\"" + SiblingProgram(program) + "\" " + args;
-    if (!RunningOnPosix())
-        cmd = "\"" + cmd + "\""; // cmd.exe strips one pair of outer quotes
-    output.clear();
-#ifdef _WIN32
-    FILE *p = _popen(cmd.c_str(), "r");
-#else
-    FILE *p = popen(cmd.c_str(), "r");
-#endif
-    if (!p)
-        return -1;
-    char buf[512];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, p)) > 0)
-        output.append(buf, n);
-#ifdef _WIN32
-    return _pclose(p);
-#else
-    int status = pclose(p);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-#endif
 }
 
 } // namespace tstest

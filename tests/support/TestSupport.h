@@ -83,6 +83,36 @@ private:
     bool running_ = false;
 };
 
+// The pieces of a test that differ between the legs, so that the suites
+// name no platform. Where a leg has no such thing, the call gives false
+// and the test skips on that leg first.
+
+// Sends the console event (CTRL_C_EVENT, CTRL_BREAK_EVENT, CTRL_CLOSE_EVENT,
+// CTRL_SHUTDOWN_EVENT) to the newest child process of this one as the
+// signal the platform takes for it (SIGINT, SIGQUIT, SIGHUP, SIGTERM).
+// POSIX only.
+bool SendConsoleEventToNewestChild(DWORD event);
+// The exit code of a process that the event ended because no handler took
+// it: the signal's, as a POSIX shell reports it.
+int ExitCodeOfUnhandledEvent(DWORD event);
+// Ends the process with this id at once.
+bool KillProcess(DWORD pid);
+// True when the process may become another user (root on POSIX).
+bool MayBecomeAnotherUser();
+// Sets the POSIX permission bits of a file or folder. POSIX only.
+bool SetPermissions(const std::string &path, unsigned mode);
+// Makes the calling process that user and group for good. POSIX only.
+bool BecomeUser(unsigned uid, unsigned gid);
+// Makes the nothrow array allocation, from which the framework's lists take
+// their node blocks, fail (true) or work again (false). It reaches the
+// libraries only where the program's allocator binds every module, as on
+// POSIX; on Windows a module keeps its own allocator, and the call gives
+// false.
+bool FailArrayAllocation(bool fail);
+// Runs a program beside the test with the arguments (words of one line, as
+// a shell would take them) and gives its exit code and standard output.
+int RunCaptured(const std::string &program, const std::string &args, std::string &output);
+
 } // namespace tstest
 
 // Skips the rest of a test on one leg, with the reason in the output.
