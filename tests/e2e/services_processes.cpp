@@ -148,14 +148,7 @@ TEST(ServiceManagerStart, ForegroundDaemonServesUntilStopped)
     ASSERT_TRUE(daemon.Start("tsscm", {}));
     // It listens once its socket exists; clients then reach it, not a new one.
     std::string sock = root.path() + "/run/tsscm.sock";
-    bool listening = false;
-    for (DWORD waited = 0; waited < tstest::kWaitBound && !listening; waited += 5) {
-        struct stat st;
-        listening = stat(sock.c_str(), &st) == 0;
-        if (!listening)
-            Sleep(5);
-    }
-    ASSERT_TRUE(listening);
+    ASSERT_TRUE(tstest::AwaitFile(sock));
     ChildProcess second;
     ASSERT_TRUE(second.Start("tsscm", {}));
     EXPECT_EQ(second.Wait(), 1) << "one daemon per machine root";

@@ -85,8 +85,7 @@ TEST(InterlockSepThreadTest, FullCyclesBetweenTwoThreads)
         EXPECT_EQ(work, i);
         EXPECT_EQ(p.ResetInterlock(), TRUE);
     }
-    ASSERT_EQ(WaitForSingleObject(child, kWaitBound), WAIT_OBJECT_0);
-    CloseHandle(child);
+    ASSERT_TRUE(tstest::Joined(child));
     EXPECT_EQ(parentMisses, 0);
     EXPECT_EQ(childMisses.load(), 0);
 }
@@ -141,8 +140,7 @@ TEST(InterlockSepThreadTest, TakenJobIsSeenThroughAfterTheTimeLimit)
             SetEvent(finish);
             EXPECT_EQ(p.WaitForResponse(kBound), TRUE) << "the late report stays in the response";
         }
-        ASSERT_EQ(WaitForSingleObject(child, kWaitBound), WAIT_OBJECT_0);
-        CloseHandle(child);
+        ASSERT_TRUE(tstest::Joined(child));
         CloseHandle(taken);
         CloseHandle(finish);
     }

@@ -124,8 +124,7 @@ TEST(ChildResp1MultiLockTest, RequestsAndTheOwnResponseInOneWait)
     HANDLE h = tstest::StartThread([&] { return helper->DetectRequest(kBound) && helper->NotifyStateReached() ? 0u : 1u; });
     EXPECT_EQ(lock.DetectRequest(&found, kBound), TRUE);
     EXPECT_EQ(found, nullptr) << "the extra response";
-    EXPECT_EQ(WaitForSingleObject(h, kWaitBound), WAIT_OBJECT_0);
-    CloseHandle(h);
+    EXPECT_TRUE(tstest::Joined(h));
 
     // A waiting request goes before the response, which stays until reset.
     served.parents[1]->MakeRequest();

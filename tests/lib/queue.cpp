@@ -22,14 +22,6 @@ std::atomic<int> Item::alive{0};
 
 int ValueOf(CObject *o) { return static_cast<Item *>(o)->value; }
 
-// Waits for a thread started with StartThread, within the bound.
-bool Joined(HANDLE h)
-{
-    bool ended = WaitForSingleObject(h, tstest::kWaitBound) == WAIT_OBJECT_0;
-    CloseHandle(h);
-    return ended;
-}
-
 TEST(SngLinkQueTest, FirstInFirstOutWithRemaining)
 {
     SngLinkQue q;
@@ -79,15 +71,16 @@ TEST(SngLinkQueTest, CloseWakesABlockedConsumerWithoutAnotherMessage)
     SngLinkQue q;
     CObject *got = &q;
     unsigned int remaining = 0;
-    ::testing::internal::CaptureStdout();
-    HANDLE h = tstest::StartThread([&] {
-        got = q.GetWait(remaining);
-        return 0u;
+    bool ended = false;
+    std::string out = tstest::PrintedBy([&] {
+        HANDLE h = tstest::StartThread([&] {
+            got = q.GetWait(remaining);
+            return 0u;
+        });
+        tstest::WaitUntilBlocked(GetThreadId(h));
+        q.CloseBroadcast();
+        ended = tstest::Joined(h);
     });
-    tstest::WaitUntilBlocked(GetThreadId(h));
-    q.CloseBroadcast();
-    bool ended = Joined(h);
-    std::string out = ::testing::internal::GetCapturedStdout();
     ASSERT_TRUE(ended);
     EXPECT_EQ(got, nullptr);
     EXPECT_EQ(remaining, 0xFFFFFFFFu);
@@ -106,7 +99,7 @@ TEST(SngLinkQueTest, TimedWaitWokenByAnInsertion)
     });
     tstest::WaitUntilBlocked(GetThreadId(h));
     q.InsertBroadcast(&a);
-    ASSERT_TRUE(Joined(h));
+    ASSERT_TRUE(tstest::Joined(h));
     EXPECT_EQ(got, &a);
     EXPECT_EQ(waitResult, 0u);
 }
@@ -180,11 +173,10 @@ TEST(SngLinkQueTest, FailedInsertionIsReportedAndSwallowed)
     Item a(1), extra(2);
     for (int i = 0; i < 10; ++i)
         q.InsertBroadcast(&a); // one full block of nodes
-    ::testing::internal::CaptureStdout();
+    POSITION pos = nullptr;
     ASSERT_TRUE(tstest::FailArrayAllocation(true));
-    POSITION pos = q.InsertBroadcast(&extra);
+    std::string out = tstest::PrintedBy([&] { pos = q.InsertBroadcast(&extra); });
     tstest::FailArrayAllocation(false);
-    std::string out = ::testing::internal::GetCapturedStdout();
     EXPECT_EQ(pos, nullptr);
     EXPECT_EQ(out, "Exception caught: Unable to insert object.\n");
     EXPECT_EQ(q.GetCount(), 10);
@@ -227,7 +219,7 @@ TEST(SngLinkQueTest, ManyProducersAndConsumersWithCloseRacing)
         }));
     bool allEnded = true;
     for (HANDLE h : threads)
-        allEnded &= Joined(h);
+        allEnded &= tstest::Joined(h);
     ::testing::internal::GetCapturedStdout();
     ASSERT_TRUE(allEnded);
     EXPECT_EQ(wrongEnd, 0);

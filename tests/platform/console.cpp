@@ -3,8 +3,6 @@
 // CTRL_SHUTDOWN events, last added first, on a thread of their own.
 #include "TestSupport.h"
 
-#include <stdio.h>
-
 #include <initializer_list>
 
 namespace {
@@ -19,23 +17,11 @@ public:
         ready_ = root_.path() + "/ready";
         started_ = child_.Start("consoleprobe", {mode, ready_});
     }
-    // True once the child's handlers are in place.
-    bool Ready()
-    {
-        for (DWORD waited = 0; started_ && waited < tstest::kWaitBound; waited += 2) {
-            if (FILE *f = fopen(ready_.c_str(), "r")) {
-                fclose(f);
-                return true;
-            }
-            Sleep(2);
-        }
-        return false;
-    }
     // Sends the events in turn once the handlers are in place; gives the
     // child's exit code.
     int Send(std::initializer_list<DWORD> events)
     {
-        EXPECT_TRUE(Ready());
+        EXPECT_TRUE(started_ && tstest::AwaitFile(ready_));
         for (DWORD event : events)
             EXPECT_TRUE(tstest::SendConsoleEventToNewestChild(event)) << "event " << event;
         return child_.Wait();

@@ -74,8 +74,7 @@ TEST(Threads, SuspendingARunningThreadStopsItUntilTheCountIsZero)
         Sleep(0);
     EXPECT_GT(ticks, frozen);
     stop = true;
-    EXPECT_EQ(WaitForSingleObject(t, tstest::kWaitBound), WAIT_OBJECT_0);
-    CloseHandle(t);
+    EXPECT_TRUE(tstest::Joined(t));
 }
 
 TEST(Threads, SuspendCountHasAMaximum)
@@ -89,8 +88,7 @@ TEST(Threads, SuspendCountHasAMaximum)
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SIGNAL_REFUSED));
     while (n > 0)
         ASSERT_EQ(ResumeThread(t), n--);
-    EXPECT_EQ(WaitForSingleObject(t, tstest::kWaitBound), WAIT_OBJECT_0);
-    CloseHandle(t);
+    EXPECT_TRUE(tstest::Joined(t));
 }
 
 TEST(Threads, BeginThreadClosesItsOwnHandleAndEndThreadExSetsTheCode)
@@ -123,9 +121,9 @@ TEST(Threads, IdsPrioritiesAndAffinity)
         other = GetCurrentThreadId();
         return 0u;
     });
-    WaitForSingleObject(t, tstest::kWaitBound);
+    ASSERT_EQ(WaitForSingleObject(t, tstest::kWaitBound), WAIT_OBJECT_0);
     EXPECT_NE(other, mine);
-    EXPECT_EQ(GetThreadId(t), other);
+    EXPECT_EQ(GetThreadId(t), other) << "the handle of an ended thread still tells its id";
     CloseHandle(t);
     EXPECT_EQ(GetCurrentProcessId(), static_cast<DWORD>(_getpid()));
 
@@ -179,15 +177,13 @@ TEST(Threads, ThreadLocalStorageAndLastErrorArePerThread)
     SetLastError(1234);
     void *seenThere = &mine;
     DWORD errorThere = 0;
-    HANDLE t = tstest::StartThread([&] {
+    ASSERT_TRUE(tstest::Joined(tstest::StartThread([&] {
         seenThere = TlsGetValue(index);
         TlsSetValue(index, &theirs);
         errorThere = GetLastError();
         SetLastError(99);
         return 0u;
-    });
-    WaitForSingleObject(t, tstest::kWaitBound);
-    CloseHandle(t);
+    })));
     EXPECT_EQ(seenThere, nullptr);
     EXPECT_EQ(errorThere, 0u);
     EXPECT_EQ(GetLastError(), 1234u);

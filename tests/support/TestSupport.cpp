@@ -1,6 +1,8 @@
 #include "TestSupport.h"
 
 #include <process.h>
+#include <stdio.h>
+#include <sys/stat.h>
 
 namespace tstest {
 
@@ -24,6 +26,47 @@ HANDLE StartThread(std::function<unsigned()> fn, bool suspended)
     if (!h)
         delete heapFn;
     return reinterpret_cast<HANDLE>(h);
+}
+
+bool Joined(HANDLE thread)
+{
+    bool ended = WaitForSingleObject(thread, kWaitBound) == WAIT_OBJECT_0;
+    CloseHandle(thread);
+    return ended;
+}
+
+unsigned RunOnOtherThread(std::function<unsigned()> fn)
+{
+    HANDLE h = StartThread(std::move(fn));
+    DWORD code = 0xFFFFFFFF;
+    if (!h || WaitForSingleObject(h, kWaitBound) != WAIT_OBJECT_0)
+        ADD_FAILURE() << "the thread did not end";
+    else
+        GetExitCodeThread(h, &code);
+    if (h)
+        CloseHandle(h);
+    return code;
+}
+
+bool AwaitFile(const std::string &path)
+{
+    for (DWORD waited = 0;; waited += 5) {
+        struct stat st;
+        if (stat(path.c_str(), &st) == 0)
+            return true;
+        if (waited >= kWaitBound)
+            return false;
+        Sleep(5);
+    }
+}
+
+std::string PrintedBy(const std::function<void()> &fn)
+{
+    fflush(stdout);
+    ::testing::internal::CaptureStdout();
+    fn();
+    fflush(stdout);
+    return ::testing::internal::GetCapturedStdout();
 }
 
 } // namespace tstest

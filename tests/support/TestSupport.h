@@ -83,6 +83,18 @@ private:
     bool running_ = false;
 };
 
+// Waits at most kWaitBound for the thread to end and closes its handle;
+// true when it ended.
+bool Joined(HANDLE thread);
+// Runs fn on a thread of its own to its end and gives fn's result, or
+// 0xFFFFFFFF when the thread did not end within kWaitBound.
+unsigned RunOnOtherThread(std::function<unsigned()> fn);
+// Waits at most kWaitBound for the file (of any kind) to exist; true when
+// it does.
+bool AwaitFile(const std::string &path);
+// What fn prints on standard output.
+std::string PrintedBy(const std::function<void()> &fn);
+
 // The pieces of a test that differ between the legs, so that the suites
 // name no platform. Where a leg has no such thing, the call gives false
 // and the test skips on that leg first.
