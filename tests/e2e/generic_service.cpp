@@ -5,6 +5,7 @@
 // console run of the same program ends on Ctrl+C.
 #include <GenSvc.h>
 
+#include "../platform/ScratchDir.h"
 #include "../platform/ServiceFixture.h"
 #include "TestSupport.h"
 
@@ -12,8 +13,6 @@
 
 #include <chrono>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 
 using tstest::kWaitBound;
@@ -23,14 +22,6 @@ namespace {
 char const kShortName[] = "TSGenSvcProbe";
 char const kLongName[] = "TSUtil GenericService Probe";
 std::string const kNoHandle = std::string("Unable to get service handle for ") + kLongName + "\n";
-
-std::string ReadFile(const std::filesystem::path &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 std::filesystem::path ScratchFile(const char *what)
 {
@@ -46,7 +37,7 @@ int RunControlTool(const char *mode, std::string &output)
     if (!child.Start("gensvc_probe", {mode, out.string()}))
         return -2;
     int code = child.Wait(60000); // Remove polls for as long as the stop takes
-    output = ReadFile(out);
+    output = tstest::ReadWholeFile(out.string());
     std::filesystem::remove(out);
     return code;
 }
@@ -192,7 +183,8 @@ TEST_F(GenericServiceE2E, LifeThroughTheControlTool)
     GenericService tool(kShortName, kLongName, TRUE, 0);
 
     // Start: pending with the start hint while the worker holds its answer.
-    EXPECT_EQ(tstest::PrintedBy([&] { EXPECT_EQ(tool.start_svc(0, nullptr), TRUE); }), std::string(kShortName) + " started...\n");
+    EXPECT_EQ(tstest::PrintedBy([&] { EXPECT_EQ(tool.start_svc(0, nullptr), TRUE); }),
+              std::string(kShortName) + " started...\n");
     EXPECT_EQ(AwaitStatus(service, {SERVICE_START_PENDING, 21000, 1}), (Status{SERVICE_START_PENDING, 21000, 1}));
     EXPECT_EQ(AwaitStatus(service, {SERVICE_RUNNING, 0, 0}), (Status{SERVICE_RUNNING, 0, 0}));
     EXPECT_EQ(tstest::PrintedBy([&] { EXPECT_EQ(tool.check_status(state), TRUE); }), "");
@@ -207,10 +199,12 @@ TEST_F(GenericServiceE2E, LifeThroughTheControlTool)
     EXPECT_EQ(AwaitStatus(service, {SERVICE_STOPPED, 0, 0}), (Status{SERVICE_STOPPED, 0, 0}));
     ASSERT_NE(QueryServiceStatus(service, &s), 0);
     EXPECT_EQ(s.dwWin32ExitCode, 0u);
-    EXPECT_EQ(tstest::PrintedBy([&] { EXPECT_EQ(tool.stop_svc(), FALSE); }), std::string("Unable to stop ") + kShortName + "\n");
+    EXPECT_EQ(tstest::PrintedBy([&] { EXPECT_EQ(tool.stop_svc(), FALSE); }),
+              std::string("Unable to stop ") + kShortName + "\n");
 
     // Remove stops a running service, waits for it and deletes it.
-    EXPECT_EQ(tstest::PrintedBy([&] { EXPECT_EQ(tool.start_svc(0, nullptr), TRUE); }), std::string(kShortName) + " started...\n");
+    EXPECT_EQ(tstest::PrintedBy([&] { EXPECT_EQ(tool.start_svc(0, nullptr), TRUE); }),
+              std::string(kShortName) + " started...\n");
     EXPECT_EQ(AwaitStatus(service, {SERVICE_RUNNING, 0, 0}), (Status{SERVICE_RUNNING, 0, 0}));
     EXPECT_EQ(tstest::PrintedBy([&] { EXPECT_EQ(tool.start_svc(0, nullptr), FALSE); }),
               std::string("Unable to start ") + kShortName + "\n");

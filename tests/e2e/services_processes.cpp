@@ -1,9 +1,8 @@
 // The service manager between processes: clients racing to start it, a
 // service process killed, another user refused, and tssc round trips.
+#include "../platform/ScratchDir.h"
 #include "../platform/ServiceFixture.h"
 
-#include <fstream>
-#include <sstream>
 #include <sys/stat.h>
 
 using tstest::ChildProcess;
@@ -11,14 +10,6 @@ using tstest::RunCaptured;
 using tstest::ServiceTest;
 
 namespace {
-
-std::string ReadFile(const std::string &path)
-{
-    std::ifstream in(path);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
 
 size_t Count(const std::string &text, const std::string &what)
 {
@@ -43,11 +34,9 @@ TEST(ServiceManagerStart, RacingFirstClientsEndWithOneDaemon)
         ASSERT_TRUE(c.Start("scmclient", {"open"}));
     for (ChildProcess &c : clients)
         EXPECT_EQ(c.Wait(), 0);
-    std::string log = ReadFile(root.path() + "/run/tsscm.log");
+    std::string log = tstest::ReadWholeFile(root.path() + "/run/tsscm.log");
     EXPECT_EQ(Count(log, "listening on"), 1u) << log;
-    ChildProcess stop;
-    ASSERT_TRUE(stop.Start("tsscm", {"--stop"}));
-    EXPECT_EQ(stop.Wait(), 0);
+    EXPECT_EQ(tstest::StopManager(), 0);
 }
 
 TEST(ServiceManagerStart, AnotherUserIsRefused)
@@ -66,9 +55,7 @@ TEST(ServiceManagerStart, AnotherUserIsRefused)
     ASSERT_TRUE(other.Start("scmclient", {"open-as", "65534", "65534"}));
     EXPECT_EQ(other.Wait(), ERROR_ACCESS_DENIED);
     CloseServiceHandle(scm);
-    ChildProcess stop;
-    ASSERT_TRUE(stop.Start("tsscm", {"--stop"}));
-    EXPECT_EQ(stop.Wait(), 0);
+    EXPECT_EQ(tstest::StopManager(), 0);
 }
 
 TEST_F(ServiceTest, KilledServiceProcessIsReportedAborted)
@@ -83,8 +70,8 @@ TEST_F(ServiceTest, KilledServiceProcessIsReportedAborted)
     ASSERT_TRUE(tstest::KillProcess(st.dwServiceSpecificExitCode));
     ASSERT_TRUE(WaitForState(svc, SERVICE_STOPPED, &st));
     EXPECT_EQ(st.dwWin32ExitCode, static_cast<DWORD>(ERROR_PROCESS_ABORTED));
-    EXPECT_FALSE(ControlService(svc, SERVICE_CONTROL_STOP, &st));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SERVICE_NOT_ACTIVE));
+    EXPECT_EQ(tstest::ErrorOf(ControlService(svc, SERVICE_CONTROL_STOP, &st)),
+              static_cast<DWORD>(ERROR_SERVICE_NOT_ACTIVE));
     // And it starts again.
     ASSERT_TRUE(StartServiceA(svc, 0, nullptr)) << GetLastError();
     ASSERT_TRUE(WaitForState(svc, SERVICE_RUNNING));
@@ -117,12 +104,7 @@ TEST_F(ServiceTest, TsscRoundTrip)
     EXPECT_NE(out.find("SERVICE_NAME: " + name), std::string::npos) << out;
     EXPECT_NE(out.find("DISPLAY_NAME: Test service"), std::string::npos) << out;
 
-    ASSERT_EQ(RunCaptured("tssc", "pause " + name, out), 0) << out;
-    EXPECT_NE(out.find("STATE              : 7  PAUSED"), std::string::npos) << out;
-    ASSERT_EQ(RunCaptured("tssc", "continue " + name, out), 0) << out;
-    EXPECT_NE(out.find("STATE              : 4  RUNNING"), std::string::npos) << out;
-    ASSERT_EQ(RunCaptured("tssc", "interrogate " + name, out), 0) << out;
-    EXPECT_NE(out.find("STATE              : 4  RUNNING"), std::string::npos) << out;
+    // Pause, continue and interrogate through tssc: GenericServiceE2E.LifeThroughTssc.
     EXPECT_EQ(RunCaptured("tssc", "start " + name, out), ExitCodeOf(ERROR_SERVICE_ALREADY_RUNNING)) << out;
     EXPECT_NE(out.find("[SC] StartService FAILED 1056:"), std::string::npos) << out;
     ASSERT_EQ(RunCaptured("tssc", "stop " + name, out), 0) << out;
@@ -155,9 +137,7 @@ TEST(ServiceManagerStart, ForegroundDaemonServesUntilStopped)
     ChildProcess client;
     ASSERT_TRUE(client.Start("scmclient", {"open"}));
     EXPECT_EQ(client.Wait(), 0);
-    ChildProcess stop;
-    ASSERT_TRUE(stop.Start("tsscm", {"--stop"}));
-    EXPECT_EQ(stop.Wait(), 0);
+    EXPECT_EQ(tstest::StopManager(), 0);
     EXPECT_EQ(daemon.Wait(), 0);
     struct stat st;
     EXPECT_NE(stat(sock.c_str(), &st), 0) << "the socket goes with the daemon";

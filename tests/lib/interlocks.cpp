@@ -9,17 +9,13 @@
 #include <chrono>
 
 using tstest::kWaitBound;
+using tstest::MsSince;
 
 namespace {
 
 const unsigned long kBound = kWaitBound;
 const unsigned long kNow = 0;
 const unsigned long kShort = 50;
-
-long long MsSince(std::chrono::steady_clock::time_point start)
-{
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
-}
 
 } // namespace
 

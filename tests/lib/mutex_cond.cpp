@@ -10,6 +10,7 @@
 #include <vector>
 
 using tstest::kWaitBound;
+using tstest::MsSince;
 
 namespace {
 
@@ -17,11 +18,6 @@ namespace {
 int OnOtherThread(std::function<int()> fn)
 {
     return static_cast<int>(tstest::RunOnOtherThread([&] { return static_cast<unsigned>(fn()); }));
-}
-
-long long MsSince(std::chrono::steady_clock::time_point start)
-{
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
 }
 
 } // namespace

@@ -33,6 +33,10 @@ protected:
     std::vector<std::string> created_;
 };
 
+// Stops the POSIX service manager of the machine root with "tsscm --stop";
+// gives its exit code.
+int StopManager();
+
 } // namespace tstest
 
 namespace tstest {
@@ -99,13 +103,15 @@ inline void ServiceTest::TearDown()
     }
     if (scm_)
         CloseServiceHandle(scm_);
-    if (RunningOnPosix()) {
-        // Leave no daemon behind: it stops its services and ends.
-        ChildProcess stop;
-        if (stop.Start("tsscm", {"--stop"})) {
-            EXPECT_EQ(stop.Wait(), 0);
-        }
+    if (RunningOnPosix()) { // leave no daemon behind: it stops its services and ends
+        EXPECT_EQ(StopManager(), 0);
     }
+}
+
+inline int StopManager()
+{
+    ChildProcess stop;
+    return stop.Start("tsscm", {"--stop"}) ? stop.Wait() : -1;
 }
 
 } // namespace tstest

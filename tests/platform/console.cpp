@@ -69,8 +69,7 @@ TEST(ConsoleEvents, RepeatedSignalDoesNotKillAProcessThatIsStopping)
 TEST(ConsoleEvents, RemovingAHandlerThatIsNotThereFails)
 {
     PHANDLER_ROUTINE handler = PassOn;
-    EXPECT_FALSE(SetConsoleCtrlHandler(handler, FALSE));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    EXPECT_EQ(tstest::ErrorOf(SetConsoleCtrlHandler(handler, FALSE)), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
     EXPECT_TRUE(SetConsoleCtrlHandler(handler, TRUE));
     EXPECT_TRUE(SetConsoleCtrlHandler(handler, FALSE));
 }

@@ -131,8 +131,8 @@ TEST(Threads, IdsPrioritiesAndAffinity)
     EXPECT_TRUE(SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_BELOW_NORMAL));
     EXPECT_EQ(GetThreadPriority(GetCurrentThread()), THREAD_PRIORITY_BELOW_NORMAL);
     SetLastError(0);
-    EXPECT_FALSE(SetThreadPriority(GetCurrentThread(), 1000));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    EXPECT_EQ(tstest::ErrorOf(SetThreadPriority(GetCurrentThread(), 1000)),
+              static_cast<DWORD>(ERROR_INVALID_PARAMETER));
     SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_NORMAL);
     EXPECT_EQ(GetThreadPriority(nullptr), THREAD_PRIORITY_ERROR_RETURN);
 
@@ -192,8 +192,7 @@ TEST(Threads, ThreadLocalStorageAndLastErrorArePerThread)
 
     EXPECT_TRUE(TlsFree(index));
     SetLastError(0);
-    EXPECT_FALSE(TlsFree(index));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    EXPECT_EQ(tstest::ErrorOf(TlsFree(index)), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
     DWORD again = TlsAlloc();
     if (again == index) {
         EXPECT_EQ(TlsGetValue(again), nullptr) << "a freed index starts empty again";

@@ -60,6 +60,16 @@ bool AwaitFile(const std::string &path)
     }
 }
 
+DWORD ErrorOf(BOOL ok)
+{
+    return ok ? ERROR_SUCCESS : GetLastError();
+}
+
+long long MsSince(std::chrono::steady_clock::time_point start)
+{
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
+}
+
 std::string PrintedBy(const std::function<void()> &fn)
 {
     fflush(stdout);

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <functional>
 #include <string>
 #include <vector>
@@ -92,6 +93,11 @@ unsigned RunOnOtherThread(std::function<unsigned()> fn);
 // Waits at most kWaitBound for the file (of any kind) to exist; true when
 // it does.
 bool AwaitFile(const std::string &path);
+// The error a call left that gave ok: GetLastError() when ok is false,
+// else ERROR_SUCCESS. For EXPECT_EQ(ErrorOf(SomeCall(...)), ERROR_...).
+DWORD ErrorOf(BOOL ok);
+// Milliseconds since start.
+long long MsSince(std::chrono::steady_clock::time_point start);
 // What fn prints on standard output.
 std::string PrintedBy(const std::function<void()> &fn);
 
