@@ -161,13 +161,8 @@ TEST(InterlockSepThreadTest, SharedRequestOverSeveralParents)
     EXPECT_EQ(all.WaitForResponse(kNow, FALSE, nullptr), FALSE);
     EXPECT_EQ(second->MakeRequest(), TRUE);
     EXPECT_EQ(all.WaitForResponse(kBound, TRUE, nullptr), TRUE);
-    for (HANDLE h : children) {
-        DWORD code = 99;
-        EXPECT_EQ(WaitForSingleObject(h, kWaitBound), WAIT_OBJECT_0);
-        GetExitCodeThread(h, &code);
-        EXPECT_EQ(code, 0u);
-        CloseHandle(h);
-    }
+    for (HANDLE h : children)
+        EXPECT_EQ(tstest::ThreadResult(h), 0u);
 
     EXPECT_EQ(third->ResetInterlock(), TRUE);
     EXPECT_EQ(first.SpawnChildInterlockSepThread()->DetectRequest(kNow), FALSE) << "the common request is clear";

@@ -106,11 +106,7 @@ TEST(Threads, BeginThreadClosesItsOwnHandleAndEndThreadExSetsTheCode)
     ASSERT_NE(t, nullptr);
     EXPECT_NE(id, 0u);
     EXPECT_EQ(GetThreadId(t), id);
-    ASSERT_EQ(WaitForSingleObject(t, tstest::kWaitBound), WAIT_OBJECT_0);
-    DWORD code = 0;
-    GetExitCodeThread(t, &code);
-    EXPECT_EQ(code, 42u);
-    CloseHandle(t);
+    EXPECT_EQ(tstest::ThreadResult(t), 42u);
 }
 
 TEST(Threads, IdsPrioritiesAndAffinity)

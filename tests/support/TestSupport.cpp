@@ -35,17 +35,25 @@ bool Joined(HANDLE thread)
     return ended;
 }
 
+DWORD ThreadResult(HANDLE thread)
+{
+    DWORD code = 0xFFFFFFFF;
+    if (WaitForSingleObject(thread, kWaitBound) != WAIT_OBJECT_0)
+        ADD_FAILURE() << "the thread did not end";
+    else
+        GetExitCodeThread(thread, &code);
+    CloseHandle(thread);
+    return code;
+}
+
 unsigned RunOnOtherThread(std::function<unsigned()> fn)
 {
     HANDLE h = StartThread(std::move(fn));
-    DWORD code = 0xFFFFFFFF;
-    if (!h || WaitForSingleObject(h, kWaitBound) != WAIT_OBJECT_0)
-        ADD_FAILURE() << "the thread did not end";
-    else
-        GetExitCodeThread(h, &code);
-    if (h)
-        CloseHandle(h);
-    return code;
+    if (!h) {
+        ADD_FAILURE() << "no thread";
+        return 0xFFFFFFFF;
+    }
+    return ThreadResult(h);
 }
 
 bool AwaitFile(const std::string &path)

@@ -87,6 +87,9 @@ private:
 // Waits at most kWaitBound for the thread to end and closes its handle;
 // true when it ended.
 bool Joined(HANDLE thread);
+// Waits at most kWaitBound for the thread to end, closes its handle and
+// gives its exit code; 0xFFFFFFFF when it did not end.
+DWORD ThreadResult(HANDLE thread);
 // Runs fn on a thread of its own to its end and gives fn's result, or
 // 0xFFFFFFFF when the thread did not end within kWaitBound.
 unsigned RunOnOtherThread(std::function<unsigned()> fn);
