@@ -12,13 +12,8 @@
 
 namespace {
 
+using tstest::IsDir;
 using tstest::ScratchDir;
-
-bool IsDir(const std::string &path)
-{
-    DWORD a = GetFileAttributesA(path.c_str());
-    return a != INVALID_FILE_ATTRIBUTES && (a & FILE_ATTRIBUTE_DIRECTORY);
-}
 
 // The scratch folder as the current directory, with a folder "sub" in it.
 // Each check gives one path to CFileDirectory::CreateDir or to

@@ -15,6 +15,9 @@ class ServiceTest : public ::testing::Test {
 public:
     // ImagePath of the test service with these words after it.
     static std::string ServiceCommand(const std::string &args);
+    // Polls the status until the state is reached (true) or kWaitBound
+    // passes; the last status read is left in *out.
+    static bool WaitForState(SC_HANDLE svc, DWORD state, SERVICE_STATUS *out = nullptr);
 
 protected:
     void SetUp() override;
@@ -23,10 +26,6 @@ protected:
     // Installs the test service with these words after its path; a name
     // of the test's own unless one is given. Gives an all-access handle.
     SC_HANDLE Create(const std::string &args = "", DWORD start = SERVICE_DEMAND_START, std::string *name = nullptr);
-
-    // Polls the status until the state is reached (true) or kWaitBound
-    // passes; the last status read is left in *out.
-    bool WaitForState(SC_HANDLE svc, DWORD state, SERVICE_STATUS *out = nullptr);
 
     ScopedMachineRoot root_;
     SC_HANDLE scm_ = nullptr;

@@ -10,13 +10,8 @@
 
 namespace {
 
+using tstest::IsDir;
 using tstest::ScratchDir;
-
-bool IsDir(const std::string &path)
-{
-    DWORD a = GetFileAttributesA(path.c_str());
-    return a != INVALID_FILE_ATTRIBUTES && (a & FILE_ATTRIBUTE_DIRECTORY);
-}
 
 std::string CurrentDir()
 {

@@ -162,12 +162,9 @@ TEST_F(ServiceTest, DeletedWhileRunningGoesWhenItStops)
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SERVICE_MARKED_FOR_DELETE));
     SERVICE_STATUS st{};
     EXPECT_EQ(Control(svc, SERVICE_CONTROL_STOP, st), 0u) << "a service marked for deletion still takes controls";
-    // Stopped, it goes (on Windows once the last handle is closed, too).
-    for (DWORD waited = 0; waited < tstest::kWaitBound; waited += 5) {
-        if (!QueryServiceStatus(svc, &st) || st.dwCurrentState == SERVICE_STOPPED)
-            break;
-        Sleep(5);
-    }
+    // Stopped, it goes (on Windows once the last handle is closed, too);
+    // the status may be gone before it reads as stopped.
+    WaitForState(svc, SERVICE_STOPPED);
     CloseServiceHandle(svc);
     SC_HANDLE gone = nullptr;
     for (DWORD waited = 0; waited < tstest::kWaitBound; waited += 5) {
@@ -235,13 +232,7 @@ TEST(ServiceManagerStart, AutomaticServicesStartWithTheManager)
     ASSERT_NE(scm, nullptr) << GetLastError();
     SC_HANDLE svc = OpenServiceA(scm, "tsauto", SERVICE_ALL_ACCESS);
     ASSERT_NE(svc, nullptr) << GetLastError();
-    SERVICE_STATUS st{};
-    for (DWORD waited = 0; waited < tstest::kWaitBound; waited += 5) {
-        if (!QueryServiceStatus(svc, &st) || st.dwCurrentState == SERVICE_RUNNING)
-            break;
-        Sleep(5);
-    }
-    EXPECT_EQ(st.dwCurrentState, static_cast<DWORD>(SERVICE_RUNNING));
+    EXPECT_TRUE(ServiceTest::WaitForState(svc, SERVICE_RUNNING));
     CloseServiceHandle(svc);
     CloseServiceHandle(scm);
     EXPECT_EQ(tstest::StopManager(), 0) << "the manager's clean stop ends the service too";

@@ -86,14 +86,6 @@ std::string SiblingProgram(const std::string &name)
     return (std::filesystem::read_symlink("/proc/self/exe").parent_path() / name).string();
 }
 
-ChildProcess::~ChildProcess()
-{
-    if (running_) {
-        Kill();
-        Wait();
-    }
-}
-
 bool ChildProcess::Start(const std::string &name, const std::vector<std::string> &args)
 {
     std::string path = SiblingProgram(name);
@@ -202,10 +194,7 @@ int RunCaptured(const std::string &program, const std::string &args, std::string
     FILE *p = popen(("\"" + SiblingProgram(program) + "\" " + args).c_str(), "r");
     if (!p)
         return -1;
-    char buf[512];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, p)) > 0)
-        output.append(buf, n);
+    output = ReadStream(p);
     int status = pclose(p);
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }

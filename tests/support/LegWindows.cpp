@@ -39,14 +39,6 @@ std::string SiblingProgram(const std::string &name)
     return dir + name + ".exe";
 }
 
-ChildProcess::~ChildProcess()
-{
-    if (running_) {
-        Kill();
-        Wait();
-    }
-}
-
 bool ChildProcess::Start(const std::string &name, const std::vector<std::string> &args)
 {
     std::string cmd = "\"" + SiblingProgram(name) + "\"";
@@ -124,10 +116,7 @@ int RunCaptured(const std::string &program, const std::string &args, std::string
     FILE *p = _popen(cmd.c_str(), "r");
     if (!p)
         return -1;
-    char buf[512];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, p)) > 0)
-        output.append(buf, n);
+    output = ReadStream(p);
     return _pclose(p);
 }
 

@@ -28,6 +28,24 @@ HANDLE StartThread(std::function<unsigned()> fn, bool suspended)
     return reinterpret_cast<HANDLE>(h);
 }
 
+ChildProcess::~ChildProcess()
+{
+    if (running_) {
+        Kill();
+        Wait();
+    }
+}
+
+std::string ReadStream(FILE *stream)
+{
+    std::string text;
+    char buf[512];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, stream)) > 0)
+        text.append(buf, n);
+    return text;
+}
+
 bool Joined(HANDLE thread)
 {
     bool ended = WaitForSingleObject(thread, kWaitBound) == WAIT_OBJECT_0;

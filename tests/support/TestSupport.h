@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <stdio.h>
+
 #include <chrono>
 #include <functional>
 #include <string>
@@ -103,6 +105,8 @@ DWORD ErrorOf(BOOL ok);
 long long MsSince(std::chrono::steady_clock::time_point start);
 // What fn prints on standard output.
 std::string PrintedBy(const std::function<void()> &fn);
+// All that is left to read from the stream.
+std::string ReadStream(FILE *stream);
 
 // The pieces of a test that differ between the legs, so that the suites
 // name no platform. Where a leg has no such thing, the call gives false
@@ -114,7 +118,7 @@ std::string PrintedBy(const std::function<void()> &fn);
 // POSIX only.
 bool SendConsoleEventToNewestChild(DWORD event);
 // The exit code of a process that the event ended because no handler took
-// it: the signal's, as a POSIX shell reports it.
+// it: 128 + the signal on POSIX, STATUS_CONTROL_C_EXIT on Windows.
 int ExitCodeOfUnhandledEvent(DWORD event);
 // Ends the process with this id at once.
 bool KillProcess(DWORD pid);
