@@ -5,7 +5,6 @@
 #include "TestSupport.h"
 
 #include <deque>
-#include <new>
 #include <vector>
 
 namespace {
@@ -102,45 +101,20 @@ TEST(CObListTest, EditingInThePlace)
     EXPECT_TRUE(list.IsKindOf(RUNTIME_CLASS(CObject)));
 }
 
-// A switch that makes the framework's node allocation fail. The framework
-// takes its node blocks from operator new[] (nothrow); replacing that in
-// the program reaches the framework only where the program's definition
-// binds every module, as on POSIX.
-bool failNodeAllocation = false;
-
-} // namespace
-
-void *operator new[](size_t size, const std::nothrow_t &) noexcept
-{
-    if (failNodeAllocation)
-        return nullptr;
-    return malloc(size ? size : 1);
-}
-void *operator new[](size_t size)
-{
-    if (void *p = malloc(size ? size : 1))
-        return p;
-    throw std::bad_alloc();
-}
-void operator delete[](void *p) noexcept { free(p); }
-void operator delete[](void *p, size_t) noexcept { free(p); }
-
-namespace {
-
 TEST(CObListTest, AddTailThrowsWhenNoNodeCanBeAllocated)
 {
     TS_SKIP_ON_WINE("a Windows module keeps its own allocator, out of the program's reach");
     Counted a(1), b(2);
     CObList list(1);
     list.AddTail(&a);
-    failNodeAllocation = true;
+    ASSERT_TRUE(tstest::FailArrayAllocation(true));
     CException *caught = nullptr;
     try {
         list.AddTail(&b);
     } catch (CMemoryException *e) {
         caught = e;
     }
-    failNodeAllocation = false;
+    tstest::FailArrayAllocation(false);
     ASSERT_NE(caught, nullptr);
     caught->Delete(); // the static exception survives this
     EXPECT_EQ(list.GetCount(), 1);

@@ -5,6 +5,7 @@
 // console run of the same program ends on Ctrl+C.
 #include <GenSvc.h>
 
+#include "../platform/ScratchDir.h"
 #include "../platform/ServiceFixture.h"
 #include "TestSupport.h"
 
@@ -12,9 +13,6 @@
 
 #include <chrono>
 #include <filesystem>
-#include <fstream>
-#include <functional>
-#include <sstream>
 #include <string>
 
 using tstest::kWaitBound;
@@ -24,14 +22,6 @@ namespace {
 char const kShortName[] = "TSGenSvcProbe";
 char const kLongName[] = "TSUtil GenericService Probe";
 std::string const kNoHandle = std::string("Unable to get service handle for ") + kLongName + "\n";
-
-std::string ReadFile(const std::filesystem::path &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 std::filesystem::path ScratchFile(const char *what)
 {
@@ -47,19 +37,9 @@ int RunControlTool(const char *mode, std::string &output)
     if (!child.Start("gensvc_probe", {mode, out.string()}))
         return -2;
     int code = child.Wait(60000); // Remove polls for as long as the stop takes
-    output = ReadFile(out);
+    output = tstest::ReadWholeFile(out.string());
     std::filesystem::remove(out);
     return code;
-}
-
-// Calls fn with standard output captured; gives what it printed.
-std::string Printed(const std::function<void()> &fn)
-{
-    fflush(stdout);
-    testing::internal::CaptureStdout();
-    fn();
-    fflush(stdout);
-    return testing::internal::GetCapturedStdout();
 }
 
 // The service's status as the manager reports it.
@@ -183,13 +163,13 @@ TEST_F(GenericServiceE2E, LifeThroughTheControlTool)
     unsigned long state = 99;
     {
         GenericService absent(kShortName, kLongName, TRUE, 0);
-        EXPECT_EQ(Printed([&] { EXPECT_EQ(absent.Remove(), FALSE); }), "");
-        EXPECT_EQ(Printed([&] { EXPECT_EQ(absent.start_svc(0, nullptr), FALSE); }), kNoHandle);
-        EXPECT_EQ(Printed([&] { EXPECT_EQ(absent.stop_svc(), FALSE); }), kNoHandle);
-        EXPECT_EQ(Printed([&] { EXPECT_EQ(absent.check_status(state), FALSE); }), kNoHandle);
+        EXPECT_EQ(tstest::PrintedBy([&] { EXPECT_EQ(absent.Remove(), FALSE); }), "");
+        EXPECT_EQ(tstest::PrintedBy([&] { EXPECT_EQ(absent.start_svc(0, nullptr), FALSE); }), kNoHandle);
+        EXPECT_EQ(tstest::PrintedBy([&] { EXPECT_EQ(absent.stop_svc(), FALSE); }), kNoHandle);
+        EXPECT_EQ(tstest::PrintedBy([&] { EXPECT_EQ(absent.check_status(state), FALSE); }), kNoHandle);
         EXPECT_EQ(state, 99ul);
         GenericService badName("TS\\Bad", kLongName, TRUE, 0);
-        EXPECT_EQ(Printed([&] { EXPECT_EQ(badName.Install(), FALSE); }), "Invalid Service Name\n");
+        EXPECT_EQ(tstest::PrintedBy([&] { EXPECT_EQ(badName.Install(), FALSE); }), "Invalid Service Name\n");
     }
 
     std::string out;
@@ -203,37 +183,30 @@ TEST_F(GenericServiceE2E, LifeThroughTheControlTool)
     GenericService tool(kShortName, kLongName, TRUE, 0);
 
     // Start: pending with the start hint while the worker holds its answer.
-    EXPECT_EQ(Printed([&] { EXPECT_EQ(tool.start_svc(0, nullptr), TRUE); }), std::string(kShortName) + " started...\n");
+    EXPECT_EQ(tstest::PrintedBy([&] { EXPECT_EQ(tool.start_svc(0, nullptr), TRUE); }),
+              std::string(kShortName) + " started...\n");
     EXPECT_EQ(AwaitStatus(service, {SERVICE_START_PENDING, 21000, 1}), (Status{SERVICE_START_PENDING, 21000, 1}));
     EXPECT_EQ(AwaitStatus(service, {SERVICE_RUNNING, 0, 0}), (Status{SERVICE_RUNNING, 0, 0}));
-    EXPECT_EQ(Printed([&] { EXPECT_EQ(tool.check_status(state), TRUE); }), "");
+    EXPECT_EQ(tstest::PrintedBy([&] { EXPECT_EQ(tool.check_status(state), TRUE); }), "");
     EXPECT_EQ(state, static_cast<unsigned long>(SERVICE_RUNNING));
     EXPECT_EQ(tool.GetCurrentState(), static_cast<unsigned long>(SERVICE_STOPPED)) << "check_status keeps its own record";
 
-    // Pause, with a repeat and an interrogate while it is pending.
-    EXPECT_EQ(Control(service, SERVICE_CONTROL_PAUSE), (Status{SERVICE_PAUSE_PENDING, 16000, 1}));
-    EXPECT_EQ(Control(service, SERVICE_CONTROL_PAUSE), (Status{SERVICE_PAUSE_PENDING, 0, 1}));
-    EXPECT_EQ(Control(service, SERVICE_CONTROL_INTERROGATE), (Status{SERVICE_PAUSE_PENDING, 0, 0}));
-    EXPECT_EQ(AwaitStatus(service, {SERVICE_PAUSED, 0, 0}), (Status{SERVICE_PAUSED, 0, 0}));
-
-    EXPECT_EQ(Control(service, SERVICE_CONTROL_CONTINUE), (Status{SERVICE_CONTINUE_PENDING, 22000, 1}));
-    EXPECT_EQ(Control(service, SERVICE_CONTROL_INTERROGATE), (Status{SERVICE_CONTINUE_PENDING, 0, 0}));
-    EXPECT_EQ(AwaitStatus(service, {SERVICE_RUNNING, 0, 0}), (Status{SERVICE_RUNNING, 0, 0}));
-
     // Stop: the hint has its floor of 15000 over the probe's 5000.
-    EXPECT_EQ(Printed([&] { EXPECT_EQ(tool.stop_svc(), TRUE); }), std::string(kShortName) + " stopped...\n");
+    EXPECT_EQ(tstest::PrintedBy([&] { EXPECT_EQ(tool.stop_svc(), TRUE); }), std::string(kShortName) + " stopped...\n");
     SERVICE_STATUS s{};
     ASSERT_NE(QueryServiceStatus(service, &s), 0);
     EXPECT_EQ(Of(s), (Status{SERVICE_STOP_PENDING, 15000, 1}));
     EXPECT_EQ(AwaitStatus(service, {SERVICE_STOPPED, 0, 0}), (Status{SERVICE_STOPPED, 0, 0}));
     ASSERT_NE(QueryServiceStatus(service, &s), 0);
     EXPECT_EQ(s.dwWin32ExitCode, 0u);
-    EXPECT_EQ(Printed([&] { EXPECT_EQ(tool.stop_svc(), FALSE); }), std::string("Unable to stop ") + kShortName + "\n");
+    EXPECT_EQ(tstest::PrintedBy([&] { EXPECT_EQ(tool.stop_svc(), FALSE); }),
+              std::string("Unable to stop ") + kShortName + "\n");
 
     // Remove stops a running service, waits for it and deletes it.
-    EXPECT_EQ(Printed([&] { EXPECT_EQ(tool.start_svc(0, nullptr), TRUE); }), std::string(kShortName) + " started...\n");
+    EXPECT_EQ(tstest::PrintedBy([&] { EXPECT_EQ(tool.start_svc(0, nullptr), TRUE); }),
+              std::string(kShortName) + " started...\n");
     EXPECT_EQ(AwaitStatus(service, {SERVICE_RUNNING, 0, 0}), (Status{SERVICE_RUNNING, 0, 0}));
-    EXPECT_EQ(Printed([&] { EXPECT_EQ(tool.start_svc(0, nullptr), FALSE); }),
+    EXPECT_EQ(tstest::PrintedBy([&] { EXPECT_EQ(tool.start_svc(0, nullptr), FALSE); }),
               std::string("Unable to start ") + kShortName + "\n");
     EXPECT_EQ(RunControlTool("remove", out), 0);
     EXPECT_EQ(out, "");
@@ -257,10 +230,7 @@ TEST(GenericServiceConsoleE2E, ConsoleRunEndsOnCtrlC)
     std::filesystem::remove(ready);
     tstest::ChildProcess child;
     ASSERT_TRUE(child.Start("gensvc_probe", {"console", ready.string()}));
-    auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(kWaitBound);
-    while (!std::filesystem::exists(ready) && std::chrono::steady_clock::now() < until)
-        Sleep(10);
-    ASSERT_TRUE(std::filesystem::exists(ready)) << "the console run came up";
+    ASSERT_TRUE(tstest::AwaitFile(ready.string())) << "the console run came up";
     std::filesystem::remove(ready);
     if (!child.Interrupt()) {
         DWORD error = GetLastError();

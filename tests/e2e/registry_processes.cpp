@@ -79,9 +79,8 @@ TEST_F(RegistryTest, TwoProcessesWriteAndReadTheSameKey)
     for (const char *id : {"a", "b"}) {
         for (DWORD i = 0; i < kCount; ++i) {
             std::string name = std::string(id) + "-" + std::to_string(i);
-            DWORD v = ~0u, cb = 4;
-            ASSERT_EQ(RegQueryValueExA(key_, name.c_str(), nullptr, nullptr, reinterpret_cast<BYTE *>(&v), &cb),
-                      ERROR_SUCCESS)
+            DWORD v = ~0u;
+            ASSERT_EQ(tstest::GetDword(key_, name, v), ERROR_SUCCESS)
                 << name;
             EXPECT_EQ(v, i);
         }
@@ -94,16 +93,14 @@ TEST_F(RegistryTest, ReadsSeeTheWritesOfAnotherProcess)
     HKEY reader;
     ASSERT_EQ(RegOpenKeyExA(HKEY_CURRENT_USER, path_.c_str(), 0, KEY_READ, &reader), ERROR_SUCCESS);
     for (DWORD expected : {2u, 3u, 4u}) {
-        DWORD v = 0, cb = 4;
+        DWORD v = 0;
         for (int i = 0; i < 3; ++i) // read more than once: what is kept must not go stale
-            ASSERT_EQ(RegQueryValueExA(reader, "v", nullptr, nullptr, reinterpret_cast<BYTE *>(&v), &cb),
-                      ERROR_SUCCESS);
+            ASSERT_EQ(tstest::GetDword(reader, "v", v), ERROR_SUCCESS);
         EXPECT_EQ(v, expected - 1);
         ChildProcess writer;
         ASSERT_TRUE(writer.Start("regworker", {"set", path_, "v", std::to_string(expected)}));
         ASSERT_EQ(writer.Wait(), 0);
-        cb = 4;
-        ASSERT_EQ(RegQueryValueExA(reader, "v", nullptr, nullptr, reinterpret_cast<BYTE *>(&v), &cb), ERROR_SUCCESS);
+        ASSERT_EQ(tstest::GetDword(reader, "v", v), ERROR_SUCCESS);
         EXPECT_EQ(v, expected);
     }
     RegCloseKey(reader);
@@ -117,8 +114,7 @@ TEST_F(RegistryTest, KilledWriterLeavesTheStoreWhole)
     // The registry itself says how far the writer has come.
     DWORD last = 0;
     for (DWORD waited = 0;; ++waited) {
-        DWORD cb = 4;
-        if (RegQueryValueExA(key_, "last", nullptr, nullptr, reinterpret_cast<BYTE *>(&last), &cb) == ERROR_SUCCESS &&
+        if (tstest::GetDword(key_, "last", last) == ERROR_SUCCESS &&
             last >= 100)
             break;
         ASSERT_LT(waited, tstest::kWaitBound) << "the writer does not write";
@@ -128,8 +124,7 @@ TEST_F(RegistryTest, KilledWriterLeavesTheStoreWhole)
     EXPECT_EQ(writer.Wait(), 128 + 9);
 
     // Every write that returned is there, in order; at most one more.
-    DWORD cb = 4;
-    ASSERT_EQ(RegQueryValueExA(key_, "last", nullptr, nullptr, reinterpret_cast<BYTE *>(&last), &cb), ERROR_SUCCESS);
+    ASSERT_EQ(tstest::GetDword(key_, "last", last), ERROR_SUCCESS);
     Tree tree;
     ReadTree(key_, "", tree);
     const auto &values = tree[""];
@@ -248,7 +243,7 @@ TEST_F(RegistryTest, TsregImportsTheRegistryEditorsFormat)
     EXPECT_EQ(RunTsreg({"add", "HKCU\\" + path_, "/v", "n", "/t", "REG_DWORD", "/d", "12x", "/f"}), 1);
     EXPECT_EQ(RunTsreg({"add", "HKXX\\" + path_, "/v", "n", "/f"}), 1);
     EXPECT_EQ(RunTsreg({"add", "HKCU\\" + path_, "/v", "n", "/t", "REG_DWORD", "/d", "0x10", "/f"}), 0);
-    DWORD n = 0, cb = 4;
-    EXPECT_EQ(RegQueryValueExA(key_, "n", nullptr, nullptr, reinterpret_cast<BYTE *>(&n), &cb), ERROR_SUCCESS);
+    DWORD n = 0;
+    EXPECT_EQ(tstest::GetDword(key_, "n", n), ERROR_SUCCESS);
     EXPECT_EQ(n, 16u);
 }

@@ -1,27 +1,15 @@
 // The service manager between processes: clients racing to start it, a
 // service process killed, another user refused, and tssc round trips.
+#include "../platform/ScratchDir.h"
 #include "../platform/ServiceFixture.h"
 
-#include <fstream>
-#include <sstream>
 #include <sys/stat.h>
-#ifndef _WIN32
-#include <signal.h>
-#endif
 
 using tstest::ChildProcess;
 using tstest::RunCaptured;
 using tstest::ServiceTest;
 
 namespace {
-
-std::string ReadFile(const std::string &path)
-{
-    std::ifstream in(path);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
 
 size_t Count(const std::string &text, const std::string &what)
 {
@@ -46,55 +34,47 @@ TEST(ServiceManagerStart, RacingFirstClientsEndWithOneDaemon)
         ASSERT_TRUE(c.Start("scmclient", {"open"}));
     for (ChildProcess &c : clients)
         EXPECT_EQ(c.Wait(), 0);
-    std::string log = ReadFile(root.path() + "/run/tsscm.log");
+    std::string log = tstest::ReadWholeFile(root.path() + "/run/tsscm.log");
     EXPECT_EQ(Count(log, "listening on"), 1u) << log;
-    ChildProcess stop;
-    ASSERT_TRUE(stop.Start("tsscm", {"--stop"}));
-    EXPECT_EQ(stop.Wait(), 0);
+    EXPECT_EQ(tstest::StopManager(), 0);
 }
 
 TEST(ServiceManagerStart, AnotherUserIsRefused)
 {
     TS_SKIP_ON_WINE("one user under Wine");
-#ifndef _WIN32
-    if (geteuid() != 0)
+    if (!tstest::MayBecomeAnotherUser())
         GTEST_SKIP() << "needs root to run a client as a second user";
     tstest::ScopedMachineRoot root;
     SC_HANDLE scm = OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CONNECT);
     ASSERT_NE(scm, nullptr) << GetLastError();
     // Let the other user reach the socket: only the daemon's own check is left.
-    ASSERT_EQ(chmod(root.path().c_str(), 0711), 0);
-    ASSERT_EQ(chmod((root.path() + "/run").c_str(), 0711), 0);
-    ASSERT_EQ(chmod((root.path() + "/run/tsscm.sock").c_str(), 0666), 0);
+    ASSERT_TRUE(tstest::SetPermissions(root.path(), 0711));
+    ASSERT_TRUE(tstest::SetPermissions(root.path() + "/run", 0711));
+    ASSERT_TRUE(tstest::SetPermissions(root.path() + "/run/tsscm.sock", 0666));
     ChildProcess other;
     ASSERT_TRUE(other.Start("scmclient", {"open-as", "65534", "65534"}));
     EXPECT_EQ(other.Wait(), ERROR_ACCESS_DENIED);
     CloseServiceHandle(scm);
-    ChildProcess stop;
-    ASSERT_TRUE(stop.Start("tsscm", {"--stop"}));
-    EXPECT_EQ(stop.Wait(), 0);
-#endif
+    EXPECT_EQ(tstest::StopManager(), 0);
 }
 
 TEST_F(ServiceTest, KilledServiceProcessIsReportedAborted)
 {
     TS_SKIP_ON_WINE("Wine's service manager does not notice a service process that died");
-#ifndef _WIN32
     SC_HANDLE svc = Create("reportpid");
     ASSERT_NE(svc, nullptr);
     ASSERT_TRUE(StartServiceA(svc, 0, nullptr)) << GetLastError();
     SERVICE_STATUS st{};
     ASSERT_TRUE(WaitForState(svc, SERVICE_RUNNING, &st));
     ASSERT_GT(st.dwServiceSpecificExitCode, 1u);
-    ASSERT_EQ(kill(static_cast<pid_t>(st.dwServiceSpecificExitCode), SIGKILL), 0);
+    ASSERT_TRUE(tstest::KillProcess(st.dwServiceSpecificExitCode));
     ASSERT_TRUE(WaitForState(svc, SERVICE_STOPPED, &st));
     EXPECT_EQ(st.dwWin32ExitCode, static_cast<DWORD>(ERROR_PROCESS_ABORTED));
-    EXPECT_FALSE(ControlService(svc, SERVICE_CONTROL_STOP, &st));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SERVICE_NOT_ACTIVE));
+    EXPECT_EQ(tstest::ErrorOf(ControlService(svc, SERVICE_CONTROL_STOP, &st)),
+              static_cast<DWORD>(ERROR_SERVICE_NOT_ACTIVE));
     // And it starts again.
     ASSERT_TRUE(StartServiceA(svc, 0, nullptr)) << GetLastError();
     ASSERT_TRUE(WaitForState(svc, SERVICE_RUNNING));
-#endif
 }
 
 TEST_F(ServiceTest, TsscRoundTrip)
@@ -124,12 +104,7 @@ TEST_F(ServiceTest, TsscRoundTrip)
     EXPECT_NE(out.find("SERVICE_NAME: " + name), std::string::npos) << out;
     EXPECT_NE(out.find("DISPLAY_NAME: Test service"), std::string::npos) << out;
 
-    ASSERT_EQ(RunCaptured("tssc", "pause " + name, out), 0) << out;
-    EXPECT_NE(out.find("STATE              : 7  PAUSED"), std::string::npos) << out;
-    ASSERT_EQ(RunCaptured("tssc", "continue " + name, out), 0) << out;
-    EXPECT_NE(out.find("STATE              : 4  RUNNING"), std::string::npos) << out;
-    ASSERT_EQ(RunCaptured("tssc", "interrogate " + name, out), 0) << out;
-    EXPECT_NE(out.find("STATE              : 4  RUNNING"), std::string::npos) << out;
+    // Pause, continue and interrogate through tssc: GenericServiceE2E.LifeThroughTssc.
     EXPECT_EQ(RunCaptured("tssc", "start " + name, out), ExitCodeOf(ERROR_SERVICE_ALREADY_RUNNING)) << out;
     EXPECT_NE(out.find("[SC] StartService FAILED 1056:"), std::string::npos) << out;
     ASSERT_EQ(RunCaptured("tssc", "stop " + name, out), 0) << out;
@@ -155,23 +130,14 @@ TEST(ServiceManagerStart, ForegroundDaemonServesUntilStopped)
     ASSERT_TRUE(daemon.Start("tsscm", {}));
     // It listens once its socket exists; clients then reach it, not a new one.
     std::string sock = root.path() + "/run/tsscm.sock";
-    bool listening = false;
-    for (DWORD waited = 0; waited < tstest::kWaitBound && !listening; waited += 5) {
-        struct stat st;
-        listening = stat(sock.c_str(), &st) == 0;
-        if (!listening)
-            Sleep(5);
-    }
-    ASSERT_TRUE(listening);
+    ASSERT_TRUE(tstest::AwaitFile(sock));
     ChildProcess second;
     ASSERT_TRUE(second.Start("tsscm", {}));
     EXPECT_EQ(second.Wait(), 1) << "one daemon per machine root";
     ChildProcess client;
     ASSERT_TRUE(client.Start("scmclient", {"open"}));
     EXPECT_EQ(client.Wait(), 0);
-    ChildProcess stop;
-    ASSERT_TRUE(stop.Start("tsscm", {"--stop"}));
-    EXPECT_EQ(stop.Wait(), 0);
+    EXPECT_EQ(tstest::StopManager(), 0);
     EXPECT_EQ(daemon.Wait(), 0);
     struct stat st;
     EXPECT_NE(stat(sock.c_str(), &st), 0) << "the socket goes with the daemon";

@@ -12,15 +12,13 @@
 
 namespace {
 
+using tstest::IsDir;
 using tstest::ScratchDir;
 
-bool IsDir(const std::string &path)
-{
-    DWORD a = GetFileAttributesA(path.c_str());
-    return a != INVALID_FILE_ATTRIBUTES && (a & FILE_ATTRIBUTE_DIRECTORY);
-}
-
 // The scratch folder as the current directory, with a folder "sub" in it.
+// Each check gives one path to CFileDirectory::CreateDir or to
+// GenericFile::CreateDirBranch, with the result expected and the folder
+// (below the scratch folder) that is then there or not.
 class PathTable : public ::testing::Test {
 protected:
     void SetUp() override
@@ -31,66 +29,66 @@ protected:
     std::string Under(const std::string &name) { return dir / name; }
     // The scratch folder's path below the drive's root, without the drive.
     std::string Rooted(const std::string &name) { return dir.path().substr(2) + "\\" + name; }
+    void Dir(const std::string &path, int result, const char *folder = nullptr, bool made = true)
+    {
+        EXPECT_EQ(CFileDirectory::CreateDir(path.c_str()), result) << path;
+        if (folder) {
+            EXPECT_EQ(IsDir(Under(folder)), made) << path;
+        }
+    }
+    void Branch(const std::string &path, int level, int result, const char *folder = nullptr, bool made = true)
+    {
+        EXPECT_EQ(GenericFile::CreateDirBranch(path.c_str(), level), result) << path;
+        if (folder) {
+            EXPECT_EQ(IsDir(Under(folder)), made) << path;
+        }
+    }
     ScratchDir dir;
 };
 
+const int kDone = GenericFile::BranchDone, kNoPath = GenericFile::BranchNoPath, kFailed = GenericFile::BranchFailed;
+
 TEST_F(PathTable, DriveRootAndTwoNames)
 {
-    EXPECT_EQ(CFileDirectory::CreateDir(Under("a1\\b1").c_str()), 1);
-    EXPECT_TRUE(IsDir(Under("a1\\b1")));
-    EXPECT_EQ(GenericFile::CreateDirBranch(Under("a2\\b2").c_str(), 0), GenericFile::BranchDone);
-    EXPECT_TRUE(IsDir(Under("a2\\b2")));
+    Dir(Under("a1\\b1"), 1, "a1\\b1");
+    Branch(Under("a2\\b2"), 0, kDone, "a2\\b2");
     // The same with a separator at the end.
-    EXPECT_EQ(CFileDirectory::CreateDir(Under("a3\\b3\\").c_str()), 1);
-    EXPECT_TRUE(IsDir(Under("a3\\b3")));
-    EXPECT_EQ(GenericFile::CreateDirBranch(Under("a4\\b4\\").c_str(), 0), GenericFile::BranchDone);
-    EXPECT_TRUE(IsDir(Under("a4\\b4")));
+    Dir(Under("a3\\b3\\"), 1, "a3\\b3");
+    Branch(Under("a4\\b4\\"), 0, kDone, "a4\\b4");
 }
 
 TEST_F(PathTable, RelativeAndRootedNames)
 {
     // Two names, relative.
-    EXPECT_EQ(CFileDirectory::CreateDir("r1\\r2"), 0);
-    EXPECT_FALSE(IsDir(Under("r1")));
-    EXPECT_EQ(GenericFile::CreateDirBranch("r3\\r4", 0), GenericFile::BranchDone);
-    EXPECT_TRUE(IsDir(Under("r3\\r4")));
+    Dir("r1\\r2", 0, "r1", false);
+    Branch("r3\\r4", 0, kDone, "r3\\r4");
     // A root separator and two names: CreateDir loses the root.
-    EXPECT_EQ(CFileDirectory::CreateDir(Rooted("s1\\s2").c_str()), 0);
-    EXPECT_FALSE(IsDir(Under("s1")));
-    EXPECT_EQ(GenericFile::CreateDirBranch(Rooted("s3\\s4").c_str(), 0), GenericFile::BranchDone);
-    EXPECT_TRUE(IsDir(Under("s3\\s4")));
+    Dir(Rooted("s1\\s2"), 0, "s1", false);
+    Branch(Rooted("s3\\s4"), 0, kDone, "s3\\s4");
     // One name.
-    EXPECT_EQ(CFileDirectory::CreateDir("o1"), 1);
-    EXPECT_FALSE(IsDir(Under("o1")));
-    EXPECT_EQ(GenericFile::CreateDirBranch("o2", 0), GenericFile::BranchDone);
-    EXPECT_TRUE(IsDir(Under("o2")));
+    Dir("o1", 1, "o1", false);
+    Branch("o2", 0, kDone, "o2");
     // Dots, a separator and a name.
-    EXPECT_EQ(CFileDirectory::CreateDir(".\\d1"), 1);
-    EXPECT_TRUE(IsDir(Under("d1")));
-    EXPECT_EQ(GenericFile::CreateDirBranch(".\\d2", 0), GenericFile::BranchDone);
-    EXPECT_TRUE(IsDir(Under("d2")));
+    Dir(".\\d1", 1, "d1");
+    Branch(".\\d2", 0, kDone, "d2");
     ASSERT_TRUE(SetCurrentDirectoryA(Under("sub").c_str()));
-    EXPECT_EQ(CFileDirectory::CreateDir("..\\d3"), 1);
-    EXPECT_TRUE(IsDir(Under("d3")));
-    EXPECT_EQ(GenericFile::CreateDirBranch("..\\d4", 0), GenericFile::BranchDone);
-    EXPECT_TRUE(IsDir(Under("d4")));
+    Dir("..\\d3", 1, "d3");
+    Branch("..\\d4", 0, kDone, "d4");
     // A first component that merely begins with a dot is still made.
-    EXPECT_EQ(GenericFile::CreateDirBranch(".hidden\\x", 0), GenericFile::BranchDone);
-    EXPECT_TRUE(IsDir(Under("sub\\.hidden\\x")));
+    Branch(".hidden\\x", 0, kDone, "sub\\.hidden\\x");
 }
 
 TEST_F(PathTable, NothingToMake)
 {
-    EXPECT_EQ(CFileDirectory::CreateDir("Q:\\"), 1);
-    EXPECT_EQ(GenericFile::CreateDirBranch("Q:\\", 0), GenericFile::BranchNoPath);
-    EXPECT_EQ(CFileDirectory::CreateDir(""), 1);
-    EXPECT_EQ(GenericFile::CreateDirBranch("", 0), GenericFile::BranchNoPath);
+    Dir("Q:\\", 1);
+    Branch("Q:\\", 0, kNoPath);
+    Dir("", 1);
+    Branch("", 0, kNoPath);
     // Level 1 on one component that does not exist.
-    EXPECT_EQ(GenericFile::CreateDirBranch("lv", 1), GenericFile::BranchNoPath);
-    EXPECT_FALSE(IsDir(Under("lv")));
+    Branch("lv", 1, kNoPath, "lv", false);
     // A directory that exists, whatever the level.
-    EXPECT_EQ(GenericFile::CreateDirBranch(Under("sub").c_str(), 0), GenericFile::BranchDone);
-    EXPECT_EQ(GenericFile::CreateDirBranch(Under("sub").c_str(), 7), GenericFile::BranchDone);
+    Branch(Under("sub"), 0, kDone);
+    Branch(Under("sub"), 7, kDone);
 }
 
 TEST_F(PathTable, ForwardSlashes)
@@ -99,33 +97,27 @@ TEST_F(PathTable, ForwardSlashes)
     for (char &c : fwd)
         if (c == '\\')
             c = '/';
-    EXPECT_EQ(CFileDirectory::CreateDir(fwd.c_str()), 1);
-    EXPECT_FALSE(IsDir(Under("f1")));
-    EXPECT_EQ(GenericFile::CreateDirBranch(fwd.c_str(), 0), GenericFile::BranchFailed);
-    EXPECT_FALSE(IsDir(Under("f1")));
+    Dir(fwd, 1, "f1", false);
+    Branch(fwd, 0, kFailed, "f1", false);
     ASSERT_TRUE(CreateDirectoryA(Under("f1").c_str(), nullptr));
     ASSERT_TRUE(CreateDirectoryA(Under("f1\\f2").c_str(), nullptr));
-    EXPECT_EQ(GenericFile::CreateDirBranch(fwd.c_str(), 0), GenericFile::BranchDone);
-    EXPECT_TRUE(IsDir(Under("f1\\f2\\f3")));
+    Branch(fwd, 0, kDone, "f1\\f2\\f3");
 }
 
 TEST_F(PathTable, FilesInTheWayAndDoubledSeparators)
 {
     ASSERT_TRUE(tstest::WriteWholeFile(Under("plain"), "x"));
-    EXPECT_EQ(GenericFile::CreateDirBranch(Under("plain\\x").c_str(), 0), GenericFile::BranchFailed);
-    EXPECT_EQ(CFileDirectory::CreateDir(Under("plain\\x").c_str()), 0);
-    EXPECT_EQ(GenericFile::CreateDirBranch(Under("plain").c_str(), 0), GenericFile::BranchFailed);
-    EXPECT_EQ(CFileDirectory::CreateDir(Under("plain").c_str()), 1); // found: what it is does not matter
+    Branch(Under("plain\\x"), 0, kFailed);
+    Dir(Under("plain\\x"), 0);
+    Branch(Under("plain"), 0, kFailed);
+    Dir(Under("plain"), 1); // found: what it is does not matter
 
-    EXPECT_EQ(CFileDirectory::CreateDir((dir.path() + "\\\\dd1\\\\dd2").c_str()), 1);
-    EXPECT_TRUE(IsDir(Under("dd1\\dd2")));
-    EXPECT_EQ(GenericFile::CreateDirBranch((dir.path() + "\\dd3\\\\dd4").c_str(), 0), GenericFile::BranchDone);
-    EXPECT_TRUE(IsDir(Under("dd3\\dd4")));
+    Dir(dir.path() + "\\\\dd1\\\\dd2", 1, "dd1\\dd2");
+    Branch(dir.path() + "\\dd3\\\\dd4", 0, kDone, "dd3\\dd4");
 
     // A path too long for the working copy fails without making anything.
-    std::string longPath = Under(std::string(120, 'l') + "\\" + std::string(140, 'm'));
-    EXPECT_EQ(GenericFile::CreateDirBranch(longPath.c_str(), 0), GenericFile::BranchFailed);
-    EXPECT_FALSE(IsDir(Under(std::string(120, 'l'))));
+    std::string first(120, 'l');
+    Branch(Under(first + "\\" + std::string(140, 'm')), 0, kFailed, first.c_str(), false);
 }
 
 TEST_F(PathTable, UncPaths)
@@ -134,17 +126,17 @@ TEST_F(PathTable, UncPaths)
     std::string root = getenv("TSUTIL_ROOT");
     std::filesystem::create_directories(root + "/unc/server/share");
     // An existing share with one folder below it.
-    EXPECT_EQ(CFileDirectory::CreateDir("\\\\server\\share\\u1"), 0);
-    EXPECT_EQ(GenericFile::CreateDirBranch("\\\\server\\share\\u2", 0), GenericFile::BranchDone);
+    Dir("\\\\server\\share\\u1", 0);
+    Branch("\\\\server\\share\\u2", 0, kDone);
     EXPECT_TRUE(IsDir("\\\\server\\share\\u2"));
     EXPECT_FALSE(IsDir("\\\\server\\share\\u1"));
     // The server name only.
-    EXPECT_EQ(CFileDirectory::CreateDir("\\\\server"), 1);
-    EXPECT_EQ(GenericFile::CreateDirBranch("\\\\server", 0), GenericFile::BranchFailed);
-    EXPECT_EQ(GenericFile::CreateDirBranch("\\\\server\\", 0), GenericFile::BranchNoPath);
+    Dir("\\\\server", 1);
+    Branch("\\\\server", 0, kFailed);
+    Branch("\\\\server\\", 0, kNoPath);
     // A share that does not exist.
-    EXPECT_EQ(CFileDirectory::CreateDir("\\\\server\\noshare\\f"), 0);
-    EXPECT_EQ(GenericFile::CreateDirBranch("\\\\server\\noshare\\f", 0), GenericFile::BranchFailed);
+    Dir("\\\\server\\noshare\\f", 0);
+    Branch("\\\\server\\noshare\\f", 0, kFailed);
 }
 
 TEST(FileDirTest, PathPieces)

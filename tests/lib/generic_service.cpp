@@ -121,8 +121,7 @@ HANDLE RunServiceMain(ProbeService &probe)
 
 void Join(HANDLE thread)
 {
-    EXPECT_EQ(WaitForSingleObject(thread, kWaitBound), WAIT_OBJECT_0) << "the service main function ended";
-    CloseHandle(thread);
+    EXPECT_TRUE(tstest::Joined(thread)) << "the service main function ended";
 }
 
 } // namespace
@@ -180,58 +179,57 @@ TEST(GenericServiceTest, ControlsWithoutInterlocks)
 
 // The whole life: start, pause and continue with their pending reports and
 // repeats, a continue that overtakes a pending pause, and the stop with its
-// floor on the hint.
+// floor on the hint. Each step is a control, or the worker's answer on one
+// child; after it the record holds the report, the service knows whether
+// it is paused, and the child's request stands or not (-1: not looked at).
 TEST(GenericServiceTest, RunLoopReportsEveryStep)
 {
+    constexpr DWORD kAnswer = 0xFFFF;
+    using Child = ChildInterlockSepThread *ProbeService::*;
+    const Child start = &ProbeService::start, pause = &ProbeService::pause, cont = &ProbeService::cont,
+                stop = &ProbeService::stop;
+    const struct {
+        DWORD control;
+        Child child;
+        DWORD state, hint, checkPoint;
+        bool paused;
+        int requested;
+        const char *why;
+    } steps[] = {
+        {kAnswer, start, SERVICE_RUNNING, 0, 0, false, -1, "started"},
+        {SERVICE_CONTROL_PAUSE, pause, SERVICE_PAUSE_PENDING, 15000, 1, false, TRUE, "pause raises its request"},
+        {SERVICE_CONTROL_PAUSE, pause, SERVICE_PAUSE_PENDING, 0, 1, false, TRUE, "a repeat raises nothing"},
+        {SERVICE_CONTROL_INTERROGATE, pause, SERVICE_PAUSE_PENDING, 0, 0, false, TRUE, "interrogate repeats"},
+        {kAnswer, pause, SERVICE_PAUSED, 0, 0, true, FALSE, "the loop reset the pause interlock"},
+        {SERVICE_CONTROL_PAUSE, pause, SERVICE_PAUSED, 0, 0, true, FALSE, "pause while paused confirms"},
+        {SERVICE_CONTROL_CONTINUE, cont, SERVICE_CONTINUE_PENDING, 20000, 1, true, TRUE, "continue"},
+        {SERVICE_CONTROL_CONTINUE, cont, SERVICE_CONTINUE_PENDING, 0, 1, true, TRUE, "a repeat raises nothing"},
+        {kAnswer, cont, SERVICE_RUNNING, 0, 0, false, FALSE, "continued"},
+        // A continue while a pause is pending confirms RUNNING and re-arms
+        // the pause; the pause's later answer still lands.
+        {SERVICE_CONTROL_PAUSE, pause, SERVICE_PAUSE_PENDING, 15000, 1, false, TRUE, "pause"},
+        {SERVICE_CONTROL_CONTINUE, cont, SERVICE_RUNNING, 0, 0, false, FALSE, "continue overtakes the pause"},
+        {SERVICE_CONTROL_PAUSE, pause, SERVICE_PAUSE_PENDING, 15000, 1, false, TRUE, "pauseAllowed was re-armed"},
+        {kAnswer, pause, SERVICE_PAUSED, 0, 0, true, FALSE, "paused"},
+        // Stop while paused, with stopTimeout below the floor.
+        {SERVICE_CONTROL_STOP, stop, SERVICE_STOP_PENDING, 15000, 1, true, TRUE, "stop"},
+        {SERVICE_CONTROL_SHUTDOWN, stop, SERVICE_STOP_PENDING, 0, 1, true, TRUE, "a second stop raises nothing"},
+    };
     ProbeService probe(TRUE);
     probe.stopTimeout = 5000;
     HANDLE thread = RunServiceMain(probe);
     EXPECT_TRUE(probe.Reported(SERVICE_START_PENDING, 20000, 1));
-    EXPECT_FALSE(probe.IsPaused());
-
-    probe.Answer(probe.start);
-    EXPECT_TRUE(probe.Reported(SERVICE_RUNNING, 0, 0));
-
-    probe.Control(SERVICE_CONTROL_PAUSE);
-    EXPECT_TRUE(probe.Reported(SERVICE_PAUSE_PENDING, 15000, 1));
-    EXPECT_EQ(probe.pause->DetectRequest(0), TRUE);
-    probe.Control(SERVICE_CONTROL_PAUSE);
-    EXPECT_TRUE(probe.Reported(SERVICE_PAUSE_PENDING, 0, 1)) << "a repeat raises nothing";
-    probe.Control(SERVICE_CONTROL_INTERROGATE);
-    EXPECT_TRUE(probe.Reported(SERVICE_PAUSE_PENDING, 0, 0));
-    probe.Answer(probe.pause);
-    EXPECT_TRUE(probe.Reported(SERVICE_PAUSED, 0, 0));
-    EXPECT_TRUE(probe.IsPaused());
-    EXPECT_EQ(probe.pause->DetectRequest(0), FALSE) << "the loop reset the pause interlock";
-
-    probe.Control(SERVICE_CONTROL_PAUSE);
-    EXPECT_TRUE(probe.Reported(SERVICE_PAUSED, 0, 0)) << "pause while paused confirms";
-
-    probe.Control(SERVICE_CONTROL_CONTINUE);
-    EXPECT_TRUE(probe.Reported(SERVICE_CONTINUE_PENDING, 20000, 1));
-    EXPECT_EQ(probe.cont->DetectRequest(0), TRUE);
-    probe.Control(SERVICE_CONTROL_CONTINUE);
-    EXPECT_TRUE(probe.Reported(SERVICE_CONTINUE_PENDING, 0, 1));
-    probe.Answer(probe.cont);
-    EXPECT_TRUE(probe.Reported(SERVICE_RUNNING, 0, 0));
-    EXPECT_FALSE(probe.IsPaused());
-
-    // A continue while a pause is pending confirms RUNNING and re-arms the
-    // pause; the pause's later answer still lands.
-    probe.Control(SERVICE_CONTROL_PAUSE);
-    probe.Control(SERVICE_CONTROL_CONTINUE);
-    EXPECT_TRUE(probe.Reported(SERVICE_RUNNING, 0, 0));
-    probe.Control(SERVICE_CONTROL_PAUSE);
-    EXPECT_TRUE(probe.Reported(SERVICE_PAUSE_PENDING, 15000, 1)) << "pauseAllowed was re-armed";
-    probe.Answer(probe.pause);
-    EXPECT_TRUE(probe.Reported(SERVICE_PAUSED, 0, 0));
-
-    // Stop while paused, with stopTimeout below the floor.
-    probe.Control(SERVICE_CONTROL_STOP);
-    EXPECT_TRUE(probe.Reported(SERVICE_STOP_PENDING, 15000, 1));
-    EXPECT_EQ(probe.stop->DetectRequest(0), TRUE);
-    probe.Control(SERVICE_CONTROL_SHUTDOWN);
-    EXPECT_TRUE(probe.Reported(SERVICE_STOP_PENDING, 0, 1)) << "a second stop raises nothing";
+    for (const auto &step : steps) {
+        if (step.control == kAnswer)
+            probe.Answer(probe.*step.child);
+        else
+            probe.Control(step.control);
+        EXPECT_TRUE(probe.Reported(step.state, step.hint, step.checkPoint)) << step.why;
+        EXPECT_EQ(probe.IsPaused() != 0, step.paused) << step.why;
+        if (step.requested >= 0) {
+            EXPECT_EQ((probe.*step.child)->DetectRequest(0), step.requested) << step.why;
+        }
+    }
     ASSERT_EQ(probe.stop->NotifyStateReached(), TRUE);
     Join(thread);
     EXPECT_TRUE(probe.Reported(SERVICE_STOPPED, 0, 0));

@@ -14,23 +14,20 @@ namespace {
 
 TEST(GenericTextTest, CopiesOneWholeCharacter)
 {
-    char out[8];
-    memset(out, 'Z', sizeof out);
-    EXPECT_EQ(GenericText::CopyFirstCharString(out, ""), out);
-    EXPECT_STREQ(out, "");
-    memset(out, 'Z', sizeof out);
-    EXPECT_EQ(GenericText::CopyFirstCharString(out, "abc"), out);
-    EXPECT_EQ(memcmp(out, "a\0Z", 3), 0);
-
+    // The first n bytes of a buffer of 'Z's after the copy from text.
+    auto first = [](const char *text, size_t n) {
+        char out[8];
+        memset(out, 'Z', sizeof out);
+        EXPECT_EQ(GenericText::CopyFirstCharString(out, text), out);
+        return std::string(out, n);
+    };
+    EXPECT_EQ(first("", 1), std::string("\0", 1));
+    EXPECT_EQ(first("abc", 3), std::string("a\0Z", 3));
     int saved = _getmbcp();
     ASSERT_EQ(_setmbcp(932), 0);
-    memset(out, 'Z', sizeof out);
-    GenericText::CopyFirstCharString(out, "\x82\xA0" "b");
-    EXPECT_EQ(memcmp(out, "\x82\xA0\0Z", 4), 0); // three bytes in all
+    EXPECT_EQ(first("\x82\xA0" "b", 4), std::string("\x82\xA0\0Z", 4)); // three bytes in all
     ASSERT_EQ(_setmbcp(1252), 0);
-    memset(out, 'Z', sizeof out);
-    GenericText::CopyFirstCharString(out, "\x82\xA0" "b");
-    EXPECT_EQ(memcmp(out, "\x82\0Z", 3), 0);
+    EXPECT_EQ(first("\x82\xA0" "b", 3), std::string("\x82\0Z", 3));
     _setmbcp(saved);
 
     unsigned short wide[4] = {9, 9, 9, 9};

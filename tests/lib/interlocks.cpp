@@ -9,17 +9,13 @@
 #include <chrono>
 
 using tstest::kWaitBound;
+using tstest::MsSince;
 
 namespace {
 
 const unsigned long kBound = kWaitBound;
 const unsigned long kNow = 0;
 const unsigned long kShort = 50;
-
-long long MsSince(std::chrono::steady_clock::time_point start)
-{
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
-}
 
 } // namespace
 
@@ -85,8 +81,7 @@ TEST(InterlockSepThreadTest, FullCyclesBetweenTwoThreads)
         EXPECT_EQ(work, i);
         EXPECT_EQ(p.ResetInterlock(), TRUE);
     }
-    ASSERT_EQ(WaitForSingleObject(child, kWaitBound), WAIT_OBJECT_0);
-    CloseHandle(child);
+    ASSERT_TRUE(tstest::Joined(child));
     EXPECT_EQ(parentMisses, 0);
     EXPECT_EQ(childMisses.load(), 0);
 }
@@ -141,8 +136,7 @@ TEST(InterlockSepThreadTest, TakenJobIsSeenThroughAfterTheTimeLimit)
             SetEvent(finish);
             EXPECT_EQ(p.WaitForResponse(kBound), TRUE) << "the late report stays in the response";
         }
-        ASSERT_EQ(WaitForSingleObject(child, kWaitBound), WAIT_OBJECT_0);
-        CloseHandle(child);
+        ASSERT_TRUE(tstest::Joined(child));
         CloseHandle(taken);
         CloseHandle(finish);
     }
@@ -167,13 +161,8 @@ TEST(InterlockSepThreadTest, SharedRequestOverSeveralParents)
     EXPECT_EQ(all.WaitForResponse(kNow, FALSE, nullptr), FALSE);
     EXPECT_EQ(second->MakeRequest(), TRUE);
     EXPECT_EQ(all.WaitForResponse(kBound, TRUE, nullptr), TRUE);
-    for (HANDLE h : children) {
-        DWORD code = 99;
-        EXPECT_EQ(WaitForSingleObject(h, kWaitBound), WAIT_OBJECT_0);
-        GetExitCodeThread(h, &code);
-        EXPECT_EQ(code, 0u);
-        CloseHandle(h);
-    }
+    for (HANDLE h : children)
+        EXPECT_EQ(tstest::ThreadResult(h), 0u);
 
     EXPECT_EQ(third->ResetInterlock(), TRUE);
     EXPECT_EQ(first.SpawnChildInterlockSepThread()->DetectRequest(kNow), FALSE) << "the common request is clear";

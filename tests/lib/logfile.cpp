@@ -129,8 +129,7 @@ TEST_F(LogFileTest, FailuresThrowErrnoWithTheLockFree)
         ::testing::internal::GetCapturedStdout();
         return 0u;
     });
-    EXPECT_EQ(WaitForSingleObject(h, tstest::kWaitBound), WAIT_OBJECT_0);
-    CloseHandle(h);
+    EXPECT_TRUE(tstest::Joined(h));
 }
 
 TEST_F(LogFileTest, FailedSwitchClosesTheLog)

@@ -16,38 +16,29 @@ const unsigned long kBound = kWaitBound;
 const unsigned long kNow = 0;
 const unsigned long kNoLimit = 0xFFFFFFFF;
 
-// n parents across threads with their children, and null-ended lists.
-struct ThreadPairs {
-    explicit ThreadPairs(int n, BOOLTYPE manual = TRUE)
+// n parents with their children, and null-ended lists of both: across
+// threads (manual or auto reset) or within one job loop.
+template <class Parent, class Child> struct Pairs {
+    explicit Pairs(int n, BOOLTYPE manual = TRUE)
     {
         for (int i = 0; i < n; ++i) {
-            parents.emplace_back(new ParentInterlockSepThread(manual));
+            parents.emplace_back(Make(manual));
             parentList.push_back(parents.back().get());
-            childList.push_back(parents.back()->SpawnChildInterlockSepThread());
+            childList.push_back(Spawn(parents.back().get()));
         }
         parentList.push_back(nullptr);
         childList.push_back(nullptr);
     }
-    std::vector<std::unique_ptr<ParentInterlockSepThread>> parents;
-    std::vector<ParentInterlockSepThread *> parentList;
-    std::vector<ChildInterlockSepThread *> childList;
+    static Parent *Make(BOOLTYPE manual) { return new ParentInterlockSepThread(manual); }
+    static Child *Spawn(Parent *p) { return p->SpawnChildInterlockSepThread(); }
+    std::vector<std::unique_ptr<Parent>> parents;
+    std::vector<Parent *> parentList;
+    std::vector<Child *> childList;
 };
-
-struct JobPairs {
-    explicit JobPairs(int n)
-    {
-        for (int i = 0; i < n; ++i) {
-            parents.emplace_back(new ParentInterlockSepJob);
-            parentList.push_back(parents.back().get());
-            childList.push_back(parents.back()->SpawnChildInterlockSepJob());
-        }
-        parentList.push_back(nullptr);
-        childList.push_back(nullptr);
-    }
-    std::vector<std::unique_ptr<ParentInterlockSepJob>> parents;
-    std::vector<ParentInterlockSepJob *> parentList;
-    std::vector<ChildInterlockSepJob *> childList;
-};
+using ThreadPairs = Pairs<ParentInterlockSepThread, ChildInterlockSepThread>;
+using JobPairs = Pairs<ParentInterlockSepJob, ChildInterlockSepJob>;
+template <> ParentInterlockSepJob *JobPairs::Make(BOOLTYPE) { return new ParentInterlockSepJob; }
+template <> ChildInterlockSepJob *JobPairs::Spawn(ParentInterlockSepJob *p) { return p->SpawnChildInterlockSepJob(); }
 
 } // namespace
 
@@ -124,8 +115,7 @@ TEST(ChildResp1MultiLockTest, RequestsAndTheOwnResponseInOneWait)
     HANDLE h = tstest::StartThread([&] { return helper->DetectRequest(kBound) && helper->NotifyStateReached() ? 0u : 1u; });
     EXPECT_EQ(lock.DetectRequest(&found, kBound), TRUE);
     EXPECT_EQ(found, nullptr) << "the extra response";
-    EXPECT_EQ(WaitForSingleObject(h, kWaitBound), WAIT_OBJECT_0);
-    CloseHandle(h);
+    EXPECT_TRUE(tstest::Joined(h));
 
     // A waiting request goes before the response, which stays until reset.
     served.parents[1]->MakeRequest();

@@ -10,25 +10,14 @@
 #include <vector>
 
 using tstest::kWaitBound;
+using tstest::MsSince;
 
 namespace {
 
 // Runs fn on another thread and gives its result.
 int OnOtherThread(std::function<int()> fn)
 {
-    int result = -12345;
-    HANDLE h = tstest::StartThread([&] {
-        result = fn();
-        return 0u;
-    });
-    EXPECT_EQ(WaitForSingleObject(h, kWaitBound), WAIT_OBJECT_0);
-    CloseHandle(h);
-    return result;
-}
-
-long long MsSince(std::chrono::steady_clock::time_point start)
-{
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
+    return static_cast<int>(tstest::RunOnOtherThread([&] { return static_cast<unsigned>(fn()); }));
 }
 
 } // namespace
@@ -178,10 +167,8 @@ TEST(CondTest, BroadcastWakesEveryWaiterOfTheMomentAndNoLaterOne)
     for (auto &id : ids)
         tstest::WaitUntilBlocked(id);
     EXPECT_EQ(alias.broadcast(), 1);
-    for (HANDLE h : threads) {
-        EXPECT_EQ(WaitForSingleObject(h, kWaitBound), WAIT_OBJECT_0);
-        CloseHandle(h);
-    }
+    for (HANDLE h : threads)
+        EXPECT_TRUE(tstest::Joined(h));
     for (int r : results)
         EXPECT_EQ(r, 0);
     EXPECT_EQ(c.timedwait(0, 50000000), static_cast<int>(WAIT_TIMEOUT));
@@ -212,10 +199,8 @@ TEST(CondTest, SignalsCrossingTimeOutsLeaveNothingBehind)
         if (running % 2)
             c.broadcast();
     }
-    for (HANDLE h : threads) {
-        EXPECT_EQ(WaitForSingleObject(h, kWaitBound), WAIT_OBJECT_0);
-        CloseHandle(h);
-    }
+    for (HANDLE h : threads)
+        EXPECT_TRUE(tstest::Joined(h));
     EXPECT_EQ(odd.load(), 0);
     EXPECT_GT(woken.load(), 0);
     EXPECT_EQ(c.timedwait(0, 20000000), static_cast<int>(WAIT_TIMEOUT));

@@ -6,7 +6,6 @@
 #include "TestSupport.h"
 
 #include <atomic>
-#include <new>
 #include <string>
 #include <vector>
 
@@ -22,14 +21,6 @@ public:
 std::atomic<int> Item::alive{0};
 
 int ValueOf(CObject *o) { return static_cast<Item *>(o)->value; }
-
-// Waits for a thread started with StartThread, within the bound.
-bool Joined(HANDLE h)
-{
-    bool ended = WaitForSingleObject(h, tstest::kWaitBound) == WAIT_OBJECT_0;
-    CloseHandle(h);
-    return ended;
-}
 
 TEST(SngLinkQueTest, FirstInFirstOutWithRemaining)
 {
@@ -80,15 +71,16 @@ TEST(SngLinkQueTest, CloseWakesABlockedConsumerWithoutAnotherMessage)
     SngLinkQue q;
     CObject *got = &q;
     unsigned int remaining = 0;
-    ::testing::internal::CaptureStdout();
-    HANDLE h = tstest::StartThread([&] {
-        got = q.GetWait(remaining);
-        return 0u;
+    bool ended = false;
+    std::string out = tstest::PrintedBy([&] {
+        HANDLE h = tstest::StartThread([&] {
+            got = q.GetWait(remaining);
+            return 0u;
+        });
+        tstest::WaitUntilBlocked(GetThreadId(h));
+        q.CloseBroadcast();
+        ended = tstest::Joined(h);
     });
-    tstest::WaitUntilBlocked(GetThreadId(h));
-    q.CloseBroadcast();
-    bool ended = Joined(h);
-    std::string out = ::testing::internal::GetCapturedStdout();
     ASSERT_TRUE(ended);
     EXPECT_EQ(got, nullptr);
     EXPECT_EQ(remaining, 0xFFFFFFFFu);
@@ -107,7 +99,7 @@ TEST(SngLinkQueTest, TimedWaitWokenByAnInsertion)
     });
     tstest::WaitUntilBlocked(GetThreadId(h));
     q.InsertBroadcast(&a);
-    ASSERT_TRUE(Joined(h));
+    ASSERT_TRUE(tstest::Joined(h));
     EXPECT_EQ(got, &a);
     EXPECT_EQ(waitResult, 0u);
 }
@@ -174,27 +166,6 @@ TEST(IteratorTest, WalkAndPlaces)
     EXPECT_EQ(it += 2, &b);
 }
 
-// Node allocation can be made to fail where the program's allocator binds
-// every module (POSIX); see the framework's list tests.
-bool failNodeAllocation = false;
-
-} // namespace
-
-void *operator new[](size_t size, const std::nothrow_t &) noexcept
-{
-    return failNodeAllocation ? nullptr : malloc(size ? size : 1);
-}
-void *operator new[](size_t size)
-{
-    if (void *p = malloc(size ? size : 1))
-        return p;
-    throw std::bad_alloc();
-}
-void operator delete[](void *p) noexcept { free(p); }
-void operator delete[](void *p, size_t) noexcept { free(p); }
-
-namespace {
-
 TEST(SngLinkQueTest, FailedInsertionIsReportedAndSwallowed)
 {
     TS_SKIP_ON_WINE("a Windows module keeps its own allocator, out of the program's reach");
@@ -202,11 +173,10 @@ TEST(SngLinkQueTest, FailedInsertionIsReportedAndSwallowed)
     Item a(1), extra(2);
     for (int i = 0; i < 10; ++i)
         q.InsertBroadcast(&a); // one full block of nodes
-    ::testing::internal::CaptureStdout();
-    failNodeAllocation = true;
-    POSITION pos = q.InsertBroadcast(&extra);
-    failNodeAllocation = false;
-    std::string out = ::testing::internal::GetCapturedStdout();
+    POSITION pos = nullptr;
+    ASSERT_TRUE(tstest::FailArrayAllocation(true));
+    std::string out = tstest::PrintedBy([&] { pos = q.InsertBroadcast(&extra); });
+    tstest::FailArrayAllocation(false);
     EXPECT_EQ(pos, nullptr);
     EXPECT_EQ(out, "Exception caught: Unable to insert object.\n");
     EXPECT_EQ(q.GetCount(), 10);
@@ -249,7 +219,7 @@ TEST(SngLinkQueTest, ManyProducersAndConsumersWithCloseRacing)
         }));
     bool allEnded = true;
     for (HANDLE h : threads)
-        allEnded &= Joined(h);
+        allEnded &= tstest::Joined(h);
     ::testing::internal::GetCapturedStdout();
     ASSERT_TRUE(allEnded);
     EXPECT_EQ(wrongEnd, 0);

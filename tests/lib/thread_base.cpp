@@ -87,10 +87,8 @@ void Release(std::vector<HANDLE> threads)
 {
     ThreadBase::Start();
     ThreadBase::Stop();
-    for (HANDLE h : threads) {
-        EXPECT_EQ(WaitForSingleObject(h, kWaitBound), WAIT_OBJECT_0);
-        CloseHandle(h);
-    }
+    for (HANDLE h : threads)
+        EXPECT_TRUE(tstest::Joined(h));
     ThreadBase::Start();
 }
 
@@ -209,10 +207,8 @@ TEST(ThreadBaseTest, RacingCreatesEachRunTheirOwnObject)
                         ++failures;
             return 0u;
         }));
-    for (HANDLE h : threads) {
-        EXPECT_EQ(WaitForSingleObject(h, kWaitBound), WAIT_OBJECT_0);
-        CloseHandle(h);
-    }
+    for (HANDLE h : threads)
+        EXPECT_TRUE(tstest::Joined(h));
     EXPECT_EQ(failures.load(), 0);
     for (Counter &c : objects) {
         EXPECT_EQ(WaitForSingleObject(c.done, kWaitBound), WAIT_OBJECT_0);
@@ -238,9 +234,8 @@ TEST(ThreadBaseTest, FailedCreateReportsErrnoOnStandardOutput)
     Unstartable c;
     c.expected = 1;
     c.done = NewEvent(false);
-    testing::internal::CaptureStdout();
-    int r = c.create(nullptr, 0, 0);
-    std::string out = testing::internal::GetCapturedStdout();
+    int r = 0;
+    std::string out = tstest::PrintedBy([&] { r = c.create(nullptr, 0, 0); });
     EXPECT_EQ(r, EINVAL);
     EXPECT_EQ(out, "Error " + std::to_string(EINVAL) + ": failed to create the thread\n");
     EXPECT_EQ(c.equal(c), 0) << "no thread was created from here";

@@ -26,6 +26,13 @@ inline LONG DeleteRegTree(HKEY parent, const std::string &sub)
     return RegDeleteKeyA(parent, sub.c_str());
 }
 
+// Reads a value of four bytes into v.
+inline LONG GetDword(HKEY k, const std::string &name, DWORD &v)
+{
+    DWORD cb = sizeof v;
+    return RegQueryValueExA(k, name.c_str(), nullptr, nullptr, reinterpret_cast<BYTE *>(&v), &cb);
+}
+
 class RegistryTest : public ::testing::Test {
 protected:
     void SetUp() override

@@ -60,6 +60,13 @@ private:
     std::string path_;
 };
 
+// True when the path names a folder.
+inline bool IsDir(const std::string &path)
+{
+    DWORD a = GetFileAttributesA(path.c_str());
+    return a != INVALID_FILE_ATTRIBUTES && (a & FILE_ATTRIBUTE_DIRECTORY);
+}
+
 // Writes text to a new file; true when all went well.
 inline bool WriteWholeFile(const std::string &path, const std::string &text)
 {

@@ -5,13 +5,7 @@
 
 #include "TestSupport.h"
 
-#include <stdio.h>
-#ifndef _WIN32
-#include <sys/wait.h>
-#endif
-
 #include <atomic>
-
 #include <string>
 #include <vector>
 
@@ -21,6 +15,9 @@ class ServiceTest : public ::testing::Test {
 public:
     // ImagePath of the test service with these words after it.
     static std::string ServiceCommand(const std::string &args);
+    // Polls the status until the state is reached (true) or kWaitBound
+    // passes; the last status read is left in *out.
+    static bool WaitForState(SC_HANDLE svc, DWORD state, SERVICE_STATUS *out = nullptr);
 
 protected:
     void SetUp() override;
@@ -30,18 +27,14 @@ protected:
     // of the test's own unless one is given. Gives an all-access handle.
     SC_HANDLE Create(const std::string &args = "", DWORD start = SERVICE_DEMAND_START, std::string *name = nullptr);
 
-    // Polls the status until the state is reached (true) or kWaitBound
-    // passes; the last status read is left in *out.
-    bool WaitForState(SC_HANDLE svc, DWORD state, SERVICE_STATUS *out = nullptr);
-
     ScopedMachineRoot root_;
     SC_HANDLE scm_ = nullptr;
     std::vector<std::string> created_;
 };
 
-// Runs a program beside the test with the arguments (words of one line, as
-// a shell would take them) and gives its exit code and standard output.
-int RunCaptured(const std::string &program, const std::string &args, std::string &output);
+// Stops the POSIX service manager of the machine root with "tsscm --stop";
+// gives its exit code.
+int StopManager();
 
 } // namespace tstest
 
@@ -109,38 +102,15 @@ inline void ServiceTest::TearDown()
     }
     if (scm_)
         CloseServiceHandle(scm_);
-    if (RunningOnPosix()) {
-        // Leave no daemon behind: it stops its services and ends.
-        ChildProcess stop;
-        if (stop.Start("tsscm", {"--stop"})) {
-            EXPECT_EQ(stop.Wait(), 0);
-        }
+    if (RunningOnPosix()) { // leave no daemon behind: it stops its services and ends
+        EXPECT_EQ(StopManager(), 0);
     }
 }
 
-inline int RunCaptured(const std::string &program, const std::string &args, std::string &output)
+inline int StopManager()
 {
-    std::string cmd = "\"" + SiblingProgram(program) + "\" " + args;
-    if (!RunningOnPosix())
-        cmd = "\"" + cmd + "\""; // cmd.exe strips one pair of outer quotes
-    output.clear();
-#ifdef _WIN32
-    FILE *p = _popen(cmd.c_str(), "r");
-#else
-    FILE *p = popen(cmd.c_str(), "r");
-#endif
-    if (!p)
-        return -1;
-    char buf[512];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, p)) > 0)
-        output.append(buf, n);
-#ifdef _WIN32
-    return _pclose(p);
-#else
-    int status = pclose(p);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-#endif
+    ChildProcess stop;
+    return stop.Start("tsscm", {"--stop"}) ? stop.Wait() : -1;
 }
 
 } // namespace tstest

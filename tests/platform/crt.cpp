@@ -25,26 +25,22 @@ struct Split {
 
 TEST(CrtTest, SplitPath)
 {
-    Split a("C:\\dir\\sub\\name.tar.gz");
-    EXPECT_STREQ(a.drive, "C:");
-    EXPECT_STREQ(a.dir, "\\dir\\sub\\");
-    EXPECT_STREQ(a.fname, "name.tar");
-    EXPECT_STREQ(a.ext, ".gz");
-    Split b("rel/dir/file");
-    EXPECT_STREQ(b.drive, "");
-    EXPECT_STREQ(b.dir, "rel/dir/");
-    EXPECT_STREQ(b.fname, "file");
-    EXPECT_STREQ(b.ext, "");
-    Split c("\\\\server\\share\\x.txt");
-    EXPECT_STREQ(c.dir, "\\\\server\\share\\");
-    EXPECT_STREQ(c.fname, "x");
-    Split d("C:\\dir.d\\");
-    EXPECT_STREQ(d.dir, "\\dir.d\\");
-    EXPECT_STREQ(d.fname, "");
-    EXPECT_STREQ(d.ext, "");
-    Split e(".profile");
-    EXPECT_STREQ(e.fname, "");
-    EXPECT_STREQ(e.ext, ".profile");
+    const struct {
+        const char *path, *drive, *dir, *fname, *ext;
+    } cases[] = {
+        {"C:\\dir\\sub\\name.tar.gz", "C:", "\\dir\\sub\\", "name.tar", ".gz"},
+        {"rel/dir/file", "", "rel/dir/", "file", ""},
+        {"\\\\server\\share\\x.txt", "", "\\\\server\\share\\", "x", ".txt"},
+        {"C:\\dir.d\\", "C:", "\\dir.d\\", "", ""},
+        {".profile", "", "", "", ".profile"},
+    };
+    for (const auto &c : cases) {
+        Split s(c.path);
+        EXPECT_STREQ(s.drive, c.drive) << c.path;
+        EXPECT_STREQ(s.dir, c.dir) << c.path;
+        EXPECT_STREQ(s.fname, c.fname) << c.path;
+        EXPECT_STREQ(s.ext, c.ext) << c.path;
+    }
     // Null buffers are skipped.
     char fname[_MAX_FNAME];
     _splitpath("a\\b.c", nullptr, nullptr, fname, nullptr);
@@ -53,24 +49,25 @@ TEST(CrtTest, SplitPath)
 
 TEST(CrtTest, SplitPathSteppingOverDoubleByteCharacters)
 {
+    // 0x95 0x5C is one character whose second byte is a backslash.
     int saved = _getmbcp();
     ASSERT_EQ(_setmbcp(932), 0);
-    // 0x95 0x5C is one character whose second byte is a backslash.
     Split s("C:\\\x95\x5C\\f\x95\x5C.txt");
+    _setmbcp(saved);
     EXPECT_STREQ(s.dir, "\\\x95\x5C\\");
     EXPECT_STREQ(s.fname, "f\x95\x5C");
     EXPECT_STREQ(s.ext, ".txt");
-    _setmbcp(saved);
 }
 
 TEST(CrtTest, IntegerTexts)
 {
     char buf[40];
-    EXPECT_STREQ(_itoa(-1234, buf, 10), "-1234");
-    EXPECT_STREQ(_itoa(255, buf, 16), "ff");
-    EXPECT_STREQ(_itoa(-1, buf, 16), "ffffffff");
-    EXPECT_STREQ(_itoa(5, buf, 2), "101");
-    EXPECT_STREQ(_itoa(0, buf, 10), "0");
+    const struct {
+        int value, radix;
+        const char *text;
+    } integers[] = {{-1234, 10, "-1234"}, {255, 16, "ff"}, {-1, 16, "ffffffff"}, {5, 2, "101"}, {0, 10, "0"}};
+    for (const auto &c : integers)
+        EXPECT_STREQ(_itoa(c.value, buf, c.radix), c.text) << c.value << " in radix " << c.radix;
     EXPECT_EQ(_itoa(7, buf, 10), buf);
 }
 
@@ -83,13 +80,15 @@ TEST(CrtTest, RealTexts)
     EXPECT_NEAR(atof(buf), -1.235e8, 1e3) << buf;
     EXPECT_NE(strchr(buf, 'e'), nullptr) << buf;
     TS_SKIP_ON_WINE("_gcvt's text differs from Microsoft's runtime");
-    EXPECT_STREQ(_gcvt(-3.1415e5, 7, buf), "-314150.");
-    EXPECT_STREQ(_gcvt(1.5e10, 3, buf), "1.5e+010");
-    EXPECT_STREQ(_gcvt(0.5, 3, buf), "0.5");
-    EXPECT_STREQ(_gcvt(0.0001234, 3, buf), "0.000123");
-    EXPECT_STREQ(_gcvt(0.00001234, 3, buf), "1.23e-005");
-    EXPECT_STREQ(_gcvt(100.0, 3, buf), "100.");
-    EXPECT_STREQ(_gcvt(1000.0, 3, buf), "1.e+003");
+    const struct {
+        double value;
+        int digits;
+        const char *text;
+    } reals[] = {{-3.1415e5, 7, "-314150."},    {1.5e10, 3, "1.5e+010"}, {0.5, 3, "0.5"},
+                 {0.0001234, 3, "0.000123"},    {0.00001234, 3, "1.23e-005"}, {100.0, 3, "100."},
+                 {1000.0, 3, "1.e+003"}};
+    for (const auto &c : reals)
+        EXPECT_STREQ(_gcvt(c.value, c.digits, buf), c.text) << c.value;
 }
 
 TEST(CrtTest, DuplicateString)

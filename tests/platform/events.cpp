@@ -21,8 +21,6 @@ public:
                 }
                 return static_cast<unsigned>(r);
             }));
-        while (registered_.load() < n)
-            Sleep(0);
         for (int i = 0; i < n; ++i) {
             while (!myIds_[i])
                 Sleep(0);

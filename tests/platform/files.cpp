@@ -35,8 +35,7 @@ TEST(FilesTest, Dispositions)
     EXPECT_EQ(GetFileSize(h, nullptr), 5u);
     EXPECT_TRUE(FlushFileBuffers(h));
     EXPECT_TRUE(CloseHandle(h));
-    EXPECT_FALSE(CloseHandle(h));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    EXPECT_EQ(tstest::ErrorOf(CloseHandle(h)), static_cast<DWORD>(ERROR_INVALID_HANDLE));
 
     EXPECT_EQ(Open(path, GENERIC_WRITE, 0, CREATE_NEW), INVALID_HANDLE_VALUE);
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_EXISTS));
@@ -85,8 +84,7 @@ TEST(FilesTest, ShareModesWithinOneProcess)
     HANDLE reader = Open(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING);
     EXPECT_NE(reader, INVALID_HANDLE_VALUE);
     // Deleting needs FILE_SHARE_DELETE from every open.
-    EXPECT_FALSE(DeleteFileA(path.c_str()));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SHARING_VIOLATION));
+    EXPECT_EQ(tstest::ErrorOf(DeleteFileA(path.c_str())), static_cast<DWORD>(ERROR_SHARING_VIOLATION));
     CloseHandle(reader);
     CloseHandle(writer);
 
@@ -115,8 +113,7 @@ TEST(FilesTest, ReadOnlyAttribute)
     HANDLE r = Open(path, GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING);
     EXPECT_NE(r, INVALID_HANDLE_VALUE);
     CloseHandle(r);
-    EXPECT_FALSE(DeleteFileA(path.c_str()));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    EXPECT_EQ(tstest::ErrorOf(DeleteFileA(path.c_str())), static_cast<DWORD>(ERROR_ACCESS_DENIED));
 
     ASSERT_TRUE(SetFileAttributesA(path.c_str(), FILE_ATTRIBUTE_NORMAL));
     HANDLE w = Open(path, GENERIC_WRITE, 0, OPEN_EXISTING);
@@ -160,8 +157,7 @@ TEST(FilesTest, SearchesWithWildcards)
     EXPECT_FALSE(data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY);
     EXPECT_TRUE(FindClose(h));
     if (!tstest::RunningUnderWine()) { // Wine does not notice a search closed twice
-        EXPECT_FALSE(FindClose(h));
-        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+        EXPECT_EQ(tstest::ErrorOf(FindClose(h)), static_cast<DWORD>(ERROR_INVALID_HANDLE));
     }
 
     EXPECT_EQ(FindFirstFileA((dir / "*.none").c_str(), &data), INVALID_HANDLE_VALUE);

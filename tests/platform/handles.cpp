@@ -12,11 +12,9 @@ TEST(Handles, BogusAndClosedHandlesFailWithInvalidHandle)
     for (HANDLE h : {e, static_cast<HANDLE>(nullptr), reinterpret_cast<HANDLE>(0x12345678),
                      reinterpret_cast<HANDLE>(0x7FFFFFFC), reinterpret_cast<HANDLE>(3)}) {
         SetLastError(0);
-        EXPECT_FALSE(CloseHandle(h)) << h;
-        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE)) << h;
+        EXPECT_EQ(tstest::ErrorOf(CloseHandle(h)), static_cast<DWORD>(ERROR_INVALID_HANDLE)) << h;
         SetLastError(0);
-        EXPECT_FALSE(SetEvent(h));
-        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+        EXPECT_EQ(tstest::ErrorOf(SetEvent(h)), static_cast<DWORD>(ERROR_INVALID_HANDLE));
         SetLastError(0);
         EXPECT_EQ(WaitForSingleObject(h, 0), WAIT_FAILED);
         EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
@@ -30,12 +28,10 @@ TEST(Handles, WrongKindOfObjectIsAnInvalidHandle)
 {
     HANDLE m = CreateMutexA(nullptr, FALSE, nullptr);
     SetLastError(0);
-    EXPECT_FALSE(SetEvent(m));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    EXPECT_EQ(tstest::ErrorOf(SetEvent(m)), static_cast<DWORD>(ERROR_INVALID_HANDLE));
     HANDLE e = CreateEventA(nullptr, FALSE, FALSE, nullptr);
     SetLastError(0);
-    EXPECT_FALSE(ReleaseMutex(e));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    EXPECT_EQ(tstest::ErrorOf(ReleaseMutex(e)), static_cast<DWORD>(ERROR_INVALID_HANDLE));
     CloseHandle(m);
     CloseHandle(e);
 }

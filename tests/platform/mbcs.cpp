@@ -6,6 +6,8 @@
 #include <mbstring.h>
 #include <string.h>
 
+#include <string>
+
 namespace {
 
 const unsigned char *U(const char *s) { return reinterpret_cast<const unsigned char *>(s); }
@@ -65,25 +67,20 @@ TEST_F(MbcsTest, SearchesNeverMatchATrailByte932)
 TEST_F(MbcsTest, CopiesKeepCharactersWhole932)
 {
     ASSERT_EQ(_setmbcp(932), 0);
-    unsigned char out[16];
-    memset(out, 'Z', sizeof out);
-    EXPECT_EQ(_mbsncpy(out, U(kText), 2), out);
-    EXPECT_EQ(memcmp(out, "a\x82\xA0", 3), 0);
-    EXPECT_EQ(out[3], 'Z'); // no terminator after count characters
-
-    memset(out, 'Z', sizeof out);
-    _mbsncpy(out, U("\x82\xA0"), 3); // a short source is padded
-    EXPECT_EQ(memcmp(out, "\x82\xA0\0\0", 4), 0);
-    EXPECT_EQ(out[4], 'Z');
-
-    memset(out, 'Z', sizeof out);
-    _mbsnbcpy(out, U(kText), 3);
-    EXPECT_EQ(memcmp(out, "a\x82\xA0", 3), 0);
-    EXPECT_EQ(out[3], 'Z');
-    memset(out, 'Z', sizeof out);
-    _mbsnbcpy(out, U(kText), 2); // half a character is not copied
-    EXPECT_EQ(out[0], 'a');
-    EXPECT_EQ(out[1], 0);
+    // The first eight bytes of a buffer of 'Z's after copy wrote to it.
+    auto copied = [](void (*copy)(unsigned char *)) {
+        unsigned char out[16];
+        memset(out, 'Z', sizeof out);
+        copy(out);
+        return std::string(reinterpret_cast<char *>(out), 8);
+    };
+    // No terminator after count characters; a short source is padded.
+    EXPECT_EQ(copied([](unsigned char *o) { EXPECT_EQ(_mbsncpy(o, U(kText), 2), o); }),
+              std::string("a\x82\xA0ZZZZZ", 8));
+    EXPECT_EQ(copied([](unsigned char *o) { _mbsncpy(o, U("\x82\xA0"), 3); }), std::string("\x82\xA0\0\0ZZZZ", 8));
+    EXPECT_EQ(copied([](unsigned char *o) { _mbsnbcpy(o, U(kText), 3); }), std::string("a\x82\xA0ZZZZZ", 8));
+    // Half a character is not copied.
+    EXPECT_EQ(copied([](unsigned char *o) { _mbsnbcpy(o, U(kText), 2); }).substr(0, 2), std::string("a\0", 2));
 }
 
 TEST_F(MbcsTest, Comparisons932)

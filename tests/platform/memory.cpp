@@ -40,14 +40,7 @@ TEST(CriticalSections, RecursiveAndExclusive)
     InitializeCriticalSection(&cs);
     EnterCriticalSection(&cs);
     EXPECT_TRUE(TryEnterCriticalSection(&cs)); // recursion
-    BOOL otherGot = TRUE;
-    HANDLE t = tstest::StartThread([&] {
-        otherGot = TryEnterCriticalSection(&cs);
-        return 0u;
-    });
-    WaitForSingleObject(t, tstest::kWaitBound);
-    CloseHandle(t);
-    EXPECT_FALSE(otherGot);
+    EXPECT_EQ(tstest::RunOnOtherThread([&] { return static_cast<unsigned>(TryEnterCriticalSection(&cs)); }), 0u);
     LeaveCriticalSection(&cs);
     LeaveCriticalSection(&cs);
 

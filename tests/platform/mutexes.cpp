@@ -6,42 +6,26 @@ TEST(Mutexes, RecursiveOwnershipNeedsAsManyReleases)
     HANDLE m = CreateMutexA(nullptr, FALSE, nullptr);
     EXPECT_EQ(WaitForSingleObject(m, 0), WAIT_OBJECT_0);
     EXPECT_EQ(WaitForSingleObject(m, 0), WAIT_OBJECT_0);
-    DWORD other = 0;
-    HANDLE t = tstest::StartThread([&] { return static_cast<unsigned>(WaitForSingleObject(m, 0)); });
-    WaitForSingleObject(t, tstest::kWaitBound);
-    GetExitCodeThread(t, &other);
-    EXPECT_EQ(other, static_cast<DWORD>(WAIT_TIMEOUT));
-    CloseHandle(t);
-
+    auto tryFromAnotherThread = [m] {
+        return tstest::RunOnOtherThread([m] { return static_cast<unsigned>(WaitForSingleObject(m, 0)); });
+    };
+    EXPECT_EQ(tryFromAnotherThread(), static_cast<DWORD>(WAIT_TIMEOUT));
     EXPECT_TRUE(ReleaseMutex(m));
-    t = tstest::StartThread([&] { return static_cast<unsigned>(WaitForSingleObject(m, 0)); });
-    WaitForSingleObject(t, tstest::kWaitBound);
-    GetExitCodeThread(t, &other);
-    EXPECT_EQ(other, static_cast<DWORD>(WAIT_TIMEOUT)) << "still held once";
-    CloseHandle(t);
+    EXPECT_EQ(tryFromAnotherThread(), static_cast<DWORD>(WAIT_TIMEOUT)) << "still held once";
 
     EXPECT_TRUE(ReleaseMutex(m));
     SetLastError(0);
-    EXPECT_FALSE(ReleaseMutex(m));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_OWNER));
+    EXPECT_EQ(tstest::ErrorOf(ReleaseMutex(m)), static_cast<DWORD>(ERROR_NOT_OWNER));
     CloseHandle(m);
 }
 
 TEST(Mutexes, InitialOwnerAndReleaseByAnotherThread)
 {
     HANDLE m = CreateMutexA(nullptr, TRUE, nullptr);
-    DWORD error = 0;
-    BOOL released = TRUE;
-    HANDLE t = tstest::StartThread([&] {
-        released = ReleaseMutex(m);
-        error = GetLastError();
-        return 0u;
-    });
-    ASSERT_EQ(WaitForSingleObject(t, tstest::kWaitBound), WAIT_OBJECT_0);
-    EXPECT_FALSE(released);
-    EXPECT_EQ(error, static_cast<DWORD>(ERROR_NOT_OWNER));
+    // A failed release gives the thread's last error.
+    EXPECT_EQ(tstest::RunOnOtherThread([m] { return ReleaseMutex(m) ? 0u : static_cast<unsigned>(GetLastError()); }),
+              static_cast<DWORD>(ERROR_NOT_OWNER));
     EXPECT_TRUE(ReleaseMutex(m));
-    CloseHandle(t);
     CloseHandle(m);
 }
 

@@ -10,13 +10,8 @@
 
 namespace {
 
+using tstest::IsDir;
 using tstest::ScratchDir;
-
-bool IsDir(const std::string &path)
-{
-    DWORD a = GetFileAttributesA(path.c_str());
-    return a != INVALID_FILE_ATTRIBUTES && (a & FILE_ATTRIBUTE_DIRECTORY);
-}
 
 std::string CurrentDir()
 {
@@ -53,11 +48,11 @@ TEST(PathsTest, MissingDriveOrFolder)
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
     EXPECT_EQ(GetFileAttributesA((dir / "none\\deeper").c_str()), INVALID_FILE_ATTRIBUTES);
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_PATH_NOT_FOUND));
-    EXPECT_FALSE(CreateDirectoryA((dir / "none\\deeper").c_str(), nullptr));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_PATH_NOT_FOUND));
+    EXPECT_EQ(tstest::ErrorOf(CreateDirectoryA((dir / "none\\deeper").c_str(), nullptr)),
+              static_cast<DWORD>(ERROR_PATH_NOT_FOUND));
     ASSERT_TRUE(CreateDirectoryA((dir / "once").c_str(), nullptr));
-    EXPECT_FALSE(CreateDirectoryA((dir / "once").c_str(), nullptr));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ALREADY_EXISTS));
+    EXPECT_EQ(tstest::ErrorOf(CreateDirectoryA((dir / "once").c_str(), nullptr)),
+              static_cast<DWORD>(ERROR_ALREADY_EXISTS));
     EXPECT_EQ(GetFileAttributesA(""), INVALID_FILE_ATTRIBUTES);
     EXPECT_TRUE(RemoveDirectoryA((dir / "once").c_str()));
     EXPECT_FALSE(IsDir(dir / "once"));
@@ -85,8 +80,8 @@ TEST(PathsTest, CurrentDirectoryAndRelativePaths)
     EXPECT_EQ(need, static_cast<DWORD>((dir / "work").size() + 1));
     EXPECT_STREQ(small, "abc");
 
-    EXPECT_FALSE(SetCurrentDirectoryA((dir / "absent").c_str()));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+    EXPECT_EQ(tstest::ErrorOf(SetCurrentDirectoryA((dir / "absent").c_str())),
+              static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
     EXPECT_EQ(CurrentDir(), dir / "work");
 }
 
@@ -143,8 +138,7 @@ TEST(PathsTest, DrivesAndSharesLandInTheMachineRoot)
     EXPECT_TRUE(IsDir("\\\\server\\share"));
     ASSERT_TRUE(CreateDirectoryA("\\\\server\\share\\folder", nullptr));
     EXPECT_TRUE(fs::is_directory(root + "/unc/server/share/folder"));
-    EXPECT_FALSE(CreateDirectoryA("\\\\server\\other", nullptr));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_BAD_NET_NAME));
+    EXPECT_EQ(tstest::ErrorOf(CreateDirectoryA("\\\\server\\other", nullptr)), static_cast<DWORD>(ERROR_BAD_NET_NAME));
     EXPECT_EQ(GetFileAttributesA("\\\\server"), INVALID_FILE_ATTRIBUTES);
 
     // Paths handed back are in Windows form.

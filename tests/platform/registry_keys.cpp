@@ -41,8 +41,8 @@ TEST_F(RegistryTest, CreateMakesEveryLevelAndOpenNeverCreates)
 
     // A value written through one handle is read through the other.
     SetDword(three, "v", 7);
-    DWORD v = 0, cb = 4;
-    EXPECT_EQ(RegQueryValueExA(again, "V", nullptr, nullptr, reinterpret_cast<BYTE *>(&v), &cb), ERROR_SUCCESS);
+    DWORD v = 0;
+    EXPECT_EQ(tstest::GetDword(again, "V", v), ERROR_SUCCESS);
     EXPECT_EQ(v, 7u);
     RegCloseKey(three);
     RegCloseKey(again);
@@ -210,10 +210,10 @@ TEST_F(RegistryTest, CallsThroughAStaleHandleFailWithKeyDeleted)
     EXPECT_EQ(RegDeleteKeyA(key_, "Gone"), ERROR_SUCCESS);
     RegCloseKey(Create("Gone")); // a new key of the same name is another key
 
-    DWORD v = 0, cb = 4, n;
+    DWORD v = 0, n;
     char buf[16];
     HKEY k;
-    EXPECT_EQ(RegQueryValueExA(stale, "v", nullptr, nullptr, reinterpret_cast<BYTE *>(&v), &cb), ERROR_KEY_DELETED);
+    EXPECT_EQ(tstest::GetDword(stale, "v", v), ERROR_KEY_DELETED);
     EXPECT_EQ(RegSetValueExA(stale, "v", 0, REG_DWORD, reinterpret_cast<BYTE *>(&v), 4), ERROR_KEY_DELETED);
     EXPECT_EQ(RegDeleteValueA(stale, "v"), ERROR_KEY_DELETED);
     EXPECT_EQ(RegEnumKeyA(stale, 0, buf, sizeof buf), ERROR_KEY_DELETED);
@@ -232,7 +232,7 @@ TEST_F(RegistryTest, BadHandlesFailWithInvalidHandle)
     HANDLE event = CreateEventA(nullptr, TRUE, FALSE, nullptr); // first, so it cannot take the closed value
     HKEY closed = Create("Closed");
     EXPECT_EQ(RegCloseKey(closed), ERROR_SUCCESS);
-    DWORD v = 0, cb = 4;
+    DWORD v = 0;
     HKEY k;
     char buf[8];
     for (HKEY bad : {static_cast<HKEY>(nullptr), closed, reinterpret_cast<HKEY>(0x12345678),
@@ -240,8 +240,7 @@ TEST_F(RegistryTest, BadHandlesFailWithInvalidHandle)
         EXPECT_EQ(RegOpenKeyExA(bad, "x", 0, KEY_READ, &k), ERROR_INVALID_HANDLE) << bad;
         EXPECT_EQ(RegCreateKeyExA(bad, "x", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &k, nullptr),
                   ERROR_INVALID_HANDLE);
-        EXPECT_EQ(RegQueryValueExA(bad, "v", nullptr, nullptr, reinterpret_cast<BYTE *>(&v), &cb),
-                  ERROR_INVALID_HANDLE);
+        EXPECT_EQ(tstest::GetDword(bad, "v", v), ERROR_INVALID_HANDLE);
         EXPECT_EQ(RegSetValueExA(bad, "v", 0, REG_DWORD, reinterpret_cast<BYTE *>(&v), 4), ERROR_INVALID_HANDLE);
         EXPECT_EQ(RegEnumKeyA(bad, 0, buf, sizeof buf), ERROR_INVALID_HANDLE);
         EXPECT_EQ(RegDeleteKeyA(bad, "x"), ERROR_INVALID_HANDLE);
@@ -255,38 +254,35 @@ TEST_F(RegistryTest, BadHandlesFailWithInvalidHandle)
 TEST_F(RegistryTest, AccessMasksAreHonoured)
 {
     SetDword(key_, "v", 5);
-    DWORD v = 0, cb = 4, n;
-    char buf[16];
-
-    HKEY reader;
-    ASSERT_EQ(RegOpenKeyExA(HKEY_CURRENT_USER, path_.c_str(), 0, KEY_READ, &reader), ERROR_SUCCESS);
-    EXPECT_EQ(RegQueryValueExA(reader, "v", nullptr, nullptr, reinterpret_cast<BYTE *>(&v), &cb), ERROR_SUCCESS);
-    EXPECT_EQ(RegSetValueExA(reader, "v", 0, REG_DWORD, reinterpret_cast<BYTE *>(&v), 4), ERROR_ACCESS_DENIED);
-    EXPECT_EQ(RegDeleteValueA(reader, "v"), ERROR_ACCESS_DENIED);
-    // Subkeys are made and removed under the rights of the key, not of the handle.
-    HKEY sub;
-    ASSERT_EQ(RegCreateKeyExA(reader, "Sub", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &sub, nullptr), ERROR_SUCCESS);
-    RegCloseKey(sub);
-    EXPECT_EQ(RegDeleteKeyA(reader, "Sub"), ERROR_SUCCESS);
-    RegCloseKey(reader);
-
-    HKEY generic;
-    ASSERT_EQ(RegOpenKeyExA(HKEY_CURRENT_USER, path_.c_str(), 0, GENERIC_READ, &generic), ERROR_SUCCESS);
-    EXPECT_EQ(RegSetValueExA(generic, "v", 0, REG_DWORD, reinterpret_cast<BYTE *>(&v), 4), ERROR_ACCESS_DENIED);
-    cb = 4;
-    EXPECT_EQ(RegQueryValueExA(generic, "v", nullptr, nullptr, reinterpret_cast<BYTE *>(&v), &cb), ERROR_SUCCESS);
-    RegCloseKey(generic);
-
-    HKEY writer;
-    ASSERT_EQ(RegOpenKeyExA(HKEY_CURRENT_USER, path_.c_str(), 0, KEY_SET_VALUE, &writer), ERROR_SUCCESS);
-    EXPECT_EQ(RegSetValueExA(writer, "v", 0, REG_DWORD, reinterpret_cast<BYTE *>(&v), 4), ERROR_SUCCESS);
-    cb = 4;
-    EXPECT_EQ(RegQueryValueExA(writer, "v", nullptr, nullptr, reinterpret_cast<BYTE *>(&v), &cb), ERROR_ACCESS_DENIED);
-    EXPECT_EQ(RegEnumKeyA(writer, 0, buf, sizeof buf), ERROR_ACCESS_DENIED);
-    n = sizeof buf;
-    EXPECT_EQ(RegEnumValueA(writer, 0, buf, &n, nullptr, nullptr, nullptr, nullptr), ERROR_ACCESS_DENIED);
-    EXPECT_EQ(RegDeleteValueA(writer, "v"), ERROR_SUCCESS);
-    RegCloseKey(writer);
+    const LONG ok = ERROR_SUCCESS, denied = ERROR_ACCESS_DENIED, none = ERROR_NO_MORE_ITEMS;
+    // The writer comes last: it deletes the value.
+    const struct {
+        REGSAM access;
+        LONG query, set, enumKey, enumValue, deleteValue;
+    } cases[] = {{KEY_READ, ok, denied, none, ok, denied},
+                 {GENERIC_READ, ok, denied, none, ok, denied},
+                 {KEY_SET_VALUE, denied, ok, denied, denied, ok}};
+    for (const auto &c : cases) {
+        HKEY k;
+        ASSERT_EQ(RegOpenKeyExA(HKEY_CURRENT_USER, path_.c_str(), 0, c.access, &k), ERROR_SUCCESS);
+        DWORD v = 5, n = 16;
+        char buf[16];
+        EXPECT_EQ(tstest::GetDword(k, "v", v), c.query) << std::hex << c.access;
+        EXPECT_EQ(RegSetValueExA(k, "v", 0, REG_DWORD, reinterpret_cast<BYTE *>(&v), 4), c.set) << std::hex << c.access;
+        EXPECT_EQ(RegEnumKeyA(k, 0, buf, sizeof buf), c.enumKey) << std::hex << c.access;
+        EXPECT_EQ(RegEnumValueA(k, 0, buf, &n, nullptr, nullptr, nullptr, nullptr),
+                  c.enumValue) << std::hex << c.access;
+        EXPECT_EQ(RegDeleteValueA(k, "v"), c.deleteValue) << std::hex << c.access;
+        if (c.access == KEY_READ) {
+            // Subkeys are made and removed under the rights of the key, not
+            // of the handle.
+            HKEY sub;
+            ASSERT_EQ(RegCreateKeyExA(k, "Sub", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &sub, nullptr), ERROR_SUCCESS);
+            RegCloseKey(sub);
+            EXPECT_EQ(RegDeleteKeyA(k, "Sub"), ERROR_SUCCESS);
+        }
+        RegCloseKey(k);
+    }
 }
 
 TEST_F(RegistryTest, VolatileKeysTakeOnlyVolatileSubkeys)
@@ -334,8 +330,8 @@ TEST_F(RegistryTest, OpenQueryCloseLeavesNoHandleBehind)
     for (int i = 0; i < 100000; ++i) {
         HKEY k;
         ASSERT_EQ(RegOpenKeyExA(HKEY_CURRENT_USER, path_.c_str(), 0, KEY_READ, &k), ERROR_SUCCESS);
-        DWORD v = 0, cb = 4;
-        ASSERT_EQ(RegQueryValueExA(k, "v", nullptr, nullptr, reinterpret_cast<BYTE *>(&v), &cb), ERROR_SUCCESS);
+        DWORD v = 0;
+        ASSERT_EQ(tstest::GetDword(k, "v", v), ERROR_SUCCESS);
         ASSERT_EQ(v, 9u);
         ASSERT_EQ(RegCloseKey(k), ERROR_SUCCESS);
     }

@@ -175,9 +175,8 @@ TEST_F(RegistryTest, ThreadsWritingOneKeyLoseNothing)
                 DWORD v = static_cast<DWORD>(t * 1000 + i);
                 ASSERT_EQ(RegSetValueExA(k, name.c_str(), 0, REG_DWORD, reinterpret_cast<BYTE *>(&v), 4),
                           ERROR_SUCCESS);
-                DWORD back = 0, cb = 4;
-                ASSERT_EQ(RegQueryValueExA(k, name.c_str(), nullptr, nullptr, reinterpret_cast<BYTE *>(&back), &cb),
-                          ERROR_SUCCESS);
+                DWORD back = 0;
+                ASSERT_EQ(tstest::GetDword(k, name, back), ERROR_SUCCESS);
                 ASSERT_EQ(back, v) << "a read after a write sees it";
             }
             RegCloseKey(k);

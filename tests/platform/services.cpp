@@ -48,8 +48,7 @@ TEST_F(ServiceTest, StartPauseContinueInterrogateStopDelete)
     EXPECT_EQ(st.dwServiceSpecificExitCode, 2u) << "the start arguments reach the service main function";
     EXPECT_EQ(st.dwControlsAccepted,
               static_cast<DWORD>(SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_SHUTDOWN | SERVICE_ACCEPT_PAUSE_CONTINUE));
-    EXPECT_FALSE(StartServiceA(svc, 0, nullptr));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SERVICE_ALREADY_RUNNING));
+    EXPECT_EQ(tstest::ErrorOf(StartServiceA(svc, 0, nullptr)), static_cast<DWORD>(ERROR_SERVICE_ALREADY_RUNNING));
 
     // Each control returns after the handler, with what it reported.
     EXPECT_EQ(Control(svc, SERVICE_CONTROL_PAUSE, st), 0u);
@@ -118,22 +117,18 @@ TEST_F(ServiceTest, ErrorCodesOfTheClientCalls)
 
     SC_HANDLE opened = OpenServiceA(scm_, upper.c_str(), SERVICE_QUERY_STATUS);
     ASSERT_NE(opened, nullptr) << "names match without case";
-    EXPECT_FALSE(StartServiceA(opened, 0, nullptr));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    EXPECT_EQ(tstest::ErrorOf(StartServiceA(opened, 0, nullptr)), static_cast<DWORD>(ERROR_ACCESS_DENIED));
     EXPECT_TRUE(CloseServiceHandle(opened));
     EXPECT_EQ(OpenServiceA(scm_, (name + "missing").c_str(), SERVICE_ALL_ACCESS), nullptr);
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SERVICE_DOES_NOT_EXIST));
 
     // Handles that are not, or no longer, service handles.
     SERVICE_STATUS st{};
-    EXPECT_FALSE(CloseServiceHandle(nullptr));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
-    EXPECT_FALSE(QueryServiceStatus(scm_, &st));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    EXPECT_EQ(tstest::ErrorOf(CloseServiceHandle(nullptr)), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    EXPECT_EQ(tstest::ErrorOf(QueryServiceStatus(scm_, &st)), static_cast<DWORD>(ERROR_INVALID_HANDLE));
     SC_HANDLE closed = OpenServiceA(scm_, name.c_str(), SERVICE_ALL_ACCESS);
     ASSERT_TRUE(CloseServiceHandle(closed));
-    EXPECT_FALSE(CloseServiceHandle(closed));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    EXPECT_EQ(tstest::ErrorOf(CloseServiceHandle(closed)), static_cast<DWORD>(ERROR_INVALID_HANDLE));
 
     // A control the running service does not accept, and one that is no control.
     ASSERT_TRUE(StartServiceA(svc, 0, nullptr)) << GetLastError();
@@ -147,8 +142,8 @@ TEST_F(ServiceTest, ErrorCodesOfTheClientCalls)
     // This process was not started by the manager.
     char tableName[] = "NotStartedByTheManager";
     SERVICE_TABLE_ENTRYA table[] = {{tableName, NeverRuns}, {nullptr, nullptr}};
-    EXPECT_FALSE(StartServiceCtrlDispatcherA(table));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FAILED_SERVICE_CONTROLLER_CONNECT));
+    EXPECT_EQ(tstest::ErrorOf(StartServiceCtrlDispatcherA(table)),
+              static_cast<DWORD>(ERROR_FAILED_SERVICE_CONTROLLER_CONNECT));
 }
 
 TEST_F(ServiceTest, DeletedWhileRunningGoesWhenItStops)
@@ -159,8 +154,7 @@ TEST_F(ServiceTest, DeletedWhileRunningGoesWhenItStops)
     ASSERT_TRUE(StartServiceA(svc, 0, nullptr)) << GetLastError();
     ASSERT_TRUE(WaitForState(svc, SERVICE_RUNNING));
     ASSERT_TRUE(DeleteService(svc));
-    EXPECT_FALSE(DeleteService(svc));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SERVICE_MARKED_FOR_DELETE));
+    EXPECT_EQ(tstest::ErrorOf(DeleteService(svc)), static_cast<DWORD>(ERROR_SERVICE_MARKED_FOR_DELETE));
     SC_HANDLE again = CreateServiceA(scm_, name.c_str(), nullptr, SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS,
                                      SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL, ServiceCommand("").c_str(), nullptr,
                                      nullptr, nullptr, nullptr, nullptr);
@@ -168,12 +162,9 @@ TEST_F(ServiceTest, DeletedWhileRunningGoesWhenItStops)
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SERVICE_MARKED_FOR_DELETE));
     SERVICE_STATUS st{};
     EXPECT_EQ(Control(svc, SERVICE_CONTROL_STOP, st), 0u) << "a service marked for deletion still takes controls";
-    // Stopped, it goes (on Windows once the last handle is closed, too).
-    for (DWORD waited = 0; waited < tstest::kWaitBound; waited += 5) {
-        if (!QueryServiceStatus(svc, &st) || st.dwCurrentState == SERVICE_STOPPED)
-            break;
-        Sleep(5);
-    }
+    // Stopped, it goes (on Windows once the last handle is closed, too);
+    // the status may be gone before it reads as stopped.
+    WaitForState(svc, SERVICE_STOPPED);
     CloseServiceHandle(svc);
     SC_HANDLE gone = nullptr;
     for (DWORD waited = 0; waited < tstest::kWaitBound; waited += 5) {
@@ -208,24 +199,21 @@ TEST_F(ServiceTest, ProcessThatNeverReachesItsDispatcher)
     SetPipeTimeout(300);
     SC_HANDLE svc = Create("silent");
     ASSERT_NE(svc, nullptr);
-    EXPECT_FALSE(StartServiceA(svc, 0, nullptr));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SERVICE_REQUEST_TIMEOUT));
+    EXPECT_EQ(tstest::ErrorOf(StartServiceA(svc, 0, nullptr)), static_cast<DWORD>(ERROR_SERVICE_REQUEST_TIMEOUT));
     SERVICE_STATUS st{};
     ASSERT_TRUE(QueryServiceStatus(svc, &st));
     EXPECT_EQ(st.dwCurrentState, static_cast<DWORD>(SERVICE_STOPPED));
 
     SC_HANDLE quits = Create("quit");
     ASSERT_NE(quits, nullptr);
-    EXPECT_FALSE(StartServiceA(quits, 0, nullptr));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_PROCESS_ABORTED));
+    EXPECT_EQ(tstest::ErrorOf(StartServiceA(quits, 0, nullptr)), static_cast<DWORD>(ERROR_PROCESS_ABORTED));
 
     SC_HANDLE missing = CreateServiceA(scm_, "TsTestMissingProgram", nullptr, SERVICE_ALL_ACCESS,
                                        SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL,
                                        "/nonexistent/program", nullptr, nullptr, nullptr, nullptr, nullptr);
     ASSERT_NE(missing, nullptr);
     created_.push_back("TsTestMissingProgram");
-    EXPECT_FALSE(StartServiceA(missing, 0, nullptr));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+    EXPECT_EQ(tstest::ErrorOf(StartServiceA(missing, 0, nullptr)), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
 }
 
 TEST(ServiceManagerStart, AutomaticServicesStartWithTheManager)
@@ -244,19 +232,10 @@ TEST(ServiceManagerStart, AutomaticServicesStartWithTheManager)
     ASSERT_NE(scm, nullptr) << GetLastError();
     SC_HANDLE svc = OpenServiceA(scm, "tsauto", SERVICE_ALL_ACCESS);
     ASSERT_NE(svc, nullptr) << GetLastError();
-    SERVICE_STATUS st{};
-    for (DWORD waited = 0; waited < tstest::kWaitBound; waited += 5) {
-        if (!QueryServiceStatus(svc, &st) || st.dwCurrentState == SERVICE_RUNNING)
-            break;
-        Sleep(5);
-    }
-    EXPECT_EQ(st.dwCurrentState, static_cast<DWORD>(SERVICE_RUNNING));
+    EXPECT_TRUE(ServiceTest::WaitForState(svc, SERVICE_RUNNING));
     CloseServiceHandle(svc);
     CloseServiceHandle(scm);
-    // The manager's clean stop ends the service too.
-    tstest::ChildProcess stop;
-    ASSERT_TRUE(stop.Start("tsscm", {"--stop"}));
-    EXPECT_EQ(stop.Wait(), 0);
+    EXPECT_EQ(tstest::StopManager(), 0) << "the manager's clean stop ends the service too";
 }
 
 TEST_F(ServiceTest, ReportsFromHandlerAndServiceThreadKeepTheirOrder)

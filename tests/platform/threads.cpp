@@ -74,8 +74,7 @@ TEST(Threads, SuspendingARunningThreadStopsItUntilTheCountIsZero)
         Sleep(0);
     EXPECT_GT(ticks, frozen);
     stop = true;
-    EXPECT_EQ(WaitForSingleObject(t, tstest::kWaitBound), WAIT_OBJECT_0);
-    CloseHandle(t);
+    EXPECT_TRUE(tstest::Joined(t));
 }
 
 TEST(Threads, SuspendCountHasAMaximum)
@@ -89,8 +88,7 @@ TEST(Threads, SuspendCountHasAMaximum)
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SIGNAL_REFUSED));
     while (n > 0)
         ASSERT_EQ(ResumeThread(t), n--);
-    EXPECT_EQ(WaitForSingleObject(t, tstest::kWaitBound), WAIT_OBJECT_0);
-    CloseHandle(t);
+    EXPECT_TRUE(tstest::Joined(t));
 }
 
 TEST(Threads, BeginThreadClosesItsOwnHandleAndEndThreadExSetsTheCode)
@@ -108,11 +106,7 @@ TEST(Threads, BeginThreadClosesItsOwnHandleAndEndThreadExSetsTheCode)
     ASSERT_NE(t, nullptr);
     EXPECT_NE(id, 0u);
     EXPECT_EQ(GetThreadId(t), id);
-    ASSERT_EQ(WaitForSingleObject(t, tstest::kWaitBound), WAIT_OBJECT_0);
-    DWORD code = 0;
-    GetExitCodeThread(t, &code);
-    EXPECT_EQ(code, 42u);
-    CloseHandle(t);
+    EXPECT_EQ(tstest::ThreadResult(t), 42u);
 }
 
 TEST(Threads, IdsPrioritiesAndAffinity)
@@ -123,9 +117,9 @@ TEST(Threads, IdsPrioritiesAndAffinity)
         other = GetCurrentThreadId();
         return 0u;
     });
-    WaitForSingleObject(t, tstest::kWaitBound);
+    ASSERT_EQ(WaitForSingleObject(t, tstest::kWaitBound), WAIT_OBJECT_0);
     EXPECT_NE(other, mine);
-    EXPECT_EQ(GetThreadId(t), other);
+    EXPECT_EQ(GetThreadId(t), other) << "the handle of an ended thread still tells its id";
     CloseHandle(t);
     EXPECT_EQ(GetCurrentProcessId(), static_cast<DWORD>(_getpid()));
 
@@ -133,8 +127,8 @@ TEST(Threads, IdsPrioritiesAndAffinity)
     EXPECT_TRUE(SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_BELOW_NORMAL));
     EXPECT_EQ(GetThreadPriority(GetCurrentThread()), THREAD_PRIORITY_BELOW_NORMAL);
     SetLastError(0);
-    EXPECT_FALSE(SetThreadPriority(GetCurrentThread(), 1000));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    EXPECT_EQ(tstest::ErrorOf(SetThreadPriority(GetCurrentThread(), 1000)),
+              static_cast<DWORD>(ERROR_INVALID_PARAMETER));
     SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_NORMAL);
     EXPECT_EQ(GetThreadPriority(nullptr), THREAD_PRIORITY_ERROR_RETURN);
 
@@ -179,15 +173,13 @@ TEST(Threads, ThreadLocalStorageAndLastErrorArePerThread)
     SetLastError(1234);
     void *seenThere = &mine;
     DWORD errorThere = 0;
-    HANDLE t = tstest::StartThread([&] {
+    ASSERT_TRUE(tstest::Joined(tstest::StartThread([&] {
         seenThere = TlsGetValue(index);
         TlsSetValue(index, &theirs);
         errorThere = GetLastError();
         SetLastError(99);
         return 0u;
-    });
-    WaitForSingleObject(t, tstest::kWaitBound);
-    CloseHandle(t);
+    })));
     EXPECT_EQ(seenThere, nullptr);
     EXPECT_EQ(errorThere, 0u);
     EXPECT_EQ(GetLastError(), 1234u);
@@ -196,8 +188,7 @@ TEST(Threads, ThreadLocalStorageAndLastErrorArePerThread)
 
     EXPECT_TRUE(TlsFree(index));
     SetLastError(0);
-    EXPECT_FALSE(TlsFree(index));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    EXPECT_EQ(tstest::ErrorOf(TlsFree(index)), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
     DWORD again = TlsAlloc();
     if (again == index) {
         EXPECT_EQ(TlsGetValue(again), nullptr) << "a freed index starts empty again";

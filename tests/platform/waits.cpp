@@ -66,12 +66,8 @@ TEST(Waits, WaitAnyOfABlockedThreadReportsTheObjectThatWasSet)
             Sleep(0);
         tstest::WaitUntilBlocked(id);
         SetEvent(ev[target]);
-        ASSERT_EQ(WaitForSingleObject(t, tstest::kWaitBound), WAIT_OBJECT_0);
-        DWORD code;
-        GetExitCodeThread(t, &code);
-        EXPECT_EQ(code, WAIT_OBJECT_0 + target);
+        EXPECT_EQ(tstest::ThreadResult(t), WAIT_OBJECT_0 + target);
         EXPECT_EQ(poll(ev[target]), static_cast<DWORD>(WAIT_TIMEOUT)) << "the wake consumed the event";
-        CloseHandle(t);
     }
     closeAll(ev);
 }
@@ -122,13 +118,9 @@ TEST(Waits, BlockedWaitAllWinsOnlyWhenTheLastObjectArrives)
     SetEvent(ev[1]);
     EXPECT_EQ(poll(t), static_cast<DWORD>(WAIT_TIMEOUT)) << "woke while the mutex was held";
     ReleaseMutex(m);
-    ASSERT_EQ(WaitForSingleObject(t, tstest::kWaitBound), WAIT_OBJECT_0);
-    DWORD code;
-    GetExitCodeThread(t, &code);
-    EXPECT_EQ(code, WAIT_OBJECT_0);
+    EXPECT_EQ(tstest::ThreadResult(t), WAIT_OBJECT_0);
     EXPECT_EQ(poll(ev[0]), static_cast<DWORD>(WAIT_TIMEOUT));
     EXPECT_EQ(poll(ev[1]), static_cast<DWORD>(WAIT_TIMEOUT));
-    CloseHandle(t);
     CloseHandle(m);
     closeAll(ev);
 }
@@ -211,12 +203,8 @@ TEST(Waits, ABlockedWaitOnSixtyFourHandlesUsesNoCpu)
     while (!id)
         Sleep(0);
     double before = tstest::ProcessCpuMs();
-    ASSERT_EQ(WaitForSingleObject(t, tstest::kWaitBound), WAIT_OBJECT_0);
+    EXPECT_EQ(tstest::ThreadResult(t), static_cast<DWORD>(WAIT_TIMEOUT));
     EXPECT_LT(tstest::ProcessCpuMs() - before, 100.0);
-    DWORD code;
-    GetExitCodeThread(t, &code);
-    EXPECT_EQ(code, static_cast<DWORD>(WAIT_TIMEOUT));
-    CloseHandle(t);
     closeAll(ev);
 }
 

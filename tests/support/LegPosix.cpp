@@ -6,10 +6,13 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <filesystem>
+#include <new>
 
 #include <signal.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <time.h>
 
@@ -83,14 +86,6 @@ std::string SiblingProgram(const std::string &name)
     return (std::filesystem::read_symlink("/proc/self/exe").parent_path() / name).string();
 }
 
-ChildProcess::~ChildProcess()
-{
-    if (running_) {
-        Kill();
-        Wait();
-    }
-}
-
 bool ChildProcess::Start(const std::string &name, const std::vector<std::string> &args)
 {
     std::string path = SiblingProgram(name);
@@ -137,4 +132,84 @@ void ChildProcess::Kill()
         kill(static_cast<pid_t>(id_), SIGKILL);
 }
 
+namespace {
+
+// The signal the platform takes for a console event; 0 for none.
+int SignalOf(DWORD event)
+{
+    switch (event) {
+    case CTRL_C_EVENT: return SIGINT;
+    case CTRL_BREAK_EVENT: return SIGQUIT;
+    case CTRL_CLOSE_EVENT: return SIGHUP;
+    case CTRL_SHUTDOWN_EVENT: return SIGTERM;
+    default: return 0;
+    }
+}
+
+} // namespace
+
+bool SendConsoleEventToNewestChild(DWORD event)
+{
+    if (!SignalOf(event))
+        return false;
+    // ChildProcess keeps the pid to itself: the newest child is ours.
+    pid_t newest = 0;
+    std::string path = "/proc/" + std::to_string(getpid()) + "/task/" + std::to_string(getpid()) + "/children";
+    if (FILE *f = fopen(path.c_str(), "r")) {
+        int pid;
+        while (fscanf(f, "%d", &pid) == 1)
+            newest = pid;
+        fclose(f);
+    }
+    return newest > 0 && kill(newest, SignalOf(event)) == 0;
+}
+
+int ExitCodeOfUnhandledEvent(DWORD event)
+{
+    return 128 + SignalOf(event);
+}
+
+bool KillProcess(DWORD pid) { return kill(static_cast<pid_t>(pid), SIGKILL) == 0; }
+bool MayBecomeAnotherUser() { return geteuid() == 0; }
+bool SetPermissions(const std::string &path, unsigned mode) { return chmod(path.c_str(), mode) == 0; }
+
+bool BecomeUser(unsigned uid, unsigned gid)
+{
+    return setgid(static_cast<gid_t>(gid)) == 0 && setuid(static_cast<uid_t>(uid)) == 0;
+}
+
+namespace {
+std::atomic<bool> failArrays{false};
+} // namespace
+
+bool FailArrayAllocation(bool fail)
+{
+    failArrays = fail;
+    return true;
+}
+
+int RunCaptured(const std::string &program, const std::string &args, std::string &output)
+{
+    output.clear();
+    FILE *p = popen(("\"" + SiblingProgram(program) + "\" " + args).c_str(), "r");
+    if (!p)
+        return -1;
+    output = ReadStream(p);
+    int status = pclose(p);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
 } // namespace tstest
+
+void *operator new[](size_t size, const std::nothrow_t &) noexcept
+{
+    return tstest::failArrays ? nullptr : malloc(size ? size : 1);
+}
+void *operator new[](size_t size)
+{
+    if (void *p = malloc(size ? size : 1))
+        return p;
+    throw std::bad_alloc();
+}
+void operator delete[](void *p) noexcept { free(p); }
+void operator delete[](void *p, size_t) noexcept { free(p); }

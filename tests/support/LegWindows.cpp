@@ -39,14 +39,6 @@ std::string SiblingProgram(const std::string &name)
     return dir + name + ".exe";
 }
 
-ChildProcess::~ChildProcess()
-{
-    if (running_) {
-        Kill();
-        Wait();
-    }
-}
-
 bool ChildProcess::Start(const std::string &name, const std::vector<std::string> &args)
 {
     std::string cmd = "\"" + SiblingProgram(name) + "\"";
@@ -97,6 +89,35 @@ void ChildProcess::Kill()
 {
     if (running_)
         TerminateProcess(reinterpret_cast<HANDLE>(id_), 137);
+}
+
+bool SendConsoleEventToNewestChild(DWORD) { return false; }
+int ExitCodeOfUnhandledEvent(DWORD) { return static_cast<int>(CONTROL_C_EXIT); }
+
+bool KillProcess(DWORD pid)
+{
+    HANDLE h = OpenProcess(PROCESS_TERMINATE, FALSE, pid);
+    bool done = h && TerminateProcess(h, 137);
+    if (h)
+        CloseHandle(h);
+    return done;
+}
+
+bool MayBecomeAnotherUser() { return false; }
+bool SetPermissions(const std::string &, unsigned) { return false; }
+bool BecomeUser(unsigned, unsigned) { return false; }
+bool FailArrayAllocation(bool) { return false; }
+
+int RunCaptured(const std::string &program, const std::string &args, std::string &output)
+{
+    // cmd.exe strips one pair of outer quotes.
+    std::string cmd = "\"\"" + SiblingProgram(program) + "\" " + args + "\"";
+    output.clear();
+    FILE *p = _popen(cmd.c_str(), "r");
+    if (!p)
+        return -1;
+    output = ReadStream(p);
+    return _pclose(p);
 }
 
 } // namespace tstest

@@ -1,6 +1,8 @@
 #include "TestSupport.h"
 
 #include <process.h>
+#include <stdio.h>
+#include <sys/stat.h>
 
 namespace tstest {
 
@@ -24,6 +26,83 @@ HANDLE StartThread(std::function<unsigned()> fn, bool suspended)
     if (!h)
         delete heapFn;
     return reinterpret_cast<HANDLE>(h);
+}
+
+ChildProcess::~ChildProcess()
+{
+    if (running_) {
+        Kill();
+        Wait();
+    }
+}
+
+std::string ReadStream(FILE *stream)
+{
+    std::string text;
+    char buf[512];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, stream)) > 0)
+        text.append(buf, n);
+    return text;
+}
+
+bool Joined(HANDLE thread)
+{
+    bool ended = WaitForSingleObject(thread, kWaitBound) == WAIT_OBJECT_0;
+    CloseHandle(thread);
+    return ended;
+}
+
+DWORD ThreadResult(HANDLE thread)
+{
+    DWORD code = 0xFFFFFFFF;
+    if (WaitForSingleObject(thread, kWaitBound) != WAIT_OBJECT_0)
+        ADD_FAILURE() << "the thread did not end";
+    else
+        GetExitCodeThread(thread, &code);
+    CloseHandle(thread);
+    return code;
+}
+
+unsigned RunOnOtherThread(std::function<unsigned()> fn)
+{
+    HANDLE h = StartThread(std::move(fn));
+    if (!h) {
+        ADD_FAILURE() << "no thread";
+        return 0xFFFFFFFF;
+    }
+    return ThreadResult(h);
+}
+
+bool AwaitFile(const std::string &path)
+{
+    for (DWORD waited = 0;; waited += 5) {
+        struct stat st;
+        if (stat(path.c_str(), &st) == 0)
+            return true;
+        if (waited >= kWaitBound)
+            return false;
+        Sleep(5);
+    }
+}
+
+DWORD ErrorOf(BOOL ok)
+{
+    return ok ? ERROR_SUCCESS : GetLastError();
+}
+
+long long MsSince(std::chrono::steady_clock::time_point start)
+{
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
+}
+
+std::string PrintedBy(const std::function<void()> &fn)
+{
+    fflush(stdout);
+    ::testing::internal::CaptureStdout();
+    fn();
+    fflush(stdout);
+    return ::testing::internal::GetCapturedStdout();
 }
 
 } // namespace tstest

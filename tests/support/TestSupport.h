@@ -5,6 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <stdio.h>
+
+#include <chrono>
 #include <functional>
 #include <string>
 #include <vector>
@@ -82,6 +85,58 @@ private:
     long long id_ = 0; // pid on POSIX, process handle on Windows
     bool running_ = false;
 };
+
+// Waits at most kWaitBound for the thread to end and closes its handle;
+// true when it ended.
+bool Joined(HANDLE thread);
+// Waits at most kWaitBound for the thread to end, closes its handle and
+// gives its exit code; 0xFFFFFFFF when it did not end.
+DWORD ThreadResult(HANDLE thread);
+// Runs fn on a thread of its own to its end and gives fn's result, or
+// 0xFFFFFFFF when the thread did not end within kWaitBound.
+unsigned RunOnOtherThread(std::function<unsigned()> fn);
+// Waits at most kWaitBound for the file (of any kind) to exist; true when
+// it does.
+bool AwaitFile(const std::string &path);
+// The error a call left that gave ok: GetLastError() when ok is false,
+// else ERROR_SUCCESS. For EXPECT_EQ(ErrorOf(SomeCall(...)), ERROR_...).
+DWORD ErrorOf(BOOL ok);
+// Milliseconds since start.
+long long MsSince(std::chrono::steady_clock::time_point start);
+// What fn prints on standard output.
+std::string PrintedBy(const std::function<void()> &fn);
+// All that is left to read from the stream.
+std::string ReadStream(FILE *stream);
+
+// The pieces of a test that differ between the legs, so that the suites
+// name no platform. Where a leg has no such thing, the call gives false
+// and the test skips on that leg first.
+
+// Sends the console event (CTRL_C_EVENT, CTRL_BREAK_EVENT, CTRL_CLOSE_EVENT,
+// CTRL_SHUTDOWN_EVENT) to the newest child process of this one as the
+// signal the platform takes for it (SIGINT, SIGQUIT, SIGHUP, SIGTERM).
+// POSIX only.
+bool SendConsoleEventToNewestChild(DWORD event);
+// The exit code of a process that the event ended because no handler took
+// it: 128 + the signal on POSIX, STATUS_CONTROL_C_EXIT on Windows.
+int ExitCodeOfUnhandledEvent(DWORD event);
+// Ends the process with this id at once.
+bool KillProcess(DWORD pid);
+// True when the process may become another user (root on POSIX).
+bool MayBecomeAnotherUser();
+// Sets the POSIX permission bits of a file or folder. POSIX only.
+bool SetPermissions(const std::string &path, unsigned mode);
+// Makes the calling process that user and group for good. POSIX only.
+bool BecomeUser(unsigned uid, unsigned gid);
+// Makes the nothrow array allocation, from which the framework's lists take
+// their node blocks, fail (true) or work again (false). It reaches the
+// libraries only where the program's allocator binds every module, as on
+// POSIX; on Windows a module keeps its own allocator, and the call gives
+// false.
+bool FailArrayAllocation(bool fail);
+// Runs a program beside the test with the arguments (words of one line, as
+// a shell would take them) and gives its exit code and standard output.
+int RunCaptured(const std::string &program, const std::string &args, std::string &output);
 
 } // namespace tstest
 
