@@ -1,20 +1,24 @@
 // SetConsoleCtrlHandler: POSIX signals as console control events.
 //
-// The signal handler only writes the signal's number to a pipe. A watcher
-// thread reads it and starts, for each event, a thread that calls the
-// handlers, the last added first, until one returns TRUE. When none does,
-// the process ends the way the signal's default action ends it.
+// A watcher thread turns each console signal into an event and starts, for
+// each event, a thread that calls the handlers, the last added first, until
+// one returns TRUE. When none does, the process ends the way the signal's
+// default action ends it.
 //
-// The watcher takes the console signals even when the program blocks them
-// in its own threads. A program built with ThreadSanitizer should do so:
-// the sanitizer holds a signal that lands on a thread outside the C library
-// (asleep in a raw futex wait, say) until that thread next calls into it.
+// The watcher learns of a signal in one of two ways. Where a thread of the
+// program leaves the signal unblocked, the signal handler writes its
+// number to a pipe. A program that blocks the console signals in all its
+// threads, from before it starts any, leaves them pending, and the watcher
+// reads them from a signalfd with no handler in between. That is the way
+// for a program built with ThreadSanitizer, which defers a handler to the
+// thread's next call into the C library and can lose the signal meanwhile.
 #include <windows.h>
 
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <mutex>
@@ -28,6 +32,7 @@ struct Console {
     bool ignoreCtrlC = false;
     bool installed = false;
     int pipe[2] = {-1, -1};
+    int pending = -1; // signalfd of the console signals
 };
 
 Console &console()
@@ -83,35 +88,50 @@ DWORD WINAPI runHandlers(LPVOID param)
 
 const int consoleSignals[] = {SIGINT, SIGQUIT, SIGHUP, SIGTERM};
 
-DWORD WINAPI watch(LPVOID started)
+sigset_t consoleSignalSet()
 {
-    sigset_t mine;
-    sigemptyset(&mine);
+    sigset_t set;
+    sigemptyset(&set);
     for (int sig : consoleSignals)
-        sigaddset(&mine, sig);
-    pthread_sigmask(SIG_UNBLOCK, &mine, nullptr); // the handler threads inherit it
-    SetEvent(started);
+        sigaddset(&set, sig);
+    return set;
+}
+
+// Each event on a thread of its own, as Windows does: a handler that takes
+// its time does not hold back the next event.
+void dispatch(int sig)
+{
+    LPVOID param = reinterpret_cast<LPVOID>(static_cast<intptr_t>(sig));
+    HANDLE t = CreateThread(nullptr, 0, runHandlers, param, 0, nullptr);
+    if (t)
+        CloseHandle(t);
+    else
+        runHandlers(param); // late rather than lost when no thread can start
+}
+
+DWORD WINAPI watch(LPVOID)
+{
     Console &c = console();
     for (;;) {
-        // Asleep in poll rather than read: the sanitizer counts poll as a
-        // blocking call and runs a signal's handler at once during it.
-        pollfd p{c.pipe[0], POLLIN, 0};
-        if (poll(&p, 1, -1) < 0 && errno == EINTR)
-            continue;
-        unsigned char b;
-        ssize_t n = read(c.pipe[0], &b, 1);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
+        pollfd p[2] = {{c.pipe[0], POLLIN, 0}, {c.pending, POLLIN, 0}};
+        if (poll(p, 2, -1) < 0) {
+            if (errno == EINTR)
+                continue;
             return 0;
-        // Each event on a thread of its own, as Windows does: a handler that
-        // takes its time does not hold back the next event.
-        LPVOID sig = reinterpret_cast<LPVOID>(static_cast<intptr_t>(b));
-        HANDLE t = CreateThread(nullptr, 0, runHandlers, sig, 0, nullptr);
-        if (t)
-            CloseHandle(t);
-        else
-            runHandlers(sig); // late rather than lost when no thread can start
+        }
+        if (p[0].revents) {
+            unsigned char b;
+            ssize_t n = read(c.pipe[0], &b, 1);
+            if (n == 1)
+                dispatch(b);
+            else if (n == 0 || (errno != EINTR && errno != EAGAIN))
+                return 0;
+        }
+        if (p[1].revents) {
+            signalfd_siginfo info;
+            while (read(c.pending, &info, sizeof info) == static_cast<ssize_t>(sizeof info))
+                dispatch(static_cast<int>(info.ssi_signo));
+        }
     }
 }
 
@@ -119,23 +139,23 @@ bool install(Console &c)
 {
     if (c.installed)
         return true;
-    if (pipe2(c.pipe, O_CLOEXEC) != 0)
+    if (pipe2(c.pipe, O_CLOEXEC | O_NONBLOCK) != 0)
         return false;
-    fcntl(c.pipe[1], F_SETFL, O_NONBLOCK);
-    writeEnd = c.pipe[1];
-    // The first call returns once the watcher runs: a signal that comes
-    // while a thread is still being set up may be missed by a sanitizer.
-    HANDLE started = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    HANDLE t = started ? CreateThread(nullptr, 0, watch, started, 0, nullptr) : nullptr;
-    if (!t) {
-        if (started)
-            CloseHandle(started);
+    sigset_t set = consoleSignalSet();
+    c.pending = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
+    if (c.pending < 0) {
         close(c.pipe[0]);
         close(c.pipe[1]);
         return false;
     }
-    WaitForSingleObject(started, INFINITE);
-    CloseHandle(started);
+    writeEnd = c.pipe[1];
+    HANDLE t = CreateThread(nullptr, 0, watch, nullptr, 0, nullptr);
+    if (!t) {
+        close(c.pipe[0]);
+        close(c.pipe[1]);
+        close(c.pending);
+        return false;
+    }
     CloseHandle(t);
     struct sigaction sa {};
     sa.sa_handler = onSignal;

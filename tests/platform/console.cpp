@@ -12,10 +12,15 @@ const char kNoConsole[] = "console events come from a console, which a test unde
 // consoleprobe in one mode, and the events a test sends it.
 class ConsoleProbe {
 public:
-    explicit ConsoleProbe(const std::string &mode)
+    // With signalsBlocked the child's threads block the console signals and
+    // the watcher reads them pending; otherwise the signal handler takes them.
+    explicit ConsoleProbe(const std::string &mode, bool signalsBlocked = true)
     {
         ready_ = root_.path() + "/ready";
-        started_ = child_.Start("consoleprobe", {mode, ready_});
+        std::vector<std::string> args{mode, ready_};
+        if (!signalsBlocked)
+            args.push_back("unblocked");
+        started_ = child_.Start("consoleprobe", args);
     }
     // Sends the events in turn once the handlers are in place; gives the
     // child's exit code.
@@ -64,6 +69,16 @@ TEST(ConsoleEvents, RepeatedSignalDoesNotKillAProcessThatIsStopping)
     // never by the default.
     EXPECT_EQ(ConsoleProbe("ignore").Send({CTRL_C_EVENT, CTRL_SHUTDOWN_EVENT, CTRL_SHUTDOWN_EVENT}),
               10 + CTRL_SHUTDOWN_EVENT);
+}
+
+TEST(ConsoleEvents, SignalsTakenByTheSignalHandlerBecomeEventsToo)
+{
+    TS_SKIP_ON_WINE(kNoConsole);
+    if (tstest::kThreadSanitizer)
+        GTEST_SKIP() << "ThreadSanitizer defers a signal handler and can lose the signal meanwhile";
+    EXPECT_EQ(ConsoleProbe("chain", false).Send({CTRL_BREAK_EVENT}), 10 + CTRL_BREAK_EVENT);
+    EXPECT_EQ(ConsoleProbe("unhandled", false).Send({CTRL_SHUTDOWN_EVENT}),
+              tstest::ExitCodeOfUnhandledEvent(CTRL_SHUTDOWN_EVENT));
 }
 
 TEST(ConsoleEvents, RemovingAHandlerThatIsNotThereFails)

@@ -19,6 +19,15 @@ namespace tstest {
 // that a lost wake-up fails the test instead of hanging it.
 constexpr DWORD kWaitBound = 10000;
 
+// True in a build with ThreadSanitizer.
+#if defined(__SANITIZE_THREAD__)
+constexpr bool kThreadSanitizer = true;
+#elif defined(__has_feature)
+constexpr bool kThreadSanitizer = __has_feature(thread_sanitizer);
+#else
+constexpr bool kThreadSanitizer = false;
+#endif
+
 // True when the process runs as a Windows program under Wine.
 bool RunningUnderWine();
 // True on the native POSIX leg.
@@ -53,10 +62,11 @@ void WaitUntilBlocked(DWORD threadId);
 double ProcessCpuMs();
 
 // Blocks the console's signals in the calling thread and the threads it
-// starts later, so only the platform's console watcher takes them. A child
-// program calls it first: under ThreadSanitizer a signal taken by a thread
-// asleep in a platform wait is held until that thread wakes. Nothing on
-// Windows.
+// starts later, so they stay pending until the platform's console watcher
+// reads them, with no signal handler in between. A child program calls it
+// first, before it starts a thread: ThreadSanitizer defers a handler to
+// the thread's next call into the C library and can lose the signal
+// meanwhile. Nothing on Windows.
 void LeaveConsoleSignalsToTheWatcher();
 
 // The full path of a program built beside the test executable.

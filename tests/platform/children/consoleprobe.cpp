@@ -1,5 +1,5 @@
 // A console program with control handlers, for the console event tests.
-//   consoleprobe MODE READYFILE
+//   consoleprobe MODE READYFILE [unblocked]
 // creates READYFILE once its handlers are in place, then waits for a
 // handler to tell it to end. Exit code 10 + the event when the handlers
 // ran as the mode expects (last added first, on a thread other than the
@@ -9,6 +9,8 @@
 //   unhandled  both return FALSE: the process ends by the signal
 //   stopping   returns TRUE and the program takes 300 ms to stop
 //   ignore     Ctrl+C ignored (null handler); other events handled
+// The console signals are blocked in every thread, so the watcher reads
+// them pending, unless "unblocked" leaves them to the signal handler.
 #include <windows.h>
 
 #include "TestSupport.h"
@@ -60,9 +62,10 @@ BOOL WINAPI Second(DWORD event)
 
 int main(int argc, char **argv)
 {
-    if (argc != 3)
+    if (argc != 3 && !(argc == 4 && std::string(argv[3]) == "unblocked"))
         return 100;
-    tstest::LeaveConsoleSignalsToTheWatcher();
+    if (argc == 3)
+        tstest::LeaveConsoleSignalsToTheWatcher();
     std::string mode = argv[1];
     mainThread = GetCurrentThreadId();
     done = CreateEventA(nullptr, TRUE, FALSE, nullptr);
