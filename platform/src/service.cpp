@@ -293,6 +293,30 @@ ServiceObject *serviceWith(SC_HANDLE h, HandleRef &ref, DWORD right)
     return s;
 }
 
+// The service behind h for a call that fills in a status; null with the
+// error set when the handle or the status pointer is bad.
+ServiceObject *serviceForStatus(SC_HANDLE h, HandleRef &ref, LPSERVICE_STATUS status)
+{
+    ServiceObject *s = service(h, ref);
+    if (s && !status) {
+        SetLastError(ERROR_INVALID_ADDRESS);
+        return nullptr;
+    }
+    return s;
+}
+
+// The status that a control or query reply carries after its result word.
+bool statusOfReply(const std::string &reply, LPSERVICE_STATUS status)
+{
+    Reader r(reply);
+    r.u32();
+    SERVICE_STATUS st = r.status();
+    if (!r.ok())
+        return false;
+    *status = st;
+    return true;
+}
+
 // The start of a request about one service: the operation and the service.
 Writer serviceRequest(Op op, const ServiceObject *s)
 {
@@ -472,11 +496,9 @@ BOOL WINAPI StartServiceA(SC_HANDLE hService, DWORD dwNumServiceArgs, LPCSTR *lp
 BOOL WINAPI ControlService(SC_HANDLE hService, DWORD dwControl, LPSERVICE_STATUS lpServiceStatus)
 {
     HandleRef ref;
-    ServiceObject *s = service(hService, ref);
+    ServiceObject *s = serviceForStatus(hService, ref, lpServiceStatus);
     if (!s)
         return FALSE;
-    if (!lpServiceStatus)
-        return fail(ERROR_INVALID_ADDRESS);
     DWORD needed = SERVICE_USER_DEFINED_CONTROL;
     switch (dwControl) {
     case SERVICE_CONTROL_STOP:
@@ -493,33 +515,24 @@ BOOL WINAPI ControlService(SC_HANDLE hService, DWORD dwControl, LPSERVICE_STATUS
     std::string reply;
     DWORD code = request(s->manager, serviceRequest(Op::Control, s).u32(dwControl), reply);
     if (code == ERROR_SUCCESS || code == ERROR_INVALID_SERVICE_CONTROL || code == ERROR_SERVICE_CANNOT_ACCEPT_CTRL ||
-        code == ERROR_SERVICE_NOT_ACTIVE) {
-        Reader r(reply);
-        r.u32();
-        SERVICE_STATUS st = r.status();
-        if (r.ok())
-            *lpServiceStatus = st;
-    }
+        code == ERROR_SERVICE_NOT_ACTIVE)
+        statusOfReply(reply, lpServiceStatus);
     return code == ERROR_SUCCESS ? TRUE : fail(code);
 }
 
 BOOL WINAPI QueryServiceStatus(SC_HANDLE hService, LPSERVICE_STATUS lpServiceStatus)
 {
     HandleRef ref;
-    ServiceObject *s = service(hService, ref);
+    ServiceObject *s = serviceForStatus(hService, ref, lpServiceStatus);
     if (!s)
         return FALSE;
-    if (!lpServiceStatus)
-        return fail(ERROR_INVALID_ADDRESS);
     if (!(s->access & SERVICE_QUERY_STATUS))
         return fail(ERROR_ACCESS_DENIED);
     std::string reply;
     if (DWORD code = request(s->manager, serviceRequest(Op::Query, s), reply))
         return fail(code);
-    Reader r(reply);
-    r.u32();
-    *lpServiceStatus = r.status();
-    return TRUE;
+    // A reply without a whole status would be the manager's fault.
+    return statusOfReply(reply, lpServiceStatus) ? TRUE : fail(ERROR_INVALID_DATA);
 }
 
 BOOL WINAPI DeleteService(SC_HANDLE hService)
