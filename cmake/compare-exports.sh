@@ -4,10 +4,15 @@
 # their exports with the same macros, so the two lists must be one.
 #   cmake/compare-exports.sh LIB.so LIB.dll [LIB2.so LIB2.dll ...]
 # Exit 0 when every pair matches, 1 on a difference, 77 (skipped) when a
-# library or a tool is missing, e.g. because the other leg is not built.
+# library or a tool is missing, e.g. because the other leg is not built;
+# with TSUTIL_EXPORTS_REQUIRED=1 (as in CI) a missing piece fails too.
 set -euo pipefail
 
-skip() { echo "skipped: $*"; exit 77; }
+skip() {
+    echo "skipped: $*"
+    [ "${TSUTIL_EXPORTS_REQUIRED:-0}" = 1 ] && exit 1
+    exit 77
+}
 
 pe_objdump=$(command -v x86_64-w64-mingw32-objdump || true)
 [ -n "$pe_objdump" ] || skip "x86_64-w64-mingw32-objdump is not installed"
