@@ -10,11 +10,10 @@
 #undef FALSE
 #undef TRUE
 
-// TSUTIL_API marks what the library exports. The build chooses it (export
-// while building the library, import for its users); see src/CMakeLists.txt.
-#ifndef TSUTIL_API
-#define TSUTIL_API
-#endif
+// TSUTIL_API marks what the library exports (export while building the
+// library, import for its users); the build generates it, see
+// src/CMakeLists.txt.
+#include "TSUtilExport.h"
 
 // Two values of the width of int: FALSE (0) and TRUE (1).
 enum BOOLTYPE { FALSE = 0, TRUE = 1 };

@@ -228,10 +228,14 @@ TEST(GenericServiceConsoleE2E, ConsoleRunEndsOnCtrlC)
     tstest::ScopedMachineRoot root;
     std::filesystem::path ready = ScratchFile("ready");
     std::filesystem::remove(ready);
+    // Declared before the child, so the file goes once the child has ended.
+    struct RemovedAtEnd {
+        std::filesystem::path path;
+        ~RemovedAtEnd() { std::error_code ignored; std::filesystem::remove(path, ignored); }
+    } removed{ready};
     tstest::ChildProcess child;
     ASSERT_TRUE(child.Start("gensvc_probe", {"console", ready.string()}));
     ASSERT_TRUE(tstest::AwaitFile(ready.string())) << "the console run came up";
-    std::filesystem::remove(ready);
     if (!child.Interrupt()) {
         DWORD error = GetLastError();
         TS_SKIP_ON_WINE("GenerateConsoleCtrlEvent fails with error " + std::to_string(error) +

@@ -162,8 +162,7 @@ TEST(CondTest, BroadcastWakesEveryWaiterOfTheMomentAndNoLaterOne)
             return 0u;
         }));
     }
-    while (registered < n)
-        Sleep(1);
+    ASSERT_TRUE(tstest::Eventually([&] { return registered == n; })) << "the waiters did not start";
     for (auto &id : ids)
         tstest::WaitUntilBlocked(id);
     EXPECT_EQ(alias.broadcast(), 1);
@@ -194,11 +193,14 @@ TEST(CondTest, SignalsCrossingTimeOutsLeaveNothingBehind)
             --running;
             return 0u;
         }));
-    while (running > 0) {
+    // The waiters' own time-outs end them; the storm lasts until they have.
+    auto start = std::chrono::steady_clock::now();
+    while (running > 0 && tstest::MsSince(start) < tstest::kWaitBound) {
         c.signal();
         if (running % 2)
             c.broadcast();
     }
+    EXPECT_EQ(running.load(), 0) << "the waiters did not end";
     for (HANDLE h : threads)
         EXPECT_TRUE(tstest::Joined(h));
     EXPECT_EQ(odd.load(), 0);

@@ -22,8 +22,10 @@ public:
                 return static_cast<unsigned>(r);
             }));
         for (int i = 0; i < n; ++i) {
-            while (!myIds_[i])
-                Sleep(0);
+            if (!tstest::Eventually([&] { return myIds_[i] != 0; })) {
+                ADD_FAILURE() << "sleeper " << i << " did not start";
+                break;
+            }
             tstest::WaitUntilBlocked(myIds_[i]);
         }
     }

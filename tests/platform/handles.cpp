@@ -107,8 +107,7 @@ TEST(Handles, CloseWhileAnotherThreadWaitsKeepsTheObjectAlive)
         result = WaitForSingleObject(e, tstest::kWaitBound);
         return 0u;
     });
-    while (!waiterId)
-        Sleep(0);
+    ASSERT_TRUE(tstest::Eventually([&] { return waiterId != 0; })) << "the waiter did not start";
     tstest::WaitUntilBlocked(waiterId);
     EXPECT_TRUE(CloseHandle(e));
     EXPECT_TRUE(SetEvent(keep));

@@ -59,8 +59,7 @@ TEST(Threads, SuspendingARunningThreadStopsItUntilTheCountIsZero)
         }
         return 0u;
     });
-    while (ticks < 10)
-        Sleep(0);
+    ASSERT_TRUE(tstest::Eventually([&] { return ticks >= 10; })) << "the thread does not run";
     EXPECT_EQ(SuspendThread(t), 0u);
     EXPECT_EQ(SuspendThread(t), 1u);
     long frozen = ticks;
@@ -69,10 +68,7 @@ TEST(Threads, SuspendingARunningThreadStopsItUntilTheCountIsZero)
     EXPECT_EQ(ResumeThread(t), 2u);
     EXPECT_EQ(ticks, frozen);
     EXPECT_EQ(ResumeThread(t), 1u);
-    DWORD start = GetTickCount();
-    while (ticks == frozen && GetTickCount() - start < tstest::kWaitBound)
-        Sleep(0);
-    EXPECT_GT(ticks, frozen);
+    EXPECT_TRUE(tstest::Eventually([&] { return ticks > frozen; })) << "the thread did not go on";
     stop = true;
     EXPECT_TRUE(tstest::Joined(t));
 }

@@ -62,8 +62,7 @@ TEST(Waits, WaitAnyOfABlockedThreadReportsTheObjectThatWasSet)
             id = GetCurrentThreadId();
             return static_cast<unsigned>(WaitForMultipleObjects(64, ev.data(), FALSE, tstest::kWaitBound));
         });
-        while (!id)
-            Sleep(0);
+        ASSERT_TRUE(tstest::Eventually([&] { return id != 0; })) << "the waiter did not start";
         tstest::WaitUntilBlocked(id);
         SetEvent(ev[target]);
         EXPECT_EQ(tstest::ThreadResult(t), WAIT_OBJECT_0 + target);
@@ -111,8 +110,7 @@ TEST(Waits, BlockedWaitAllWinsOnlyWhenTheLastObjectArrives)
             ReleaseMutex(m);
         return static_cast<unsigned>(r);
     });
-    while (!id)
-        Sleep(0);
+    ASSERT_TRUE(tstest::Eventually([&] { return id != 0; })) << "the waiter did not start";
     tstest::WaitUntilBlocked(id);
     SetEvent(ev[0]);
     SetEvent(ev[1]);
@@ -200,8 +198,7 @@ TEST(Waits, ABlockedWaitOnSixtyFourHandlesUsesNoCpu)
         id = GetCurrentThreadId();
         return static_cast<unsigned>(WaitForMultipleObjects(64, ev.data(), FALSE, 400));
     });
-    while (!id)
-        Sleep(0);
+    ASSERT_TRUE(tstest::Eventually([&] { return id != 0; })) << "the waiter did not start";
     double before = tstest::ProcessCpuMs();
     EXPECT_EQ(tstest::ThreadResult(t), static_cast<DWORD>(WAIT_TIMEOUT));
     EXPECT_LT(tstest::ProcessCpuMs() - before, 100.0);

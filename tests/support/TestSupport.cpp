@@ -74,16 +74,23 @@ unsigned RunOnOtherThread(std::function<unsigned()> fn)
     return ThreadResult(h);
 }
 
+bool Eventually(const std::function<bool()> &done)
+{
+    auto start = std::chrono::steady_clock::now();
+    while (!done()) {
+        if (MsSince(start) >= kWaitBound)
+            return done();
+        Sleep(1);
+    }
+    return true;
+}
+
 bool AwaitFile(const std::string &path)
 {
-    for (DWORD waited = 0;; waited += 5) {
+    return Eventually([&] {
         struct stat st;
-        if (stat(path.c_str(), &st) == 0)
-            return true;
-        if (waited >= kWaitBound)
-            return false;
-        Sleep(5);
-    }
+        return stat(path.c_str(), &st) == 0;
+    });
 }
 
 DWORD ErrorOf(BOOL ok)

@@ -105,6 +105,10 @@ DWORD ThreadResult(HANDLE thread);
 // Runs fn on a thread of its own to its end and gives fn's result, or
 // 0xFFFFFFFF when the thread did not end within kWaitBound.
 unsigned RunOnOtherThread(std::function<unsigned()> fn);
+// Polls done, yielding the processor in between, until it gives true or
+// kWaitBound has passed; gives done's last answer. For what no event tells,
+// e.g. that a thread has stored its id.
+bool Eventually(const std::function<bool()> &done);
 // Waits at most kWaitBound for the file (of any kind) to exist; true when
 // it does.
 bool AwaitFile(const std::string &path);

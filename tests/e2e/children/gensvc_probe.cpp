@@ -38,12 +38,17 @@ public:
 
 protected:
     void Answering(Change) override { Sleep(holdMs_); }
+    // The ready file appears by a rename once it is written and closed, so
+    // the test that sees it never finds it still open here (Windows would
+    // then refuse to remove it).
     void Started() override
     {
-        if (!readyFile_.empty()) {
-            if (FILE *f = fopen(readyFile_.c_str(), "w"))
-                fclose(f);
-        }
+        if (readyFile_.empty())
+            return;
+        std::string written = readyFile_ + ".part";
+        FILE *f = fopen(written.c_str(), "w");
+        if (!f || fclose(f) != 0 || rename(written.c_str(), readyFile_.c_str()) != 0)
+            fprintf(stderr, "gensvc_probe: cannot write %s\n", readyFile_.c_str());
     }
 
 private:
