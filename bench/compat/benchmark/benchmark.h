@@ -2,7 +2,11 @@
 // benchmarks here use, for the Windows build (run under Wine), where no
 // Windows build of Google Benchmark is at hand. Each benchmark runs with a
 // growing iteration count until one run takes at least half a second, and
-// its wall-clock time per iteration is reported.
+// its wall-clock time per iteration is reported. It takes the flags that the
+// benchmark report passes to both builds (--benchmark_repetitions,
+// --benchmark_filter, --benchmark_format=json) and reports the same
+// statistic as Google Benchmark: real time per iteration, and with
+// repetitions the mean, median and standard deviation of the runs.
 #pragma once
 
 #include <chrono>
@@ -80,6 +84,18 @@ private:
 
 namespace internal {
 
+// One timed run of one benchmark with one argument set.
+struct Result {
+    std::string name;  // with its arguments: "Throughput/2"
+    int repetition;
+    int64_t iterations;
+    double realTime;   // per iteration, in unit
+    TimeUnit unit;
+    double itemsPerSecond;
+    std::map<std::string, double> counters;
+    std::string label, error;
+};
+
 class Benchmark {
 public:
     Benchmark(std::string name, std::function<void(State &)> fn) : name_(std::move(name)), fn_(std::move(fn)) {}
@@ -111,7 +127,9 @@ public:
         return this;
     }
 
-    void run() const;
+    // Runs every argument set; appends one result per repetition.
+    void run(int repetitions, std::vector<Result> &out) const;
+    const std::string &name() const { return name_; }
 
 private:
     std::string name_;
@@ -123,7 +141,7 @@ private:
 };
 
 Benchmark *Register(const char *name, std::function<void(State &)> fn);
-int RunAll();
+int RunAll(int argc, char **argv);
 
 } // namespace internal
 
@@ -142,4 +160,4 @@ inline void ClobberMemory() { asm volatile("" : : : "memory"); }
     static ::benchmark::internal::Benchmark *TSBENCH_CONCAT(tsbench_, __LINE__) = \
         ::benchmark::internal::Register(#fn, fn)
 #define BENCHMARK_MAIN() \
-    int main() { return ::benchmark::internal::RunAll(); }
+    int main(int argc, char **argv) { return ::benchmark::internal::RunAll(argc, argv); }
