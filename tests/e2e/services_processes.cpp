@@ -77,6 +77,39 @@ TEST_F(ServiceTest, KilledServiceProcessIsReportedAborted)
     ASSERT_TRUE(WaitForState(svc, SERVICE_RUNNING));
 }
 
+TEST_F(ServiceTest, HandlesOfAKilledClientAreClosed)
+{
+    // A client that ends without closing its handle to a service marked
+    // for deletion no longer keeps the service.
+    std::string name;
+    SC_HANDLE svc = Create("", SERVICE_DEMAND_START, &name);
+    ASSERT_NE(svc, nullptr);
+    // In the machine root on POSIX, in the current folder on Windows.
+    std::string ready = (root_.path().empty() ? std::string() : root_.path() + "/") + name + ".holding";
+    tstest::ChildProcess holder;
+    ASSERT_TRUE(holder.Start("scmclient", {"hold", name, ready}));
+    ASSERT_TRUE(tstest::AwaitFile(ready));
+    ASSERT_TRUE(DeleteService(svc)) << GetLastError();
+    EXPECT_TRUE(CloseServiceHandle(svc));
+    SC_HANDLE held = OpenServiceA(scm_, name.c_str(), SERVICE_QUERY_STATUS);
+    EXPECT_NE(held, nullptr) << "the holder's handle keeps the service";
+    if (held)
+        CloseServiceHandle(held);
+
+    holder.Kill();
+    SC_HANDLE gone = nullptr;
+    for (DWORD waited = 0; waited < tstest::kWaitBound; waited += 5) {
+        gone = OpenServiceA(scm_, name.c_str(), SERVICE_QUERY_STATUS);
+        if (!gone)
+            break;
+        CloseServiceHandle(gone);
+        Sleep(5);
+    }
+    EXPECT_EQ(gone, nullptr);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SERVICE_DOES_NOT_EXIST));
+    EXPECT_EQ(remove(ready.c_str()), 0);
+}
+
 TEST_F(ServiceTest, TsscRoundTrip)
 {
     std::string name = "TsTestSc" + std::to_string(GetCurrentProcessId());

@@ -139,13 +139,18 @@ void Server::acceptAll()
         if (fd < 0) {
             if (errno == EINTR || errno == ECONNABORTED)
                 continue;
-            if (errno == EAGAIN || errno == EWOULDBLOCK)
+            if (errno == EAGAIN || errno == EWOULDBLOCK) {
+                if (outOfDescriptors_)
+                    logLine("every waiting client accepted again");
+                outOfDescriptors_ = false;
                 return;
+            }
             if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
                 // Out of descriptors (or memory): the pending connection
                 // waits in the backlog until one is freed or the pause ends.
-                if (backoffMs_ == 0)
+                if (!outOfDescriptors_)
                     logLine("accept: %s; waiting for a free descriptor", strerror(errno));
+                outOfDescriptors_ = true;
                 backoffMs_ = backoffMs_ == 0 ? kFirstBackoffMs : std::min(backoffMs_ * 2, kLongestBackoffMs);
                 acceptAfter_ = tsp::monotonicMs() + backoffMs_;
                 return;
@@ -154,8 +159,6 @@ void Server::acceptAll()
             stopping_ = true;
             return;
         }
-        if (backoffMs_ != 0)
-            logLine("accepting again");
         backoffMs_ = 0;
         acceptAfter_ = 0;
         Connection c;

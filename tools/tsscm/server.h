@@ -76,6 +76,7 @@ private:
     int wakeFd_ = -1;
     int64_t acceptAfter_ = 0;   // backing off until then (monotonic ms)
     int backoffMs_ = 0;
+    bool outOfDescriptors_ = false; // since the last time the backlog was empty
     int64_t idleSince_ = -1;
     std::map<int, Connection> connections_; // by descriptor; the loop's own
     std::map<pid_t, int> perProcess_;       // connections of each client process
