@@ -97,16 +97,7 @@ TEST_F(ServiceTest, HandlesOfAKilledClientAreClosed)
         CloseServiceHandle(held);
 
     holder.Kill();
-    SC_HANDLE gone = nullptr;
-    for (DWORD waited = 0; waited < tstest::kWaitBound; waited += 5) {
-        gone = OpenServiceA(scm_, name.c_str(), SERVICE_QUERY_STATUS);
-        if (!gone)
-            break;
-        CloseServiceHandle(gone);
-        Sleep(5);
-    }
-    EXPECT_EQ(gone, nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SERVICE_DOES_NOT_EXIST));
+    EXPECT_TRUE(WaitUntilGone(name));
     EXPECT_EQ(remove(ready.c_str()), 0);
 }
 

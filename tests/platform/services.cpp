@@ -166,16 +166,7 @@ TEST_F(ServiceTest, DeletedWhileRunningGoesWhenItStops)
     // the status may be gone before it reads as stopped.
     WaitForState(svc, SERVICE_STOPPED);
     CloseServiceHandle(svc);
-    SC_HANDLE gone = nullptr;
-    for (DWORD waited = 0; waited < tstest::kWaitBound; waited += 5) {
-        gone = OpenServiceA(scm_, name.c_str(), SERVICE_QUERY_STATUS);
-        if (!gone)
-            break;
-        CloseServiceHandle(gone);
-        Sleep(5);
-    }
-    EXPECT_EQ(gone, nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SERVICE_DOES_NOT_EXIST));
+    EXPECT_TRUE(WaitUntilGone(name));
 }
 
 TEST_F(ServiceTest, MarkedForDeletionUntilTheLastHandleCloses)
@@ -202,6 +193,7 @@ TEST_F(ServiceTest, MarkedForDeletionUntilTheLastHandleCloses)
 
     // The last handle closed, the service is gone and its name free.
     EXPECT_TRUE(CloseServiceHandle(second));
+    EXPECT_TRUE(WaitUntilGone(name));
     SC_HANDLE again = create();
     EXPECT_NE(again, nullptr) << GetLastError();
     if (again)
