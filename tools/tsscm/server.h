@@ -25,7 +25,11 @@ struct ServerOptions {
     bool onDemand = false;   // end after idleExitMs with no client and no service process
     long idleExitMs = 2000;
     int signalFd = -1;       // a signalfd whose signals stop the manager, or -1
-    size_t workers = 16;     // the most threads that serve waiting requests
+    // The most threads that serve waiting requests; more such requests
+    // queue. What a waiting request waits for (a dispatcher's connection,
+    // a service's report) is served by the loop itself, so a full pool
+    // delays but never blocks them.
+    size_t workers = 16;
 };
 
 class Server {
