@@ -1,5 +1,7 @@
 // The Microsoft C runtime names that glibc lacks: numbers and text,
 // paths, stream files with share flags, dates.
+#include "casefold.h"
+
 #include <direct.h>
 #include <io.h>
 #include <mbstring.h>
@@ -207,8 +209,8 @@ int _strnicmp(const char *a, const char *b, size_t n)
     const unsigned char *x = reinterpret_cast<const unsigned char *>(a);
     const unsigned char *y = reinterpret_cast<const unsigned char *>(b);
     for (; n; --n, ++x, ++y) {
-        int cx = (*x >= 'A' && *x <= 'Z') ? *x + 32 : *x;
-        int cy = (*y >= 'A' && *y <= 'Z') ? *y + 32 : *y;
+        int cx = static_cast<unsigned char>(tsp::asciiLower(static_cast<char>(*x)));
+        int cy = static_cast<unsigned char>(tsp::asciiLower(static_cast<char>(*y)));
         if (cx != cy || !cx)
             return cx - cy;
     }

@@ -2,6 +2,8 @@
 // CLOCK_MONOTONIC. Every blocking primitive of the layer sleeps here.
 #pragma once
 
+#include "monotonic.h"
+
 #include <linux/futex.h>
 #include <sys/syscall.h>
 #include <time.h>
@@ -24,7 +26,7 @@ struct Deadline {
         if (milliseconds == 0xFFFFFFFFu)
             return d;
         d.infinite = false;
-        clock_gettime(CLOCK_MONOTONIC, &d.at);
+        d.at = monotonicNow();
         d.at.tv_sec += milliseconds / 1000;
         d.at.tv_nsec += static_cast<long>(milliseconds % 1000) * 1000000L;
         if (d.at.tv_nsec >= 1000000000L) {
@@ -38,8 +40,7 @@ struct Deadline {
     {
         if (infinite)
             return false;
-        timespec now;
-        clock_gettime(CLOCK_MONOTONIC, &now);
+        timespec now = monotonicNow();
         return now.tv_sec > at.tv_sec || (now.tv_sec == at.tv_sec && now.tv_nsec >= at.tv_nsec);
     }
 };

@@ -1,4 +1,6 @@
 // The multibyte code page of the C runtime and the _mbs functions.
+#include "casefold.h"
+
 #include <mbctype.h>
 #include <mbstring.h>
 
@@ -63,7 +65,7 @@ unsigned int charAt(const CodePage *t, const unsigned char *p, size_t &len)
 // Only the ASCII letters fold, as in the C runtime's "C" locale.
 unsigned int fold(const CodePage *, unsigned int c)
 {
-    return (c >= 'A' && c <= 'Z') ? c + 32 : c;
+    return c < 0x80 ? static_cast<unsigned int>(tsp::asciiLower(static_cast<char>(c))) : c;
 }
 
 int compareChars(const unsigned char *a, const unsigned char *b, bool foldCase)

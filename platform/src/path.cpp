@@ -1,7 +1,7 @@
 // Path translation, the current directory and the program's own path.
 #include "path.h"
 
-#include "machineroot.h"
+#include "winpath.h"
 
 #include <ctype.h>
 #include <link.h>
@@ -17,197 +17,17 @@
 
 namespace tsp {
 
-namespace {
-
-bool isSep(char c) { return c == '\\' || c == '/'; }
-
-// The POSIX folder of a drive: "" for z: (the file system's root).
-bool driveRoot(char letter, std::string &base)
-{
-    letter = static_cast<char>(tolower(static_cast<unsigned char>(letter)));
-    if (letter == 'z') {
-        base.clear();
-        return true;
-    }
-    const std::string &root = machineRoot();
-    if (root.empty())
-        return false;
-    if (letter == 'c') {
-        base = root + "/drive_c";
-        // The system drive always exists: made once for each machine root.
-        thread_local std::string madeFor;
-        if (madeFor != root) {
-            mkdir(base.c_str(), 0755);
-            madeFor = root;
-        }
-        return true;
-    }
-    base = root + "/dosdevices/" + letter + ":";
-    struct stat st;
-    return stat(base.c_str(), &st) == 0;
-}
-
-std::string currentDirectory()
-{
-    std::vector<char> buf(PATH_MAX);
-    for (;;) {
-        if (getcwd(buf.data(), buf.size()))
-            return buf.data();
-        if (errno != ERANGE)
-            return "/";
-        buf.resize(buf.size() * 2);
-    }
-}
-
-// The drive of a POSIX path: its letter, its folder and the rest.
-char driveOf(const std::string &posixPath, std::string &base, std::string &rest)
-{
-    const std::string &root = machineRoot();
-    if (!root.empty()) {
-        std::string c = root + "/drive_c";
-        if (posixPath.compare(0, c.size(), c) == 0 && (posixPath.size() == c.size() || posixPath[c.size()] == '/')) {
-            base = c;
-            rest = posixPath.substr(c.size());
-            return 'c';
-        }
-    }
-    base.clear();
-    rest = posixPath;
-    return 'z';
-}
-
-// Joins base and the components of rest, with "." and ".." resolved by
-// name and never above base.
-std::string join(const std::string &base, const std::string &rest)
-{
-    std::vector<std::string> parts;
-    size_t i = 0;
-    while (i < rest.size()) {
-        while (i < rest.size() && isSep(rest[i]))
-            ++i;
-        size_t j = i;
-        while (j < rest.size() && !isSep(rest[j]))
-            ++j;
-        if (j > i) {
-            std::string part = rest.substr(i, j - i);
-            if (part == "..") {
-                if (!parts.empty())
-                    parts.pop_back();
-            } else if (part != ".") {
-                parts.push_back(part);
-            }
-        }
-        i = j;
-    }
-    std::string out = base;
-    for (const std::string &p : parts)
-        out += "/" + p;
-    if (parts.empty())
-        out += "/";
-    else if (!rest.empty() && isSep(rest.back()))
-        out += "/";
-    return out;
-}
-
-} // namespace
-
 bool toPosixPath(const char *path, std::string &out)
 {
-    if (!path || !*path) {
-        SetLastError(ERROR_PATH_NOT_FOUND);
+    DWORD error = translateWindowsPath(path, out);
+    if (error != ERROR_SUCCESS) {
+        SetLastError(error);
         return false;
     }
-    std::string p(path);
-    // "\\?\" only turns off Windows' own parsing.
-    if (p.size() >= 4 && isSep(p[0]) && isSep(p[1]) && p[2] == '?' && isSep(p[3]))
-        p.erase(0, 4);
-    if (p.empty()) {
-        SetLastError(ERROR_PATH_NOT_FOUND);
-        return false;
-    }
-
-    if (p[0] == '/' && !(p.size() > 1 && isSep(p[1]))) {
-        // A POSIX absolute path: only the separators change.
-        out = p;
-        for (char &c : out)
-            if (c == '\\')
-                c = '/';
-        return true;
-    }
-
-    std::string base, rest;
-    if (isSep(p[0]) && p.size() > 1 && isSep(p[1])) {
-        const std::string &root = machineRoot();
-        if (root.empty()) {
-            SetLastError(ERROR_PATH_NOT_FOUND);
-            return false;
-        }
-        base = root + "/unc";
-        rest = p.substr(1);
-        // A server and a share must be named, and both must exist: a share
-        // is never made by creating a folder.
-        std::string server, share;
-        size_t i = 2;
-        while (i < p.size() && !isSep(p[i]))
-            server += p[i++];
-        while (i < p.size() && isSep(p[i]))
-            ++i;
-        while (i < p.size() && !isSep(p[i]))
-            share += p[i++];
-        struct stat st;
-        if (server.empty() || share.empty() || server == "." || server == "..") {
-            SetLastError(ERROR_BAD_PATHNAME);
-            return false;
-        }
-        if (stat((base + "/" + server).c_str(), &st) != 0) {
-            SetLastError(ERROR_BAD_NETPATH);
-            return false;
-        }
-        if (share == "." || share == ".." || stat((base + "/" + server + "/" + share).c_str(), &st) != 0) {
-            SetLastError(ERROR_BAD_NET_NAME);
-            return false;
-        }
-    } else if (p.size() >= 2 && p[1] == ':' && isalpha(static_cast<unsigned char>(p[0]))) {
-        if (!driveRoot(p[0], base)) {
-            SetLastError(ERROR_PATH_NOT_FOUND);
-            return false;
-        }
-        rest = p.substr(2);
-        if (rest.empty() || !isSep(rest[0])) {
-            // Drive-relative: below the current directory when it lies on
-            // that drive, else below the drive's root.
-            std::string cwdBase, cwdRest;
-            char cur = driveOf(currentDirectory(), cwdBase, cwdRest);
-            if (cur == tolower(static_cast<unsigned char>(p[0])))
-                rest = cwdRest + "/" + rest;
-            else
-                rest = "/" + rest;
-        }
-    } else if (isSep(p[0])) {
-        std::string cwdRest;
-        driveOf(currentDirectory(), base, cwdRest);
-        rest = p;
-    } else {
-        std::string cwdRest;
-        driveOf(currentDirectory(), base, cwdRest);
-        rest = cwdRest + "/" + p;
-    }
-    out = join(base, rest);
     return true;
 }
 
-std::string toWindowsPath(const std::string &posixPath)
-{
-    std::string base, rest;
-    char drive = driveOf(posixPath, base, rest);
-    std::string out(1, static_cast<char>(toupper(drive)));
-    out += ':';
-    if (rest.empty())
-        rest = "/";
-    for (char c : rest)
-        out += c == '/' ? '\\' : c;
-    return out;
-}
+std::string toWindowsPath(const std::string &posixPath) { return windowsFormOf(posixPath); }
 
 DWORD win32ErrorFromErrno(int err, const std::string &posixPath)
 {

@@ -1,6 +1,8 @@
 // The registry store on SQLite.
 #include "regstore.h"
 
+#include "bootid.h"
+#include "casefold.h"
 #include "machineroot.h"
 
 #include <sqlite3.h>
@@ -72,22 +74,6 @@ int64_t fileTimeNow()
     timespec ts;
     clock_gettime(CLOCK_REALTIME, &ts);
     return static_cast<int64_t>(ts.tv_sec) * 10000000 + ts.tv_nsec / 100 + 116444736000000000LL;
-}
-
-std::string bootId()
-{
-    std::string id;
-    int fd = open("/proc/sys/kernel/random/boot_id", O_RDONLY | O_CLOEXEC);
-    if (fd >= 0) {
-        char buf[64];
-        ssize_t n = read(fd, buf, sizeof buf);
-        if (n > 0)
-            id.assign(buf, static_cast<size_t>(n));
-        close(fd);
-    }
-    while (!id.empty() && (id.back() == '\n' || id.back() == ' '))
-        id.pop_back();
-    return id;
 }
 
 uint64_t loadSeq(volatile uint64_t *p) { return __atomic_load_n(p, __ATOMIC_ACQUIRE); }
@@ -198,15 +184,7 @@ KeyId hiveKeyId(uint32_t hiveValue)
     return static_cast<KeyId>(hiveValue - 0x80000000u) + 1;
 }
 
-std::string foldName(const std::string &name)
-{
-    std::string f(name);
-    for (char &c : f) {
-        if (c >= 'a' && c <= 'z')
-            c = static_cast<char>(c - 'a' + 'A');
-    }
-    return f;
-}
+std::string foldName(const std::string &name) { return foldUpper(name); }
 
 // ---------------------------------------------------------------------------
 // Opening

@@ -1,13 +1,15 @@
 // The service manager's client calls: OpenSCManagerA and the calls on
-// manager and service handles, over the daemon's socket (serviceproto.h).
+// manager and service handles, over the daemon's socket (svcwire.h).
 #include "service.h"
 
-#include "machineroot.h"
+#include "daemonlocation.h"
 #include "object.h"
-#include "serviceproto.h"
+#include "svcwire.h"
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <limits.h>
+#include <stdlib.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -18,15 +20,9 @@
 #include <mutex>
 #include <vector>
 
-#ifndef TSPLATFORM_TSSCM_PATH
-#define TSPLATFORM_TSSCM_PATH ""
-#endif
-
 namespace tsp::svc {
 
 namespace {
-
-bool executable(const std::string &p) { return !p.empty() && access(p.c_str(), X_OK) == 0; }
 
 std::string folderOf(const std::string &p)
 {
@@ -34,30 +30,26 @@ std::string folderOf(const std::string &p)
     return slash == std::string::npos ? std::string(".") : p.substr(0, slash);
 }
 
-// tsscm beside the calling program, beside the layer's library (bin/ next
-// to lib/), or where the build put it.
+std::string canonical(const std::string &p)
+{
+    char resolved[PATH_MAX];
+    return realpath(p.c_str(), resolved) ? std::string(resolved) : std::string();
+}
+
+// The daemon that belongs to this library: the build tree's while the
+// library runs from the build tree, else the installed one, at its place
+// relative to the library. Never a daemon of another build.
 std::string findDaemon()
 {
-    char exe[4096];
-    ssize_t n = readlink("/proc/self/exe", exe, sizeof exe - 1);
-    if (n > 0) {
-        exe[n] = 0;
-        std::string p = folderOf(exe) + "/tsscm";
-        if (executable(p))
-            return p;
-    }
     Dl_info info{};
-    if (dladdr(reinterpret_cast<void *>(&connectManager), &info) && info.dli_fname) {
-        std::string lib = folderOf(info.dli_fname);
-        for (const char *rel : {"/tsscm", "/../bin/tsscm"}) {
-            std::string p = lib + rel;
-            if (executable(p))
-                return p;
-        }
-    }
-    if (executable(TSPLATFORM_TSSCM_PATH))
-        return TSPLATFORM_TSSCM_PATH;
-    return std::string();
+    if (!dladdr(reinterpret_cast<void *>(&connectManager), &info) || !info.dli_fname)
+        return std::string();
+    std::string libraryDir = folderOf(canonical(info.dli_fname));
+    std::string buildDir = canonical(TSPLATFORM_BUILD_LIBRARY_DIR);
+    std::string daemon = !buildDir.empty() && buildDir == libraryDir
+                             ? std::string(TSPLATFORM_BUILD_DAEMON)
+                             : libraryDir + "/" + TSPLATFORM_INSTALLED_DAEMON;
+    return access(daemon.c_str(), X_OK) == 0 ? daemon : std::string();
 }
 
 // Starts the daemon detached (its own session, output to run/tsscm.log, no
@@ -237,7 +229,15 @@ public:
     {
         manager->addRef();
     }
-    ~ServiceObject() override { manager->release(); }
+    // The manager counts the handles of each process: a service marked for
+    // deletion goes once the last is closed.
+    ~ServiceObject() override
+    {
+        std::string reply;
+        DWORD err = 0;
+        manager->call(Writer().u32(static_cast<uint32_t>(Op::Close)).u64(id), reply, err);
+        manager->release();
+    }
     ManagerObject *const manager;
     const uint64_t id;
     const std::string name;

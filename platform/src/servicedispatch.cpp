@@ -1,9 +1,11 @@
 // The service process's side: StartServiceCtrlDispatcherA, the control
 // handler and SetServiceStatus.
 #include "service.h"
-#include "serviceproto.h"
+#include "svcwire.h"
 
 #include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <mutex>

@@ -1,6 +1,8 @@
 // System information and clocks.
 #include <windows.h>
 
+#include "monotonic.h"
+
 #include <climits>
 #include <ctime>
 
@@ -9,12 +11,7 @@
 
 namespace {
 
-ULONGLONG monotonicNanoseconds()
-{
-    timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<ULONGLONG>(ts.tv_sec) * 1000000000ull + static_cast<ULONGLONG>(ts.tv_nsec);
-}
+ULONGLONG monotonicNanoseconds() { return tsp::monotonicNs(); }
 
 } // namespace
 

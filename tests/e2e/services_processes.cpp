@@ -77,6 +77,30 @@ TEST_F(ServiceTest, KilledServiceProcessIsReportedAborted)
     ASSERT_TRUE(WaitForState(svc, SERVICE_RUNNING));
 }
 
+TEST_F(ServiceTest, HandlesOfAKilledClientAreClosed)
+{
+    // A client that ends without closing its handle to a service marked
+    // for deletion no longer keeps the service.
+    std::string name;
+    SC_HANDLE svc = Create("", SERVICE_DEMAND_START, &name);
+    ASSERT_NE(svc, nullptr);
+    // In the machine root on POSIX, in the current folder on Windows.
+    std::string ready = (root_.path().empty() ? std::string() : root_.path() + "/") + name + ".holding";
+    tstest::ChildProcess holder;
+    ASSERT_TRUE(holder.Start("scmclient", {"hold", name, ready}));
+    ASSERT_TRUE(tstest::AwaitFile(ready));
+    ASSERT_TRUE(DeleteService(svc)) << GetLastError();
+    EXPECT_TRUE(CloseServiceHandle(svc));
+    SC_HANDLE held = OpenServiceA(scm_, name.c_str(), SERVICE_QUERY_STATUS);
+    EXPECT_NE(held, nullptr) << "the holder's handle keeps the service";
+    if (held)
+        CloseServiceHandle(held);
+
+    holder.Kill();
+    EXPECT_TRUE(WaitUntilGone(name));
+    EXPECT_EQ(remove(ready.c_str()), 0);
+}
+
 TEST_F(ServiceTest, TsscRoundTrip)
 {
     std::string name = "TsTestSc" + std::to_string(GetCurrentProcessId());

@@ -23,6 +23,10 @@ protected:
     void SetUp() override;
     void TearDown() override;
 
+    // Opens the service until it no longer exists (true) or kWaitBound
+    // passes: a deleted service may go a moment after its last handle.
+    bool WaitUntilGone(const std::string &name);
+
     // Installs the test service with these words after its path; a name
     // of the test's own unless one is given. Gives an all-access handle.
     SC_HANDLE Create(const std::string &args = "", DWORD start = SERVICE_DEMAND_START, std::string *name = nullptr);
@@ -85,6 +89,18 @@ inline bool ServiceTest::WaitForState(SC_HANDLE svc, DWORD state, SERVICE_STATUS
     }
     if (out)
         *out = st;
+    return false;
+}
+
+inline bool ServiceTest::WaitUntilGone(const std::string &name)
+{
+    for (DWORD waited = 0; waited <= kWaitBound; waited += 5) {
+        SC_HANDLE svc = OpenServiceA(scm_, name.c_str(), SERVICE_QUERY_STATUS);
+        if (!svc)
+            return GetLastError() == ERROR_SERVICE_DOES_NOT_EXIST;
+        CloseServiceHandle(svc);
+        Sleep(5);
+    }
     return false;
 }
 

@@ -166,16 +166,38 @@ TEST_F(ServiceTest, DeletedWhileRunningGoesWhenItStops)
     // the status may be gone before it reads as stopped.
     WaitForState(svc, SERVICE_STOPPED);
     CloseServiceHandle(svc);
-    SC_HANDLE gone = nullptr;
-    for (DWORD waited = 0; waited < tstest::kWaitBound; waited += 5) {
-        gone = OpenServiceA(scm_, name.c_str(), SERVICE_QUERY_STATUS);
-        if (!gone)
-            break;
-        CloseServiceHandle(gone);
-        Sleep(5);
-    }
-    EXPECT_EQ(gone, nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SERVICE_DOES_NOT_EXIST));
+    EXPECT_TRUE(WaitUntilGone(name));
+}
+
+TEST_F(ServiceTest, MarkedForDeletionUntilTheLastHandleCloses)
+{
+    std::string name;
+    SC_HANDLE svc = Create("", SERVICE_DEMAND_START, &name);
+    ASSERT_NE(svc, nullptr);
+    SC_HANDLE second = OpenServiceA(scm_, name.c_str(), SERVICE_QUERY_STATUS);
+    ASSERT_NE(second, nullptr) << GetLastError();
+    ASSERT_TRUE(DeleteService(svc)) << GetLastError();
+    EXPECT_TRUE(CloseServiceHandle(svc));
+
+    // Stopped but still open elsewhere: the name stays taken, the handle works.
+    auto create = [&] {
+        return CreateServiceA(scm_, name.c_str(), nullptr, SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS,
+                              SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL, ServiceCommand("").c_str(), nullptr,
+                              nullptr, nullptr, nullptr, nullptr);
+    };
+    EXPECT_EQ(create(), nullptr);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SERVICE_MARKED_FOR_DELETE));
+    SERVICE_STATUS st{};
+    ASSERT_TRUE(QueryServiceStatus(second, &st)) << GetLastError();
+    EXPECT_EQ(st.dwCurrentState, static_cast<DWORD>(SERVICE_STOPPED));
+
+    // The last handle closed, the service is gone and its name free.
+    EXPECT_TRUE(CloseServiceHandle(second));
+    EXPECT_TRUE(WaitUntilGone(name));
+    SC_HANDLE again = create();
+    EXPECT_NE(again, nullptr) << GetLastError();
+    if (again)
+        CloseServiceHandle(again);
 }
 
 TEST_F(ServiceTest, SecondStopWhileStoppingDoesNotKill)

@@ -1,6 +1,8 @@
 // The .reg text format.
 #include "regfile.h"
 
+#include "casefold.h"
+
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
@@ -133,17 +135,7 @@ const char *const kHives[][2] = {
 
 } // namespace
 
-bool sameText(const std::string &a, const char *b)
-{
-    size_t n = strlen(b);
-    if (a.size() != n)
-        return false;
-    for (size_t i = 0; i < n; ++i) {
-        if (toupper(static_cast<unsigned char>(a[i])) != toupper(static_cast<unsigned char>(b[i])))
-            return false;
-    }
-    return true;
-}
+bool sameText(const std::string &a, const char *b) { return tsp::equalNoCase(a, b); }
 
 std::string ansiToUtf16le(const std::string &ansi)
 {

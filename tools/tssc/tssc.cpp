@@ -10,6 +10,8 @@
 // output, as sc.exe prints them.
 #include <windows.h>
 
+#include "casefold.h"
+
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -123,9 +125,7 @@ bool options(int argc, char **argv, int from, std::vector<std::pair<std::string,
                 return false;
             value = argv[++i];
         }
-        for (char &c : key)
-            c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
-        out.emplace_back(key, value);
+        out.emplace_back(tsp::foldLower(key), value);
     }
     return true;
 }
@@ -209,9 +209,7 @@ int main(int argc, char **argv)
 {
     if (argc < 2)
         return usage();
-    std::string cmd = argv[1];
-    for (char &c : cmd)
-        c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+    std::string cmd = tsp::foldLower(argv[1]);
     bool known = cmd == "create" || cmd == "delete" || cmd == "start" || cmd == "stop" || cmd == "pause" ||
                  cmd == "continue" || cmd == "interrogate" || cmd == "query";
     if (!known)

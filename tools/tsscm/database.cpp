@@ -1,7 +1,7 @@
 // The service database in the registry.
 #include "database.h"
 
-#include "serviceproto.h"
+#include "svcwire.h"
 
 namespace tsscm {
 
@@ -87,7 +87,7 @@ LONG deleteTree(HKEY parent, const std::string &sub)
 
 } // namespace
 
-bool readService(const std::string &name, ServiceConfig &out)
+bool RegistryDatabase::readService(const std::string &name, ServiceConfig &out)
 {
     std::string stored;
     if (!storedName(name, stored))
@@ -100,7 +100,7 @@ bool readService(const std::string &name, ServiceConfig &out)
     return ok;
 }
 
-std::vector<ServiceConfig> readAllServices()
+std::vector<ServiceConfig> RegistryDatabase::readAllServices()
 {
     std::vector<ServiceConfig> all;
     HKEY services;
@@ -120,7 +120,7 @@ std::vector<ServiceConfig> readAllServices()
     return all;
 }
 
-LONG writeService(const ServiceConfig &c)
+LONG RegistryDatabase::writeService(const ServiceConfig &c)
 {
     HKEY key;
     DWORD disposition = 0;
@@ -147,7 +147,7 @@ LONG writeService(const ServiceConfig &c)
     return r;
 }
 
-LONG deleteService(const std::string &name)
+LONG RegistryDatabase::deleteService(const std::string &name)
 {
     HKEY services;
     LONG r = RegOpenKeyExA(HKEY_LOCAL_MACHINE, tsp::svc::kServicesKey, 0, KEY_ALL_ACCESS, &services);
@@ -158,7 +158,7 @@ LONG deleteService(const std::string &name)
     return r;
 }
 
-DWORD readControlValue(const char *value, DWORD fallback)
+DWORD RegistryDatabase::readControlValue(const char *value, DWORD fallback)
 {
     HKEY key;
     if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, tsp::svc::kControlKey, 0, KEY_READ, &key) != ERROR_SUCCESS)

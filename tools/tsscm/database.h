@@ -20,20 +20,32 @@ struct ServiceConfig {
     std::string account;
 };
 
-// The service's entry, found without regard to case; false when there is
-// no such key or it is not a Win32 service.
-bool readService(const std::string &name, ServiceConfig &out);
+// Where the manager keeps its services. The daemon keeps them in the
+// registry; a test of the manager may keep them in memory.
+class ServiceDatabase {
+public:
+    virtual ~ServiceDatabase() = default;
+    // The service's entry, found without regard to case; false when there
+    // is no such entry or it is not a Win32 service.
+    virtual bool readService(const std::string &name, ServiceConfig &out) = 0;
+    // Every Win32 service, in the order the store gives them.
+    virtual std::vector<ServiceConfig> readAllServices() = 0;
+    // Writes a new entry; a registry error code on failure.
+    virtual LONG writeService(const ServiceConfig &config) = 0;
+    // Removes the entry and everything below it.
+    virtual LONG deleteService(const std::string &name) = 0;
+    // A DWORD below HKLM\SYSTEM\CurrentControlSet\Control, or fallback.
+    virtual DWORD readControlValue(const char *value, DWORD fallback) = 0;
+};
 
-// Every Win32 service, in the order the registry gives the keys.
-std::vector<ServiceConfig> readAllServices();
-
-// Writes a new entry; a registry error code on failure.
-LONG writeService(const ServiceConfig &config);
-
-// Removes the entry and everything below it.
-LONG deleteService(const std::string &name);
-
-// A DWORD below HKLM\SYSTEM\CurrentControlSet\Control, or fallback.
-DWORD readControlValue(const char *value, DWORD fallback);
+// The database in the registry of the machine root.
+class RegistryDatabase : public ServiceDatabase {
+public:
+    bool readService(const std::string &name, ServiceConfig &out) override;
+    std::vector<ServiceConfig> readAllServices() override;
+    LONG writeService(const ServiceConfig &config) override;
+    LONG deleteService(const std::string &name) override;
+    DWORD readControlValue(const char *value, DWORD fallback) override;
+};
 
 } // namespace tsscm

@@ -1,0 +1,150 @@
+// The services of one machine root and their state machine: creation,
+// handles, start (with the deadline to reach the dispatcher), controls
+// (one at a time per service, bounded by ServicesPipeTimeout), the reports
+// of the service processes, their deaths, deletion and shutdown. It knows
+// no socket and starts no process itself: a ProcessLauncher starts them,
+// and a ControlLink carries the controls to a service's dispatcher, so
+// that a test drives it in-process.
+#pragma once
+
+#include "database.h"
+
+#include <sys/types.h>
+
+#include <condition_variable>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace tsscm {
+
+// Starts and ends service processes. A process's end is reported back
+// with Manager::processEnded.
+class ProcessLauncher {
+public:
+    virtual ~ProcessLauncher() = default;
+    // Starts the service's command line (its ImagePath); ERROR_SUCCESS
+    // with *pid set, or the Win32 error why it cannot.
+    virtual DWORD launch(const std::string &imagePath, pid_t *pid) = 0;
+    // Ends the process at once.
+    virtual void kill(pid_t pid) = 0;
+};
+
+// What a service's dispatcher sends back while a control runs.
+struct ControlEvent {
+    enum Kind { Status, Done } kind = Done;
+    SERVICE_STATUS status{}; // Status: what the handler reported ...
+    uint64_t statusSeq = 0;  // ... and its place in the process's count
+    uint32_t seq = 0;        // Done: the control answered ...
+    DWORD result = 0;        // ... and the handler's result
+};
+
+// The connection to a service's dispatcher. Used by one control at a
+// time; closed when the last holder lets it go.
+class ControlLink {
+public:
+    virtual ~ControlLink() = default;
+    // Delivers control number seq; false when the dispatcher is gone.
+    virtual bool send(uint32_t seq, DWORD control) = 0;
+    // The next event, waiting at most timeoutMs. False on time-out
+    // (*timedOut true) or when the dispatcher is gone (*timedOut false).
+    virtual bool receive(ControlEvent &event, int timeoutMs, bool *timedOut) = 0;
+};
+
+class Manager {
+public:
+    Manager(ServiceDatabase &db, ProcessLauncher &launcher);
+    ~Manager();
+    Manager(const Manager &) = delete;
+    Manager &operator=(const Manager &) = delete;
+
+    // A handle's view of a service.
+    struct Opened {
+        uint64_t id = 0;
+        std::string name; // the name as stored
+    };
+    struct CreateRequest {
+        std::string name, display;
+        bool hasDisplay = false;
+        DWORD type = 0, start = 0, errorControl = 0;
+        std::string imagePath, account;
+    };
+    struct Listed {
+        std::string name, display;
+        SERVICE_STATUS status{};
+    };
+
+    // The service calls of a client process; client is its pid, under
+    // which the handles that create and open give are counted. The
+    // results are the Win32 errors of the calls.
+    DWORD create(const CreateRequest &request, pid_t client, Opened *out);
+    DWORD open(const std::string &name, pid_t client, Opened *out);
+    DWORD closeHandle(uint64_t id, pid_t client);
+    // The client has no connection left: its handles are closed.
+    void clientGone(pid_t client);
+    // Starts the process and waits (ServicesPipeTimeout) until it reaches
+    // its dispatcher, it ends, or the time is up (the process is killed:
+    // ERROR_SERVICE_REQUEST_TIMEOUT).
+    DWORD start(uint64_t id, std::vector<std::string> args);
+    // Delivers a control and waits (ServicesPipeTimeout) for the handler's
+    // return; *status is the service's status after it.
+    DWORD control(uint64_t id, DWORD control, SERVICE_STATUS *status);
+    DWORD query(uint64_t id, SERVICE_STATUS *status);
+    // DeleteService: marks the service; it goes once it is stopped and no
+    // handle to it is open.
+    DWORD remove(uint64_t id);
+    std::vector<Listed> enumerate(DWORD type, DWORD state);
+
+    // A service process's SetServiceStatus, on an ordinary connection.
+    DWORD setStatus(pid_t pid, const SERVICE_STATUS &status, uint64_t seq);
+    // A service process's dispatcher connects: greet tells it the name of
+    // the service that pid was started for and the start arguments, and
+    // gives the link to it, which the service takes. False when pid is no
+    // process that the manager is starting, or greet gives no link.
+    using Greeting = std::function<std::shared_ptr<ControlLink>(const std::string &, const std::vector<std::string> &)>;
+    bool attachDispatcher(pid_t pid, const Greeting &greet);
+    // The launcher saw a service process end.
+    void processEnded(pid_t pid);
+
+    // Starts the SERVICE_AUTO_START services.
+    void autoStart();
+    // Sends SERVICE_CONTROL_SHUTDOWN (or stop) to every running service,
+    // waits for the processes (WaitToKillServiceTimeout) and kills the rest.
+    void shutdown();
+    // True while a service process runs or is being started.
+    bool hasProcesses();
+    // Called (without the manager's lock) when a process has ended.
+    void onProcessEnded(std::function<void()> hook);
+
+private:
+    struct Service;
+    using ServicePtr = std::shared_ptr<Service>;
+    using Lock = std::unique_lock<std::mutex>;
+
+    ServicePtr lookupName(const std::string &name);
+    ServicePtr lookupId(uint64_t id);
+    void addHandle(const ServicePtr &s, pid_t client);
+    void dropHandle(const ServicePtr &s);
+    void settle(const ServicePtr &s);
+    DWORD startLocked(const ServicePtr &s, std::vector<std::string> args, Lock &g);
+    DWORD controlLocked(const ServicePtr &s, DWORD control, Lock &g);
+    void applyReport(const ServicePtr &s, const SERVICE_STATUS &status, uint64_t seq);
+
+    ServiceDatabase &db_;
+    ProcessLauncher &launcher_;
+    std::mutex lock_;
+    std::condition_variable changed_;
+    std::map<std::string, ServicePtr> services_; // by folded name
+    std::map<pid_t, std::map<uint64_t, int>> handles_; // client -> service id -> open handles
+    uint64_t nextId_ = 1;
+    // HKLM\SYSTEM\CurrentControlSet\Control\ServicesPipeTimeout: how long a
+    // started process may take to reach its dispatcher, and a handler to
+    // return. Read at each start.
+    DWORD pipeTimeoutMs_ = 30000;
+    std::function<void()> processEndedHook_;
+};
+
+} // namespace tsscm
