@@ -2,6 +2,8 @@
 // CLOCK_MONOTONIC. Every blocking primitive of the layer sleeps here.
 #pragma once
 
+#include "check.h"
+
 #include <linux/futex.h>
 #include <sys/syscall.h>
 #include <time.h>
@@ -24,7 +26,7 @@ struct Deadline {
         if (milliseconds == 0xFFFFFFFFu)
             return d;
         d.infinite = false;
-        clock_gettime(CLOCK_MONOTONIC, &d.at);
+        TS_CHECK(clock_gettime(CLOCK_MONOTONIC, &d.at) == 0, "clock_gettime(CLOCK_MONOTONIC)");
         d.at.tv_sec += milliseconds / 1000;
         d.at.tv_nsec += static_cast<long>(milliseconds % 1000) * 1000000L;
         if (d.at.tv_nsec >= 1000000000L) {
@@ -39,20 +41,33 @@ struct Deadline {
         if (infinite)
             return false;
         timespec now;
-        clock_gettime(CLOCK_MONOTONIC, &now);
+        if (!TS_CHECK(clock_gettime(CLOCK_MONOTONIC, &now) == 0, "clock_gettime(CLOCK_MONOTONIC)"))
+            return true; // a clock that cannot be read ends the wait rather than never
         return now.tv_sec > at.tv_sec || (now.tv_sec == at.tv_sec && now.tv_nsec >= at.tv_nsec);
     }
 };
 
 // Sleeps while *word == expected, until woken, interrupted or the deadline.
-// Gives false only when the deadline has passed.
+// Gives false only when the deadline has passed. Every caller looks at its
+// word again after a true result, so a spurious wake-up costs one more turn.
 inline bool futexWait(std::atomic<uint32_t> *word, uint32_t expected, const Deadline &deadline)
 {
     static_assert(sizeof(std::atomic<uint32_t>) == sizeof(uint32_t), "futex word");
     int saved = errno; // a Win32 call leaves the C runtime's errno alone
     long r = syscall(SYS_futex, reinterpret_cast<uint32_t *>(word), FUTEX_WAIT_BITSET | FUTEX_PRIVATE_FLAG,
                      expected, deadline.infinite ? nullptr : &deadline.at, nullptr, FUTEX_BITSET_MATCH_ANY);
-    bool timedOut = r == -1 && errno == ETIMEDOUT;
+    bool timedOut = false;
+    if (r == -1) {
+        // Timed out, interrupted, or the word had moved on: the only ways a
+        // wait on a valid word with a valid deadline can end in an error.
+        timedOut = errno == ETIMEDOUT;
+        if (!TS_CHECK(timedOut || errno == EINTR || errno == EAGAIN, "futex(FUTEX_WAIT_BITSET)")) {
+            // In a release build the waits carry on as a slow poll rather
+            // than a spin of the whole processor.
+            timespec pause = {0, 1000000};
+            nanosleep(&pause, nullptr);
+        }
+    }
     errno = saved;
     return !timedOut;
 }
@@ -60,8 +75,9 @@ inline bool futexWait(std::atomic<uint32_t> *word, uint32_t expected, const Dead
 inline void futexWake(std::atomic<uint32_t> *word, int count)
 {
     int saved = errno;
-    syscall(SYS_futex, reinterpret_cast<uint32_t *>(word), FUTEX_WAKE | FUTEX_PRIVATE_FLAG, count, nullptr,
-            nullptr, 0);
+    TS_CHECK(syscall(SYS_futex, reinterpret_cast<uint32_t *>(word), FUTEX_WAKE | FUTEX_PRIVATE_FLAG, count, nullptr,
+                     nullptr, 0) != -1,
+             "futex(FUTEX_WAKE)");
     errno = saved;
 }
 
