@@ -79,7 +79,7 @@ BOOL WINAPI TryEnterCriticalSection(LPCRITICAL_SECTION cs)
 void WINAPI LeaveCriticalSection(LPCRITICAL_SECTION cs)
 {
     if (!TS_CHECK_CODE(ownerOf(cs) == GetCurrentThreadId() ? 0 : EPERM,
-                       "LeaveCriticalSection by a thread that does not own the section"))
+                       "LeaveCriticalSection (the caller is not the owner)"))
         return;
     if (--cs->RecursionCount > 0)
         return;
