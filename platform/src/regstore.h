@@ -2,19 +2,17 @@
 // processes of that root.
 //
 // Files: $ROOT/registry.db (WAL mode, synchronous FULL, mode 0600) and
-// $ROOT/registry.db-seq, a shared page holding the change counter. Every
-// write runs as one transaction under an exclusive flock of the counter
-// file: the writer makes the counter odd, commits, and makes it even again.
-// A reader that sees an even counter may keep what it read until the
-// counter moves; an odd counter (a write in flight, or a writer that died
-// in the middle) is never cached, and the next writer or the next process
-// to open the store turns it even again. Writers of several processes
-// queue on the flock; a process killed at any moment leaves the database
-// consistent, and a call that returned success is on disk.
+// $ROOT/registry.db-seq, the shared change counter (regseq.h). Every write
+// runs as one transaction under the counter's writers' lock, and a reader
+// keeps what it read while the counter stays where it was. A process
+// killed at any moment leaves the database consistent, and a call that
+// returned success is on disk.
 //
 // Results are Win32 error numbers. Names are byte strings of the process's
 // code page; they compare by their ASCII upper-case fold.
 #pragma once
+
+#include "regseq.h"
 
 #include <windows.h>
 
@@ -98,10 +96,21 @@ public:
 
 private:
     explicit Store(std::string root);
+    // Opening, one step each; the steps give SQLite result codes from
+    // openConnection on.
     LONG openFiles();
+    LONG createDatabaseFile(const std::string &path);
+    int openConnection(const std::string &path);
+    // Under the writers' lock, in one transaction: the journal mode, the
+    // schema, the hives, the volatile keys of an earlier boot, and a
+    // counter left odd by a writer that died.
+    int setUp();
+    int createSchema();
+    int insertHives();
+    int dropVolatileKeysOfEarlierBoot();
+    int prepare();
     void closeFiles();
     LONG reopenAfterFork();
-    LONG prepare();
 
     // Starts the cache epoch; true when reads may be cached now.
     bool cacheable();
@@ -132,8 +141,7 @@ private:
     std::string root_;
     std::mutex lock_;
     sqlite3 *db_ = nullptr;
-    int seqFd_ = -1;
-    volatile uint64_t *seq_ = nullptr; // the shared change counter
+    ChangeCounter counter_;
     unsigned forkGeneration_ = 0;
 
     enum Stmt {
