@@ -42,7 +42,10 @@ const char *const kSchema =
     "  key INTEGER NOT NULL, fold BLOB NOT NULL, name BLOB NOT NULL, ord INTEGER NOT NULL,"
     "  type INTEGER NOT NULL, data BLOB NOT NULL, mtime INTEGER NOT NULL, PRIMARY KEY(key, fold)) WITHOUT ROWID;";
 
-const char *const kJournalMode = "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL;";
+// A commit is appended to the write-ahead log without waiting for the disk:
+// it survives the death of any process at once, a power cut once a
+// checkpoint has synced it (see Store::flush).
+const char *const kJournalMode = "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;";
 const char *const kBeginText = "BEGIN IMMEDIATE";
 const char *const kCommitText = "COMMIT";
 const char *const kRollbackText = "ROLLBACK";
@@ -290,7 +293,28 @@ Store::~Store()
         std::lock_guard<std::mutex> guard(storesLock());
         liveStores().erase(this);
     }
+    // A clean close leaves everything written on disk. A store copied into
+    // a child by fork and never used there has no connection of its own.
+    if (db_ && forkGeneration_ == gForkGeneration.load())
+        checkpoint();
     closeFiles();
+}
+
+int Store::checkpoint()
+{
+    // FULL waits (within the busy timeout) for writers and readers of other
+    // processes to let the whole log be copied; with synchronous NORMAL the
+    // log is synced before the copy and the database after it.
+    return sqlite3_wal_checkpoint_v2(db_, nullptr, SQLITE_CHECKPOINT_FULL, nullptr, nullptr);
+}
+
+LONG Store::flush()
+{
+    std::lock_guard<std::mutex> guard(lock_);
+    if (LONG e = lockForRead())
+        return e;
+    int rc = checkpoint();
+    return rc == SQLITE_OK ? ERROR_SUCCESS : sqlError(rc);
 }
 
 void Store::closeFiles()

@@ -1,12 +1,16 @@
 // The registry store: one SQLite database per machine root, shared by all
 // processes of that root.
 //
-// Files: $ROOT/registry.db (WAL mode, synchronous FULL, mode 0600) and
+// Files: $ROOT/registry.db (WAL mode, synchronous NORMAL, mode 0600) and
 // $ROOT/registry.db-seq, the shared change counter (regseq.h). Every write
 // runs as one transaction under the counter's writers' lock, and a reader
 // keeps what it read while the counter stays where it was. A process
 // killed at any moment leaves the database consistent, and a call that
-// returned success is on disk.
+// returned success is in the write-ahead log, where the death of any
+// process cannot take it. The disk is waited for only by flush (and a
+// clean close of the store), and by SQLite's own checkpoints, which copy
+// the log into the database after every thousand or so pages written:
+// what these have synced survives a power cut.
 //
 // Results are Win32 error numbers. Names are byte strings of the process's
 // code page; they compare by their ASCII upper-case fold.
@@ -94,6 +98,10 @@ public:
     LONG values(KeyId key, std::shared_ptr<const std::vector<ValueEntry>> *out);
     LONG info(KeyId key, KeyInfo *out);
 
+    // Makes everything committed so far, by any process, survive a power
+    // cut: the log is synced and copied into the database, which is synced.
+    LONG flush();
+
 private:
     explicit Store(std::string root);
     // Opening, one step each; the steps give SQLite result codes from
@@ -111,6 +119,7 @@ private:
     int prepare();
     void closeFiles();
     LONG reopenAfterFork();
+    int checkpoint();
 
     // Starts the cache epoch; true when reads may be cached now.
     bool cacheable();
