@@ -8,7 +8,9 @@
 // errno of the moment and the place; a debug build (NDEBUG unset) then
 // aborts. A release build goes on, and the expression's value (cond) lets
 // the caller take its most sensible way out. TS_CHECK_CODE does the same
-// for calls that give their error number as the result (pthread_*).
+// for calls that give their error number as the result (pthread_*); a
+// library with codes of its own passes its text for the code to
+// checkPassed.
 //
 // The report is written with write(2) from a stack buffer, so it is safe in
 // a signal handler and after fork.
@@ -22,14 +24,11 @@
 
 namespace tsp {
 
-[[gnu::cold, gnu::noinline]] inline void reportImpossible(const char *what, int error, const char *file, int line)
+[[gnu::cold, gnu::noinline]] inline void reportImpossible(const char *what, const char *why, int code,
+                                                          const char *file, int line)
 {
     char text[512];
-    char reason[128];
-    // The GNU strerror_r may give a static text instead of filling reason.
-    const char *why = strerror_r(error, reason, sizeof reason);
-    int n = snprintf(text, sizeof text, "tsplatform: %s failed: %s (errno %d) at %s:%d\n", what, why, error, file,
-                     line);
+    int n = snprintf(text, sizeof text, "tsplatform: %s failed: %s (%d) at %s:%d\n", what, why, code, file, line);
     if (n > 0) {
         size_t len = static_cast<size_t>(n) < sizeof text ? static_cast<size_t>(n) : sizeof text - 1;
         // Nothing is left to report a failed report to.
@@ -41,11 +40,22 @@ namespace tsp {
 #endif
 }
 
+inline bool checkPassed(bool ok, const char *what, const char *why, int code, const char *file, int line)
+{
+    if (__builtin_expect(ok, 1))
+        return true;
+    reportImpossible(what, why, code, file, line);
+    return false;
+}
+
+// The same with an errno value as the code.
 inline bool checkPassed(bool ok, const char *what, int error, const char *file, int line)
 {
     if (__builtin_expect(ok, 1))
         return true;
-    reportImpossible(what, error, file, line);
+    char reason[128];
+    // The GNU strerror_r may give a static text instead of filling reason.
+    reportImpossible(what, strerror_r(error, reason, sizeof reason), error, file, line);
     return false;
 }
 

@@ -19,6 +19,14 @@
 #include <cassert>
 #include <set>
 
+// A SQLite call that cannot fail here, checked with SQLite's text for the
+// result.
+#define REG_CHECK_SQLITE(call, what)                                                                                  \
+    [&](int regCheckResult) {                                                                                          \
+        return ::tsp::checkPassed(regCheckResult == SQLITE_OK, (what), sqlite3_errstr(regCheckResult),                 \
+                                  regCheckResult, __FILE__, __LINE__);                                                 \
+    }(call)
+
 namespace tsp {
 namespace reg {
 
@@ -137,7 +145,7 @@ public:
     {
         // reset repeats the error of the last step, which was seen there.
         sqlite3_reset(st_);
-        TS_CHECK_CODE(sqlite3_clear_bindings(st_), "sqlite3_clear_bindings");
+        REG_CHECK_SQLITE(sqlite3_clear_bindings(st_), "sqlite3_clear_bindings");
     }
     Use &id(int i, int64_t v) { return bound(sqlite3_bind_int64(st_, i, v)); }
     // Names are copied: a caller may pass a temporary.
@@ -170,7 +178,7 @@ private:
     Use &bound(int rc)
     {
         // A parameter number the text does not have is a bug of this file.
-        TS_CHECK_CODE(rc == SQLITE_RANGE || rc == SQLITE_MISUSE ? rc : 0, "sqlite3_bind");
+        REG_CHECK_SQLITE(rc == SQLITE_RANGE || rc == SQLITE_MISUSE ? rc : SQLITE_OK, "sqlite3_bind");
         if (bindStatus_ == SQLITE_OK)
             bindStatus_ = rc;
         return *this;
@@ -324,7 +332,7 @@ void Store::closeFiles()
         st = nullptr;
     }
     if (db_)
-        TS_CHECK_CODE(sqlite3_close_v2(db_), "sqlite3_close_v2");
+        REG_CHECK_SQLITE(sqlite3_close_v2(db_), "sqlite3_close_v2");
     db_ = nullptr;
     counter_.close();
 }
@@ -389,8 +397,8 @@ int Store::openConnection(const std::string &path)
     int rc = sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
     if (rc != SQLITE_OK)
         return rc;
-    TS_CHECK_CODE(sqlite3_busy_timeout(db_, kBusyTimeoutMs), "sqlite3_busy_timeout");
-    TS_CHECK_CODE(sqlite3_extended_result_codes(db_, 0), "sqlite3_extended_result_codes");
+    REG_CHECK_SQLITE(sqlite3_busy_timeout(db_, kBusyTimeoutMs), "sqlite3_busy_timeout");
+    REG_CHECK_SQLITE(sqlite3_extended_result_codes(db_, 0), "sqlite3_extended_result_codes");
     return SQLITE_OK;
 }
 
