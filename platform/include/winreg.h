@@ -1,7 +1,8 @@
 /* Advapi32 registry subset. The keys live in one SQLite database per
  * machine root ($TSUTIL_ROOT/registry.db), shared by every process of that
- * root; each write is a committed transaction when the call returns
- * (see RegFlushKey for when it is on disk). Results are the Win32 error numbers the calls return on Windows.
+ * root; each write is a committed transaction when the call returns (see
+ * RegFlushKey for when it is on disk). Results are the Win32 error numbers
+ * the calls return on Windows.
  *
  * Names: a key name is at most 255 characters, a value name at most 16383;
  * "\" separates the levels of a path ("/" is an ordinary character), a path

@@ -78,6 +78,7 @@ const char *const kStatements[] = {
     "DELETE FROM keys WHERE id=?1",
     "DELETE FROM vals WHERE key=?1",
     "SELECT type, data FROM vals WHERE key=?1 AND fold=?2",
+    "UPDATE vals SET type=?3, data=?4, mtime=?5 WHERE key=?1 AND fold=?2",
     "INSERT INTO vals(key, fold, name, ord, type, data, mtime)"
     " SELECT ?1, ?2, ?3, (SELECT COALESCE(MAX(ord), 0) + 1 FROM vals WHERE key=?1), ?4, ?5, ?6"
     " WHERE EXISTS(SELECT 1 FROM keys WHERE id=?1)"
@@ -840,11 +841,26 @@ LONG Store::queryValue(KeyId key, const std::string &name, DWORD *type, std::str
 // values' (see info), so the key's row is left alone.
 LONG Store::setValue(KeyId key, const std::string &name, DWORD type, const void *data, size_t size)
 {
+    // Most writes change a value that exists: one update by the primary
+    // key, as cheap as a write gets. A value that is not there yet is
+    // inserted by a second statement, which also finds a key that is gone.
+    // Each commits by itself; the writers' lock keeps other writers out
+    // between them, and the update changed nothing when the insert runs.
     return inWriteTxn(true, [&]() -> LONG {
+        std::string fold = foldName(name);
+        int64_t now = fileTimeNow();
         {
-            // One statement: nothing is written when the key is gone.
+            Use update(stmt_[kUpdateValue]);
+            update.id(1, key).blob(2, fold).id(3, type).bytes(4, data, size).id(5, now);
+            if (int rc = update.step(); rc != SQLITE_DONE)
+                return sqlError(rc);
+        }
+        if (sqlite3_changes(db_) != 0)
+            return ERROR_SUCCESS;
+        {
+            // Nothing is written when the key is gone.
             Use set(stmt_[kSetValue]);
-            set.id(1, key).blob(2, foldName(name)).blob(3, name).id(4, type).bytes(5, data, size).id(6, fileTimeNow());
+            set.id(1, key).blob(2, fold).blob(3, name).id(4, type).bytes(5, data, size).id(6, now);
             if (int rc = set.step(); rc != SQLITE_DONE)
                 return sqlError(rc);
         }

@@ -127,8 +127,9 @@ private:
 
     class WriteTxn;
     friend class WriteTxn;
-    // Runs body under the store's lock in a write (of one statement, or a
-    // transaction), committed when body gives ERROR_SUCCESS.
+    // Runs body under the store's lock in a write, committed when body
+    // gives ERROR_SUCCESS: a transaction, or (oneStatement) statements that
+    // commit by themselves, of which at most one changes anything.
     template <class Body> LONG inWriteTxn(bool oneStatement, Body body);
     friend struct ForkGuard;
 
@@ -155,7 +156,7 @@ private:
 
     enum Stmt {
         kFindChild, kKeyRow, kInsertKey, kTouchKey, kCountChildren, kDeleteKey, kDeleteKeyValues,
-        kGetValue, kSetValue, kDeleteValue, kListSubkeys, kListValues, kBegin, kCommit, kRollback,
+        kGetValue, kUpdateValue, kSetValue, kDeleteValue, kListSubkeys, kListValues, kBegin, kCommit, kRollback,
         kStmtCount
     };
     sqlite3_stmt *stmt_[kStmtCount] = {};
