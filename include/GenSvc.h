@@ -29,7 +29,10 @@
 //   stop answered              (threadDeletionDelay slept) STOPPED, 0, 0
 // The timeouts are hints only; nothing acts when one runs out.
 //
-// The class takes no lock: all handoff goes through the interlocks' events.
+// All handoff goes through the interlocks' events. The one lock, taken by
+// the handlers, StopService, PauseService and ContinueService, the teardown
+// of the interlocks and the destructor, lets a console event or a control
+// arrive at any moment, also while the run ends and the object goes.
 // Nothing in it ends the process.
 #pragma once
 
@@ -56,8 +59,10 @@ public:
     // fail as for a service that does not exist.
     GenericService(char const *shortName, char const *longName, BOOLTYPE runAsService,
                    unsigned long cycleWaitTime);
-    // Clears statusHandle and frees the name blocks. Leaves the interlocks,
-    // serviceHandle and primaryServicePtr alone.
+    // Clears statusHandle and frees the name blocks; clears
+    // primaryServicePtr when it names this object (waiting for a handler
+    // call that is on the object to end). Leaves the interlocks and
+    // serviceHandle alone.
     virtual ~GenericService();
 
     GenericService(GenericService const &) = delete;

@@ -84,12 +84,42 @@ void PrintInstallFailure(DWORD code)
     printf("%s", text);
 }
 
+// The handlers' lock. The console handler runs on a thread of its own and
+// the control handler on the dispatcher's, each at any moment: also while
+// the service thread tears the interlocks down, and while the object goes.
+// Whatever reaches an interlock from outside the service thread, or the
+// service through primaryServicePtr from a handler, does it under this
+// lock, and the teardown and the destructor take it before they let go.
+// Never destroyed: a console event may come while the process ends.
+CRITICAL_SECTION &HandlersLock()
+{
+    static CRITICAL_SECTION *lock = [] {
+        CRITICAL_SECTION *section = new CRITICAL_SECTION;
+        InitializeCriticalSection(section);
+        return section;
+    }();
+    return *lock;
+}
+
+class HandlersGuard {
+public:
+    HandlersGuard() { EnterCriticalSection(&HandlersLock()); }
+    ~HandlersGuard() { LeaveCriticalSection(&HandlersLock()); }
+    HandlersGuard(HandlersGuard const &) = delete;
+    HandlersGuard &operator=(HandlersGuard const &) = delete;
+};
+
+// Takes the object out of its field under the handlers' lock, so that no
+// handler can reach it any more, and deletes it after.
 template <class T> void DeleteAndClear(T *&object)
 {
-    if (object) {
-        delete object;
+    T *doomed;
+    {
+        HandlersGuard hold;
+        doomed = object;
         object = nullptr;
     }
+    delete doomed;
 }
 
 } // namespace
@@ -104,7 +134,6 @@ GenericService::GenericService()
 GenericService::GenericService(char const *shortName, char const *longName, BOOLTYPE runAsService,
                                unsigned long cycleWaitTime)
 {
-    primaryServicePtr = this;
     this->cycleWaitTime = static_cast<DWORD>(cycleWaitTime);
     this->shortName = CopyName(shortName);
     this->longName = CopyName(longName);
@@ -127,10 +156,19 @@ GenericService::GenericService(char const *shortName, char const *longName, BOOL
     serviceStatus.dwServiceSpecificExitCode = 0;
     serviceStatus.dwCheckPoint = 1;
     serviceStatus.dwWaitHint = 0;
+    // Last, so that a console event finds the object whole.
+    HandlersGuard hold;
+    primaryServicePtr = this;
 }
 
 GenericService::~GenericService()
 {
+    {
+        // A console event that comes from here on finds no service.
+        HandlersGuard hold;
+        if (primaryServicePtr == this)
+            primaryServicePtr = nullptr;
+    }
     statusHandle = nullptr;
     FreeName(shortName);
     FreeName(longName);
@@ -299,18 +337,21 @@ void GenericService::Conclude() { InformSCMgr(SERVICE_STOPPED, 0, 0); }
 
 void GenericService::StopService()
 {
+    HandlersGuard hold;
     if (stopInterlockPtr)
         stopInterlockPtr->MakeRequest();
 }
 
 void GenericService::PauseService()
 {
+    HandlersGuard hold;
     if (pauseInterlockPtr)
         pauseInterlockPtr->MakeRequest();
 }
 
 void GenericService::ContinueService()
 {
+    HandlersGuard hold;
     if (continueInterlockPtr)
         continueInterlockPtr->MakeRequest();
 }
@@ -339,13 +380,20 @@ void GenericService::CommonServiceMain(unsigned long, char **, GenericService *s
     SetConsoleCtrlHandler(ConsoleControlHandler, 1);
     service->InformSCMgr(SERVICE_START_PENDING, service->startTimeout, 1);
 
-    service->startInterlockPtr = new (std::nothrow) ParentInterlockSepThread(TRUE);
-    service->stopInterlockPtr = new (std::nothrow) ParentInterlockSepThread(TRUE);
-    service->pauseInterlockPtr = new (std::nothrow) ParentInterlockSepThread(TRUE);
-    service->continueInterlockPtr = new (std::nothrow) ParentInterlockSepThread(TRUE);
-    ParentInterlockSepThread *list[5] = {service->startInterlockPtr, service->stopInterlockPtr,
-                                         service->pauseInterlockPtr, service->continueInterlockPtr, nullptr};
-    service->interlockGroupPtr = new (std::nothrow) ParentMultiLockSepThread(list);
+    {
+        // Built whole before a handler can reach them.
+        ParentInterlockSepThread *list[5] = {
+            new (std::nothrow) ParentInterlockSepThread(TRUE), new (std::nothrow) ParentInterlockSepThread(TRUE),
+            new (std::nothrow) ParentInterlockSepThread(TRUE), new (std::nothrow) ParentInterlockSepThread(TRUE),
+            nullptr};
+        ParentMultiLockSepThread *group = new (std::nothrow) ParentMultiLockSepThread(list);
+        HandlersGuard hold;
+        service->startInterlockPtr = list[0];
+        service->stopInterlockPtr = list[1];
+        service->pauseInterlockPtr = list[2];
+        service->continueInterlockPtr = list[3];
+        service->interlockGroupPtr = group;
+    }
 
     bool complete = service->startInterlockPtr && service->stopInterlockPtr && service->pauseInterlockPtr &&
                     service->continueInterlockPtr && service->interlockGroupPtr;
@@ -408,6 +456,7 @@ void GenericService::CommonServiceControlHandler(unsigned long control, GenericS
 {
     if (!service)
         return;
+    HandlersGuard hold;
     switch (control) {
     case SERVICE_CONTROL_STOP:
     case SERVICE_CONTROL_SHUTDOWN:
@@ -462,6 +511,8 @@ void GenericService::CommonServiceControlHandler(unsigned long control, GenericS
 
 BOOL WINAPI GenericService::ConsoleControlHandler(DWORD eventType)
 {
+    // Held through the call: the object cannot go while the event is on it.
+    HandlersGuard hold;
     GenericService *service = primaryServicePtr;
     if (!service)
         return 0;

@@ -1,7 +1,8 @@
 /* Advapi32 registry subset. The keys live in one SQLite database per
  * machine root ($TSUTIL_ROOT/registry.db), shared by every process of that
- * root; each write is a committed transaction, durable when the call
- * returns. Results are the Win32 error numbers the calls return on Windows.
+ * root; each write is a committed transaction when the call returns (see
+ * RegFlushKey for when it is on disk). Results are the Win32 error numbers
+ * the calls return on Windows.
  *
  * Names: a key name is at most 255 characters, a value name at most 16383;
  * "\" separates the levels of a path ("/" is an ordinary character), a path
@@ -152,6 +153,12 @@ WINBASEAPI LSTATUS WINAPI RegSetValueExA(HKEY hKey, LPCSTR lpValueName, DWORD Re
 
 /* Removes a value; ERROR_FILE_NOT_FOUND when there is none. */
 WINBASEAPI LSTATUS WINAPI RegDeleteValueA(HKEY hKey, LPCSTR lpValueName);
+
+/* Writes reach the disk lazily: a write that returned survives the death
+ * of any process at once, and a power cut once it is flushed. RegFlushKey
+ * makes everything written so far, to any key and by any process, survive
+ * a power cut before it returns (the whole store is flushed). */
+WINBASEAPI LSTATUS WINAPI RegFlushKey(HKEY hKey);
 
 /* Removes the key lpSubKey below hKey ("" is hKey's own key) with its
  * values. A key with subkeys, or a hive, is refused with

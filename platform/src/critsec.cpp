@@ -1,6 +1,7 @@
 // Critical sections: a recursive lock in the caller's CRITICAL_SECTION,
 // with no allocation. LockCount is the futex word: 0 free, 1 held, 2 held
 // with sleepers; OwningThread holds the owner's thread id.
+#include "check.h"
 #include "futex.h"
 
 #include <windows.h>
@@ -73,11 +74,12 @@ BOOL WINAPI TryEnterCriticalSection(LPCRITICAL_SECTION cs)
 }
 
 // Leaving a section the caller does not hold is a programming error that
-// Windows does not catch either; here it is ignored rather than corrupting
-// another thread's hold.
+// Windows does not catch; here it is reported (a debug build aborts), and
+// in a release build another thread's hold is left intact.
 void WINAPI LeaveCriticalSection(LPCRITICAL_SECTION cs)
 {
-    if (ownerOf(cs) != GetCurrentThreadId())
+    if (!TS_CHECK_CODE(ownerOf(cs) == GetCurrentThreadId() ? 0 : EPERM,
+                       "LeaveCriticalSection (the caller is not the owner)"))
         return;
     if (--cs->RecursionCount > 0)
         return;

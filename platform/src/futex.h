@@ -2,6 +2,7 @@
 // CLOCK_MONOTONIC. Every blocking primitive of the layer sleeps here.
 #pragma once
 
+#include "check.h"
 #include "monotonic.h"
 
 #include <linux/futex.h>
@@ -46,14 +47,26 @@ struct Deadline {
 };
 
 // Sleeps while *word == expected, until woken, interrupted or the deadline.
-// Gives false only when the deadline has passed.
+// Gives false only when the deadline has passed. Every caller looks at its
+// word again after a true result, so a spurious wake-up costs one more turn.
 inline bool futexWait(std::atomic<uint32_t> *word, uint32_t expected, const Deadline &deadline)
 {
     static_assert(sizeof(std::atomic<uint32_t>) == sizeof(uint32_t), "futex word");
     int saved = errno; // a Win32 call leaves the C runtime's errno alone
     long r = syscall(SYS_futex, reinterpret_cast<uint32_t *>(word), FUTEX_WAIT_BITSET | FUTEX_PRIVATE_FLAG,
                      expected, deadline.infinite ? nullptr : &deadline.at, nullptr, FUTEX_BITSET_MATCH_ANY);
-    bool timedOut = r == -1 && errno == ETIMEDOUT;
+    bool timedOut = false;
+    if (r == -1) {
+        // Timed out, interrupted, or the word had moved on: the only ways a
+        // wait on a valid word with a valid deadline can end in an error.
+        timedOut = errno == ETIMEDOUT;
+        if (!TS_CHECK(timedOut || errno == EINTR || errno == EAGAIN, "futex(FUTEX_WAIT_BITSET)")) {
+            // In a release build the waits carry on as a slow poll rather
+            // than a spin of the whole processor.
+            timespec pause = {0, 1000000};
+            nanosleep(&pause, nullptr);
+        }
+    }
     errno = saved;
     return !timedOut;
 }
@@ -61,8 +74,9 @@ inline bool futexWait(std::atomic<uint32_t> *word, uint32_t expected, const Dead
 inline void futexWake(std::atomic<uint32_t> *word, int count)
 {
     int saved = errno;
-    syscall(SYS_futex, reinterpret_cast<uint32_t *>(word), FUTEX_WAKE | FUTEX_PRIVATE_FLAG, count, nullptr,
-            nullptr, 0);
+    TS_CHECK(syscall(SYS_futex, reinterpret_cast<uint32_t *>(word), FUTEX_WAKE | FUTEX_PRIVATE_FLAG, count, nullptr,
+                     nullptr, 0) != -1,
+             "futex(FUTEX_WAKE)");
     errno = saved;
 }
 

@@ -360,6 +360,8 @@ BOOL WINAPI DuplicateHandle(HANDLE hSourceProcessHandle, HANDLE hSourceHandle, H
         *lpTargetHandle = h;
     }
     ref.reset();
+    // A source that another thread closed meanwhile is the caller's race,
+    // reported by nobody on Windows either.
     if (dwOptions & DUPLICATE_CLOSE_SOURCE)
         CloseHandle(hSourceHandle);
     return ok;

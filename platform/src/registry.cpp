@@ -310,6 +310,15 @@ LSTATUS WINAPI RegSetValueExA(HKEY hKey, LPCSTR lpValueName, DWORD Reserved, DWO
     return k.store->setValue(k.id, name, dwType, lpData, cbData);
 }
 
+LSTATUS WINAPI RegFlushKey(HKEY hKey)
+{
+    KeyRef k;
+    if (LONG e = resolve(hKey, k))
+        return e;
+    // The store is one database: flushing one key flushes them all.
+    return k.store->flush();
+}
+
 LSTATUS WINAPI RegDeleteValueA(HKEY hKey, LPCSTR lpValueName)
 {
     KeyRef k;

@@ -3,6 +3,7 @@
 
 #include "bootid.h"
 #include "casefold.h"
+#include "check.h"
 #include "machineroot.h"
 
 #include <sqlite3.h>
@@ -12,9 +13,6 @@
 #include <pthread.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/file.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -23,15 +21,26 @@
 #include <cassert>
 #include <set>
 
+// A SQLite call that cannot fail here, checked with SQLite's text for the
+// result.
+#define REG_CHECK_SQLITE(call, what)                                                                                  \
+    [&](int regCheckResult) {                                                                                          \
+        return ::tsp::checkPassed(regCheckResult == SQLITE_OK, (what), sqlite3_errstr(regCheckResult),                 \
+                                  regCheckResult, __FILE__, __LINE__);                                                 \
+    }(call)
+
 namespace tsp {
 namespace reg {
 
 namespace {
 
-constexpr size_t kSeqFileSize = 4096;
 constexpr size_t kMaxCacheEntries = 20000;
 constexpr int kBusyTimeoutMs = 60000;
-constexpr int kSchemaVersion = 1; // PRAGMA user_version of the database
+// PRAGMA user_version of the database; the pragma takes no parameter, so
+// the text that writes it says the same number.
+constexpr int kSchemaVersion = 1;
+const char *const kWriteSchemaVersion = "PRAGMA user_version=1";
+const char *const kReadSchemaVersion = "PRAGMA user_version";
 
 const char *const kSchema =
     "CREATE TABLE IF NOT EXISTS meta(name TEXT PRIMARY KEY, value) WITHOUT ROWID;"
@@ -43,6 +52,22 @@ const char *const kSchema =
     "  key INTEGER NOT NULL, fold BLOB NOT NULL, name BLOB NOT NULL, ord INTEGER NOT NULL,"
     "  type INTEGER NOT NULL, data BLOB NOT NULL, mtime INTEGER NOT NULL, PRIMARY KEY(key, fold)) WITHOUT ROWID;";
 
+// A commit is appended to the write-ahead log without waiting for the disk:
+// it survives the death of any process at once, a power cut once a
+// checkpoint has synced it (see Store::flush).
+const char *const kJournalMode = "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;";
+const char *const kBeginText = "BEGIN IMMEDIATE";
+const char *const kCommitText = "COMMIT";
+const char *const kRollbackText = "ROLLBACK";
+const char *const kInsertHive = "INSERT OR IGNORE INTO keys(id, parent, name, fold, class, vol, mtime)"
+                                " VALUES(?1, 0, ?2, ?2, NULL, 0, ?3)";
+const char *const kReadBootId = "SELECT value FROM meta WHERE name='boot'";
+const char *const kWriteBootId = "INSERT OR REPLACE INTO meta(name, value) VALUES('boot', ?1)";
+const char *const kDropVolatileKeys = "DELETE FROM vals WHERE key IN (SELECT id FROM keys WHERE vol=1);"
+                                      "DELETE FROM keys WHERE vol=1;";
+
+// HKEY_PERFORMANCE_DATA's id: no key of this store.
+constexpr KeyId kPerformanceDataId = 5;
 const char *const kHiveNames[] = {"HKEY_CLASSES_ROOT",   "HKEY_CURRENT_USER", "HKEY_LOCAL_MACHINE", "HKEY_USERS",
                                   "HKEY_PERFORMANCE_DATA", "HKEY_CURRENT_CONFIG", "HKEY_DYN_DATA"};
 
@@ -55,6 +80,7 @@ const char *const kStatements[] = {
     "DELETE FROM keys WHERE id=?1",
     "DELETE FROM vals WHERE key=?1",
     "SELECT type, data FROM vals WHERE key=?1 AND fold=?2",
+    "UPDATE vals SET type=?3, data=?4, mtime=?5 WHERE key=?1 AND fold=?2",
     "INSERT INTO vals(key, fold, name, ord, type, data, mtime)"
     " SELECT ?1, ?2, ?3, (SELECT COALESCE(MAX(ord), 0) + 1 FROM vals WHERE key=?1), ?4, ?5, ?6"
     " WHERE EXISTS(SELECT 1 FROM keys WHERE id=?1)"
@@ -63,9 +89,9 @@ const char *const kStatements[] = {
     "SELECT name, class, MAX(mtime, COALESCE((SELECT MAX(mtime) FROM vals WHERE key=keys.id), 0))"
     " FROM keys WHERE parent=?1 ORDER BY fold",
     "SELECT name, type, data, mtime FROM vals WHERE key=?1 ORDER BY ord",
-    "BEGIN IMMEDIATE",
-    "COMMIT",
-    "ROLLBACK",
+    kBeginText,
+    kCommitText,
+    kRollbackText,
 };
 
 // Now as a FILETIME: 100 ns units since 1601.
@@ -76,48 +102,56 @@ int64_t fileTimeNow()
     return static_cast<int64_t>(ts.tv_sec) * 10000000 + ts.tv_nsec / 100 + 116444736000000000LL;
 }
 
-uint64_t loadSeq(volatile uint64_t *p) { return __atomic_load_n(p, __ATOMIC_ACQUIRE); }
-void storeSeq(volatile uint64_t *p, uint64_t v) { __atomic_store_n(p, v, __ATOMIC_SEQ_CST); }
+// A transaction that failed may have been rolled back by SQLite already
+// (after an I/O error or a full disk); then ROLLBACK has nothing to undo
+// and says so, which is no fault.
+void rollBack(sqlite3 *db) { sqlite3_exec(db, kRollbackText, nullptr, nullptr, nullptr); }
 
-bool lockFile(int fd, int op)
-{
-    while (flock(fd, op) != 0) {
-        if (errno != EINTR)
-            return false;
-    }
-    return true;
-}
+// A statement prepared for one use while the store is set up.
+class Statement {
+public:
+    Statement(sqlite3 *db, const char *sql) : status_(sqlite3_prepare_v2(db, sql, -1, &st_, nullptr)) {}
+    // Gives the statement's last error, which its user has seen already.
+    ~Statement() { sqlite3_finalize(st_); }
+    Statement(const Statement &) = delete;
+    Statement &operator=(const Statement &) = delete;
+    int status() const { return status_; }
+    sqlite3_stmt *get() const { return st_; }
 
-// Binds and resets a prepared statement around one use.
+private:
+    sqlite3_stmt *st_ = nullptr;
+    int status_;
+};
+
+// Binds and resets a prepared statement around one use. A value that
+// cannot be bound (too big, out of memory) is the result of step.
 class Use {
 public:
     explicit Use(sqlite3_stmt *st) : st_(st) {}
     ~Use()
     {
+        // reset repeats the error of the last step, which was seen there.
         sqlite3_reset(st_);
-        sqlite3_clear_bindings(st_);
+        REG_CHECK_SQLITE(sqlite3_clear_bindings(st_), "sqlite3_clear_bindings");
     }
-    Use &id(int i, int64_t v)
-    {
-        sqlite3_bind_int64(st_, i, v);
-        return *this;
-    }
+    Use &id(int i, int64_t v) { return bound(sqlite3_bind_int64(st_, i, v)); }
     // Names are copied: a caller may pass a temporary.
     Use &blob(int i, const std::string &s)
     {
-        sqlite3_bind_blob(st_, i, s.data(), static_cast<int>(s.size()), SQLITE_TRANSIENT);
-        return *this;
+        return bound(sqlite3_bind_blob(st_, i, s.data(), static_cast<int>(s.size()), SQLITE_TRANSIENT));
+    }
+    Use &string(int i, const std::string &s)
+    {
+        return bound(sqlite3_bind_text(st_, i, s.data(), static_cast<int>(s.size()), SQLITE_TRANSIENT));
     }
     // Data is not copied: p must stay valid until the statement is reset.
     Use &bytes(int i, const void *p, size_t n)
     {
         if (n == 0)
-            sqlite3_bind_zeroblob(st_, i, 0);
-        else
-            sqlite3_bind_blob64(st_, i, p, n, SQLITE_STATIC);
-        return *this;
+            return bound(sqlite3_bind_zeroblob(st_, i, 0));
+        return bound(sqlite3_bind_blob64(st_, i, p, n, SQLITE_STATIC));
     }
-    int step() { return sqlite3_step(st_); }
+    int step() { return bindStatus_ != SQLITE_OK ? bindStatus_ : sqlite3_step(st_); }
     int64_t int64(int col) { return sqlite3_column_int64(st_, col); }
     std::string text(int col)
     {
@@ -128,7 +162,17 @@ public:
     bool isNull(int col) { return sqlite3_column_type(st_, col) == SQLITE_NULL; }
 
 private:
+    Use &bound(int rc)
+    {
+        // A parameter number the text does not have is a bug of this file.
+        REG_CHECK_SQLITE(rc == SQLITE_RANGE || rc == SQLITE_MISUSE ? rc : SQLITE_OK, "sqlite3_bind");
+        if (bindStatus_ == SQLITE_OK)
+            bindStatus_ = rc;
+        return *this;
+    }
+
     sqlite3_stmt *st_;
+    int bindStatus_ = SQLITE_OK;
 };
 
 // Every store of the process, so that a fork can hold them all still.
@@ -236,24 +280,40 @@ Store::~Store()
         std::lock_guard<std::mutex> guard(storesLock());
         liveStores().erase(this);
     }
+    // A clean close leaves everything written on disk. A store copied into
+    // a child by fork and never used there has no connection of its own.
+    if (db_ && forkGeneration_ == gForkGeneration.load())
+        checkpoint();
     closeFiles();
+}
+
+int Store::checkpoint()
+{
+    // FULL waits (within the busy timeout) for writers and readers of other
+    // processes to let the whole log be copied; with synchronous NORMAL the
+    // log is synced before the copy and the database after it.
+    return sqlite3_wal_checkpoint_v2(db_, nullptr, SQLITE_CHECKPOINT_FULL, nullptr, nullptr);
+}
+
+LONG Store::flush()
+{
+    std::lock_guard<std::mutex> guard(lock_);
+    if (LONG e = lockForRead())
+        return e;
+    int rc = checkpoint();
+    return rc == SQLITE_OK ? ERROR_SUCCESS : sqlError(rc);
 }
 
 void Store::closeFiles()
 {
     for (sqlite3_stmt *&st : stmt_) {
-        sqlite3_finalize(st);
+        sqlite3_finalize(st); // gives the statement's last error, seen when it ran
         st = nullptr;
     }
     if (db_)
-        sqlite3_close_v2(db_);
+        REG_CHECK_SQLITE(sqlite3_close_v2(db_), "sqlite3_close_v2");
     db_ = nullptr;
-    if (seq_)
-        munmap(const_cast<uint64_t *>(seq_), kSeqFileSize);
-    seq_ = nullptr;
-    if (seqFd_ >= 0)
-        close(seqFd_);
-    seqFd_ = -1;
+    counter_.close();
 }
 
 LONG Store::sqlError(int rc)
@@ -284,114 +344,13 @@ LONG Store::sqlError(int rc)
 LONG Store::openFiles()
 {
     std::string dbPath = root_ + "/registry.db";
-    std::string seqPath = dbPath + "-seq";
-    // Made here so that the database and its companions get mode 0600.
-    int fd = open(dbPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    if (fd < 0)
-        return errno == EACCES ? ERROR_ACCESS_DENIED : ERROR_CANTOPEN;
-    close(fd);
-
-    seqFd_ = open(seqPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    if (seqFd_ < 0)
-        return errno == EACCES ? ERROR_ACCESS_DENIED : ERROR_CANTOPEN;
-    struct stat st;
-    if (fstat(seqFd_, &st) != 0 || (st.st_size < static_cast<off_t>(kSeqFileSize) &&
-                                    ftruncate(seqFd_, kSeqFileSize) != 0)) {
-        closeFiles();
-        return ERROR_REGISTRY_IO_FAILED;
-    }
-    void *map = mmap(nullptr, kSeqFileSize, PROT_READ | PROT_WRITE, MAP_SHARED, seqFd_, 0);
-    if (map == MAP_FAILED) {
-        closeFiles();
-        return ERROR_REGISTRY_IO_FAILED;
-    }
-    seq_ = static_cast<volatile uint64_t *>(map);
-
-    int rc = sqlite3_open_v2(dbPath.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
-    if (rc != SQLITE_OK) {
-        LONG e = sqlError(rc);
-        closeFiles();
+    if (LONG e = createDatabaseFile(dbPath))
         return e;
-    }
-    sqlite3_busy_timeout(db_, kBusyTimeoutMs);
-    sqlite3_extended_result_codes(db_, 0);
-
-    // Set-up runs under the writers' lock: journal mode, schema, the hives,
-    // the volatile keys of an earlier boot, and a counter left odd by a
-    // writer that died.
-    if (!lockFile(seqFd_, LOCK_EX)) {
-        closeFiles();
-        return ERROR_REGISTRY_IO_FAILED;
-    }
-    rc = sqlite3_exec(db_, "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL;", nullptr, nullptr, nullptr);
+    if (LONG e = counter_.open(dbPath + "-seq"))
+        return e;
+    int rc = openConnection(dbPath);
     if (rc == SQLITE_OK)
-        rc = sqlite3_exec(db_, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
-    if (rc == SQLITE_OK) {
-        int before = sqlite3_total_changes(db_);
-        int version = 0;
-        sqlite3_stmt *q = nullptr;
-        rc = sqlite3_prepare_v2(db_, "PRAGMA user_version", -1, &q, nullptr);
-        if (rc == SQLITE_OK && sqlite3_step(q) == SQLITE_ROW)
-            version = sqlite3_column_int(q, 0);
-        sqlite3_finalize(q);
-        if (rc == SQLITE_OK && version > kSchemaVersion)
-            rc = SQLITE_NOTADB; // written by a later release: not ours to change
-        if (rc == SQLITE_OK)
-            rc = sqlite3_exec(db_, kSchema, nullptr, nullptr, nullptr);
-        if (rc == SQLITE_OK && version < kSchemaVersion)
-            rc = sqlite3_exec(db_, ("PRAGMA user_version=" + std::to_string(kSchemaVersion)).c_str(), nullptr,
-                              nullptr, nullptr);
-        for (int i = 0; rc == SQLITE_OK && i < 7; ++i) {
-            if (i == 4)
-                continue; // HKEY_PERFORMANCE_DATA is not a key of this store
-            sqlite3_stmt *ins = nullptr;
-            rc = sqlite3_prepare_v2(db_,
-                                    "INSERT OR IGNORE INTO keys(id, parent, name, fold, class, vol, mtime)"
-                                    " VALUES(?1, 0, ?2, ?2, NULL, 0, ?3)",
-                                    -1, &ins, nullptr);
-            if (rc == SQLITE_OK) {
-                sqlite3_bind_int64(ins, 1, i + 1);
-                sqlite3_bind_blob(ins, 2, kHiveNames[i], static_cast<int>(strlen(kHiveNames[i])), SQLITE_STATIC);
-                sqlite3_bind_int64(ins, 3, fileTimeNow());
-                rc = sqlite3_step(ins) == SQLITE_DONE ? SQLITE_OK : sqlite3_errcode(db_);
-            }
-            sqlite3_finalize(ins);
-        }
-        // Volatile keys last until the system restarts.
-        std::string boot = bootId();
-        if (rc == SQLITE_OK && !boot.empty()) {
-            sqlite3_stmt *q = nullptr;
-            std::string stored;
-            rc = sqlite3_prepare_v2(db_, "SELECT value FROM meta WHERE name='boot'", -1, &q, nullptr);
-            if (rc == SQLITE_OK && sqlite3_step(q) == SQLITE_ROW) {
-                const unsigned char *t = sqlite3_column_text(q, 0);
-                stored = t ? reinterpret_cast<const char *>(t) : "";
-            }
-            sqlite3_finalize(q);
-            if (rc == SQLITE_OK && stored != boot) {
-                rc = sqlite3_exec(db_,
-                                  "DELETE FROM vals WHERE key IN (SELECT id FROM keys WHERE vol=1);"
-                                  "DELETE FROM keys WHERE vol=1;",
-                                  nullptr, nullptr, nullptr);
-                if (rc == SQLITE_OK) {
-                    std::string sql = "INSERT OR REPLACE INTO meta(name, value) VALUES('boot', '" + boot + "')";
-                    rc = sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, nullptr);
-                }
-            }
-        }
-        bool changed = sqlite3_total_changes(db_) != before;
-        uint64_t s = loadSeq(seq_);
-        if (rc == SQLITE_OK && (changed || (s & 1)))
-            storeSeq(seq_, s | 1);
-        if (rc == SQLITE_OK)
-            rc = sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr);
-        else
-            sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
-        s = loadSeq(seq_);
-        if (s & 1)
-            storeSeq(seq_, s + 1);
-    }
-    lockFile(seqFd_, LOCK_UN);
+        rc = setUp();
     if (rc == SQLITE_OK)
         rc = prepare();
     if (rc != SQLITE_OK) {
@@ -402,7 +361,119 @@ LONG Store::openFiles()
     return ERROR_SUCCESS;
 }
 
-LONG Store::prepare()
+// Made here so that the database and its companions get mode 0600.
+LONG Store::createDatabaseFile(const std::string &path)
+{
+    int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (fd < 0)
+        return errno == EACCES ? ERROR_ACCESS_DENIED : ERROR_CANTOPEN;
+    closeDescriptor(fd);
+    return ERROR_SUCCESS;
+}
+
+int Store::openConnection(const std::string &path)
+{
+    int rc = sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+    if (rc != SQLITE_OK)
+        return rc;
+    REG_CHECK_SQLITE(sqlite3_busy_timeout(db_, kBusyTimeoutMs), "sqlite3_busy_timeout");
+    REG_CHECK_SQLITE(sqlite3_extended_result_codes(db_, 0), "sqlite3_extended_result_codes");
+    return SQLITE_OK;
+}
+
+int Store::setUp()
+{
+    if (!counter_.lockWriters())
+        return SQLITE_IOERR;
+    int rc = sqlite3_exec(db_, kJournalMode, nullptr, nullptr, nullptr);
+    if (rc == SQLITE_OK)
+        rc = sqlite3_exec(db_, kBeginText, nullptr, nullptr, nullptr);
+    if (rc == SQLITE_OK) {
+        int before = sqlite3_total_changes(db_);
+        rc = createSchema();
+        if (rc == SQLITE_OK)
+            rc = insertHives();
+        if (rc == SQLITE_OK)
+            rc = dropVolatileKeysOfEarlierBoot();
+        bool changed = sqlite3_total_changes(db_) != before;
+        if (rc == SQLITE_OK && (changed || counter_.writing()))
+            counter_.beginWrite();
+        if (rc == SQLITE_OK)
+            rc = sqlite3_exec(db_, kCommitText, nullptr, nullptr, nullptr);
+        else
+            rollBack(db_);
+        counter_.endWrite();
+    }
+    counter_.unlockWriters();
+    return rc;
+}
+
+int Store::createSchema()
+{
+    int version = 0;
+    {
+        Statement q(db_, kReadSchemaVersion);
+        if (q.status() != SQLITE_OK)
+            return q.status();
+        Use read(q.get());
+        if (read.step() == SQLITE_ROW)
+            version = static_cast<int>(read.int64(0));
+    }
+    if (version > kSchemaVersion)
+        return SQLITE_NOTADB; // written by a later release: not ours to change
+    int rc = sqlite3_exec(db_, kSchema, nullptr, nullptr, nullptr);
+    if (rc == SQLITE_OK && version < kSchemaVersion)
+        rc = sqlite3_exec(db_, kWriteSchemaVersion, nullptr, nullptr, nullptr);
+    return rc;
+}
+
+int Store::insertHives()
+{
+    Statement ins(db_, kInsertHive);
+    if (ins.status() != SQLITE_OK)
+        return ins.status();
+    for (KeyId id = 1; id <= kLastHiveId; ++id) {
+        if (id == kPerformanceDataId)
+            continue; // HKEY_PERFORMANCE_DATA is not a key of this store
+        Use use(ins.get());
+        int rc = use.id(1, id).blob(2, kHiveNames[id - 1]).id(3, fileTimeNow()).step();
+        if (rc != SQLITE_DONE)
+            return rc;
+    }
+    return SQLITE_OK;
+}
+
+// Volatile keys last until the system restarts.
+int Store::dropVolatileKeysOfEarlierBoot()
+{
+    std::string boot = bootId();
+    if (boot.empty())
+        return SQLITE_OK; // no boot id to tell one boot from the next
+    std::string stored;
+    {
+        Statement q(db_, kReadBootId);
+        if (q.status() != SQLITE_OK)
+            return q.status();
+        Use read(q.get());
+        int rc = read.step();
+        if (rc == SQLITE_ROW)
+            stored = read.text(0);
+        else if (rc != SQLITE_DONE)
+            return rc;
+    }
+    if (stored == boot)
+        return SQLITE_OK;
+    int rc = sqlite3_exec(db_, kDropVolatileKeys, nullptr, nullptr, nullptr);
+    if (rc != SQLITE_OK)
+        return rc;
+    Statement write(db_, kWriteBootId);
+    if (write.status() != SQLITE_OK)
+        return write.status();
+    rc = Use(write.get()).string(1, boot).step();
+    return rc == SQLITE_DONE ? SQLITE_OK : rc;
+}
+
+int Store::prepare()
 {
     for (int i = 0; i < kStmtCount; ++i) {
         int rc = sqlite3_prepare_v3(db_, kStatements[i], -1, SQLITE_PREPARE_PERSISTENT, &stmt_[i], nullptr);
@@ -420,12 +491,7 @@ LONG Store::reopenAfterFork()
     for (sqlite3_stmt *&st : stmt_)
         st = nullptr;
     db_ = nullptr;
-    if (seq_)
-        munmap(const_cast<uint64_t *>(seq_), kSeqFileSize);
-    seq_ = nullptr;
-    if (seqFd_ >= 0)
-        close(seqFd_); // the parent keeps its own descriptor, and with it its flock
-    seqFd_ = -1;
+    counter_.forgetAfterFork();
     valueCache_.clear();
     openCache_.clear();
     subkeyCache_.clear();
@@ -444,7 +510,7 @@ LONG Store::lockForRead()
 
 bool Store::cacheable()
 {
-    uint64_t s = loadSeq(seq_);
+    uint64_t s = counter_.value();
     if (s != cacheSeq_ || cacheEntries_ > kMaxCacheEntries) {
         valueCache_.clear();
         openCache_.clear();
@@ -467,18 +533,17 @@ public:
     ~WriteTxn()
     {
         if (began_)
-            Use(s_.stmt_[kRollback]).step();
+            Use(s_.stmt_[kRollback]).step(); // see rollBack
         if (locked_)
             finish();
     }
 
     LONG begin()
     {
-        if (!lockFile(s_.seqFd_, LOCK_EX))
+        if (!s_.counter_.lockWriters())
             return ERROR_REGISTRY_IO_FAILED;
         locked_ = true;
-        uint64_t v = loadSeq(s_.seq_);
-        storeSeq(s_.seq_, (v & 1) ? v + 2 : v + 1);
+        s_.counter_.beginWrite();
         if (oneStatement_)
             return ERROR_SUCCESS;
         int rc = Use(s_.stmt_[kBegin]).step();
@@ -502,9 +567,8 @@ public:
 private:
     void finish()
     {
-        uint64_t v = loadSeq(s_.seq_);
-        storeSeq(s_.seq_, v + 1);
-        lockFile(s_.seqFd_, LOCK_UN);
+        s_.counter_.endWrite();
+        s_.counter_.unlockWriters();
         locked_ = false;
     }
 
@@ -755,11 +819,26 @@ LONG Store::queryValue(KeyId key, const std::string &name, DWORD *type, std::str
 // values' (see info), so the key's row is left alone.
 LONG Store::setValue(KeyId key, const std::string &name, DWORD type, const void *data, size_t size)
 {
+    // Most writes change a value that exists: one update by the primary
+    // key, as cheap as a write gets. A value that is not there yet is
+    // inserted by a second statement, which also finds a key that is gone.
+    // Each commits by itself; the writers' lock keeps other writers out
+    // between them, and the update changed nothing when the insert runs.
     return inWriteTxn(true, [&]() -> LONG {
+        std::string fold = foldName(name);
+        int64_t now = fileTimeNow();
         {
-            // One statement: nothing is written when the key is gone.
+            Use update(stmt_[kUpdateValue]);
+            update.id(1, key).blob(2, fold).id(3, type).bytes(4, data, size).id(5, now);
+            if (int rc = update.step(); rc != SQLITE_DONE)
+                return sqlError(rc);
+        }
+        if (sqlite3_changes(db_) != 0)
+            return ERROR_SUCCESS;
+        {
+            // Nothing is written when the key is gone.
             Use set(stmt_[kSetValue]);
-            set.id(1, key).blob(2, foldName(name)).blob(3, name).id(4, type).bytes(5, data, size).id(6, fileTimeNow());
+            set.id(1, key).blob(2, fold).blob(3, name).id(4, type).bytes(5, data, size).id(6, now);
             if (int rc = set.step(); rc != SQLITE_DONE)
                 return sqlError(rc);
         }

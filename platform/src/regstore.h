@@ -1,20 +1,22 @@
 // The registry store: one SQLite database per machine root, shared by all
 // processes of that root.
 //
-// Files: $ROOT/registry.db (WAL mode, synchronous FULL, mode 0600) and
-// $ROOT/registry.db-seq, a shared page holding the change counter. Every
-// write runs as one transaction under an exclusive flock of the counter
-// file: the writer makes the counter odd, commits, and makes it even again.
-// A reader that sees an even counter may keep what it read until the
-// counter moves; an odd counter (a write in flight, or a writer that died
-// in the middle) is never cached, and the next writer or the next process
-// to open the store turns it even again. Writers of several processes
-// queue on the flock; a process killed at any moment leaves the database
-// consistent, and a call that returned success is on disk.
+// Files: $ROOT/registry.db (WAL mode, synchronous NORMAL, mode 0600) and
+// $ROOT/registry.db-seq, the shared change counter (regseq.h). Every write
+// runs as one transaction under the counter's writers' lock, and a reader
+// keeps what it read while the counter stays where it was. A process
+// killed at any moment leaves the database consistent, and a call that
+// returned success is in the write-ahead log, where the death of any
+// process cannot take it. The disk is waited for only by flush (and a
+// clean close of the store), and by SQLite's own checkpoints, which copy
+// the log into the database after every thousand or so pages written:
+// what these have synced survives a power cut.
 //
 // Results are Win32 error numbers. Names are byte strings of the process's
 // code page; they compare by their ASCII upper-case fold.
 #pragma once
+
+#include "regseq.h"
 
 #include <windows.h>
 
@@ -96,12 +98,28 @@ public:
     LONG values(KeyId key, std::shared_ptr<const std::vector<ValueEntry>> *out);
     LONG info(KeyId key, KeyInfo *out);
 
+    // Makes everything committed so far, by any process, survive a power
+    // cut: the log is synced and copied into the database, which is synced.
+    LONG flush();
+
 private:
     explicit Store(std::string root);
+    // Opening, one step each; the steps give SQLite result codes from
+    // openConnection on.
     LONG openFiles();
+    LONG createDatabaseFile(const std::string &path);
+    int openConnection(const std::string &path);
+    // Under the writers' lock, in one transaction: the journal mode, the
+    // schema, the hives, the volatile keys of an earlier boot, and a
+    // counter left odd by a writer that died.
+    int setUp();
+    int createSchema();
+    int insertHives();
+    int dropVolatileKeysOfEarlierBoot();
+    int prepare();
     void closeFiles();
     LONG reopenAfterFork();
-    LONG prepare();
+    int checkpoint();
 
     // Starts the cache epoch; true when reads may be cached now.
     bool cacheable();
@@ -109,8 +127,9 @@ private:
 
     class WriteTxn;
     friend class WriteTxn;
-    // Runs body under the store's lock in a write (of one statement, or a
-    // transaction), committed when body gives ERROR_SUCCESS.
+    // Runs body under the store's lock in a write, committed when body
+    // gives ERROR_SUCCESS: a transaction, or (oneStatement) statements that
+    // commit by themselves, of which at most one changes anything.
     template <class Body> LONG inWriteTxn(bool oneStatement, Body body);
     friend struct ForkGuard;
 
@@ -132,13 +151,12 @@ private:
     std::string root_;
     std::mutex lock_;
     sqlite3 *db_ = nullptr;
-    int seqFd_ = -1;
-    volatile uint64_t *seq_ = nullptr; // the shared change counter
+    ChangeCounter counter_;
     unsigned forkGeneration_ = 0;
 
     enum Stmt {
         kFindChild, kKeyRow, kInsertKey, kTouchKey, kCountChildren, kDeleteKey, kDeleteKeyValues,
-        kGetValue, kSetValue, kDeleteValue, kListSubkeys, kListValues, kBegin, kCommit, kRollback,
+        kGetValue, kUpdateValue, kSetValue, kDeleteValue, kListSubkeys, kListValues, kBegin, kCommit, kRollback,
         kStmtCount
     };
     sqlite3_stmt *stmt_[kStmtCount] = {};

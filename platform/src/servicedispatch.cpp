@@ -1,5 +1,6 @@
 // The service process's side: StartServiceCtrlDispatcherA, the control
 // handler and SetServiceStatus.
+#include "check.h"
 #include "service.h"
 #include "svcwire.h"
 
@@ -262,7 +263,8 @@ BOOL WINAPI SetServiceStatus(SERVICE_STATUS_HANDLE hServiceStatus, LPSERVICE_STA
         if (!d.stopped) {
             d.stopped = true;
             char b = 1;
-            (void)!write(d.wake[1], &b, 1);
+            // A full pipe has a wake-up in it already.
+            TS_CHECK(write(d.wake[1], &b, 1) == 1 || errno == EAGAIN, "write(dispatcher wake pipe)");
         }
     }
     return code == ERROR_SUCCESS ? TRUE : fail(code);

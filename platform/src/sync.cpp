@@ -333,38 +333,57 @@ private:
 // ---------------------------------------------------------------------------
 // Mutexes
 
-class MutexObject;
-
-// Every live mutex, so that a thread's end can find the mutexes it holds.
-struct MutexRegistry {
-    std::mutex lock;
-    std::vector<MutexObject *> all;
-};
-
-MutexRegistry &mutexRegistry()
+// Puts link into the list of thread, which now owns the mutex.
+void linkOwned(OwnedMutexLink *link, ThreadObject *thread)
 {
-    static MutexRegistry *r = new MutexRegistry;
-    return *r;
+    thread->addRef();
+    futexLock(&thread->ownedLock);
+    link->thread = thread;
+    link->prev = nullptr;
+    link->next = thread->ownedHead;
+    if (link->next)
+        link->next->prev = link;
+    thread->ownedHead = link;
+    futexUnlock(&thread->ownedLock);
+}
+
+// Under the list's lock: takes link out of it.
+void unlinkLocked(OwnedMutexLink *link)
+{
+    ThreadObject *thread = link->thread;
+    if (link->prev)
+        link->prev->next = link->next;
+    else
+        thread->ownedHead = link->next;
+    if (link->next)
+        link->next->prev = link->prev;
+    link->thread = nullptr;
+    link->prev = link->next = nullptr;
+}
+
+// Takes link out of its owner's list, if it is in one. Only the owner's
+// own calls, and the destructor of a mutex nobody can reach any more,
+// come here, so the owner cannot change meanwhile.
+void unlinkOwned(OwnedMutexLink *link)
+{
+    ThreadObject *thread = link->thread;
+    if (!thread)
+        return;
+    futexLock(&thread->ownedLock);
+    unlinkLocked(link);
+    futexUnlock(&thread->ownedLock);
+    thread->release();
 }
 
 // A mutex keeps its owner in the pointer bits of its lock word and its
 // abandonment in the object flag, so an acquire of a free mutex and a
-// release with nobody waiting are one compare-and-swap each. The depth is
-// touched only by the owner.
-class MutexObject : public Waitable {
+// release with nobody waiting are one compare-and-swap each (and the
+// owner's list). The depth is touched only by the owner.
+class MutexObject : public Waitable, public OwnedMutexLink {
 public:
-    MutexObject() : Waitable(ObjectKind::Mutex)
-    {
-        MutexRegistry &r = mutexRegistry();
-        std::lock_guard<std::mutex> guard(r.lock);
-        r.all.push_back(this);
-    }
-    ~MutexObject() override
-    {
-        MutexRegistry &r = mutexRegistry();
-        std::lock_guard<std::mutex> guard(r.lock);
-        r.all.erase(std::find(r.all.begin(), r.all.end(), this));
-    }
+    MutexObject() : Waitable(ObjectKind::Mutex) {}
+    // The last handle of a mutex may go while a thread owns it.
+    ~MutexObject() override { unlinkOwned(this); }
 
     bool isSignaledFor(const ThreadObject *t) const override
     {
@@ -380,7 +399,7 @@ public:
         }
         lock.setPointer(t);
         recursion_ = 1;
-        noteOwner(t);
+        linkOwned(this, t);
         if (isAbandoned()) {
             lock.clearBits(ObjectLock::kObjectFlag);
             return WAIT_ABANDONED_0;
@@ -400,7 +419,7 @@ public:
         if (w == 0 && lock.word().compare_exchange_strong(w, mine, std::memory_order_acquire,
                                                           std::memory_order_relaxed)) {
             recursion_ = 1;
-            noteOwner(t);
+            linkOwned(this, t);
             return true;
         }
         return false;
@@ -421,10 +440,14 @@ public:
         }
         if (w != mine)
             return false;
+        // Out of the list before the mutex is free: the next owner links
+        // it into its own.
+        unlinkOwned(this);
         recursion_ = 0;
         if (lock.word().compare_exchange_strong(w, 0, std::memory_order_release, std::memory_order_relaxed))
             return true;
         recursion_ = 1;
+        linkOwned(this, const_cast<ThreadObject *>(t));
         return false;
     }
 
@@ -433,12 +456,15 @@ public:
     {
         if (lock.pointer() != t)
             return false;
-        if (--recursion_ == 0)
+        if (--recursion_ == 0) {
+            unlinkOwned(this);
             lock.setPointer(nullptr);
+        }
         return true;
     }
 
-    // Under lock: the owner ended while holding it.
+    // Under lock: the owner ended while holding it (and has taken it out
+    // of its list).
     void abandonIfOwnedBy(const ThreadObject *t)
     {
         if (lock.pointer() == t) {
@@ -448,16 +474,7 @@ public:
         }
     }
 
-    // Under lock: does t hold it?
-    bool ownedBy(const ThreadObject *t) const { return lock.pointer() == t; }
-
 private:
-    static void noteOwner(ThreadObject *t)
-    {
-        if (!t->everOwnedMutex.load(std::memory_order_relaxed))
-            t->everOwnedMutex.store(true, std::memory_order_relaxed);
-    }
-
     DWORD recursion_ = 0;
 };
 
@@ -481,21 +498,22 @@ Waitable *waitableOf(HANDLE h, HandleRef &ref)
 
 void abandonMutexesOf(ThreadObject *thread)
 {
-    if (!thread->everOwnedMutex.load(std::memory_order_relaxed))
-        return;
     std::vector<MutexObject *> held;
-    {
-        MutexRegistry &r = mutexRegistry();
-        std::lock_guard<std::mutex> guard(r.lock);
-        for (MutexObject *m : r.all) {
-            std::lock_guard<ObjectLock> objGuard(m->lock);
-            // A mutex whose last handle is going away is not abandoned to
-            // anybody; tryAddRef skips it.
-            if (m->ownedBy(thread) && m->tryAddRef())
-                held.push_back(m);
+    futexLock(&thread->ownedLock);
+    for (OwnedMutexLink *link = thread->ownedHead; link;) {
+        OwnedMutexLink *next = link->next;
+        MutexObject *m = static_cast<MutexObject *>(link);
+        // A mutex whose last handle is going away is not abandoned to
+        // anybody; its destructor takes it out of the list.
+        if (m->tryAddRef()) {
+            unlinkLocked(link);
+            held.push_back(m);
         }
+        link = next;
     }
+    futexUnlock(&thread->ownedLock);
     for (MutexObject *m : held) {
+        thread->release(); // the list's reference; the thread keeps its own
         m->signal([m, thread] { m->abandonIfOwnedBy(thread); });
         m->release();
     }

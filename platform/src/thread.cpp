@@ -1,4 +1,5 @@
 // Threads, thread local storage, the last error, and the own process.
+#include "check.h"
 #include "futex.h"
 #include "threadobj.h"
 
@@ -75,7 +76,7 @@ void threadEnded(void *p)
         t->exitCode.store(t->result.load());
     });
     if (t->autoCloseHandle)
-        CloseHandle(t->autoCloseHandle);
+        TS_CHECK(CloseHandle(t->autoCloseHandle), "CloseHandle of a _beginthread handle");
     if (tlsCurrentThread == t)
         tlsCurrentThread = nullptr;
     t->release();
@@ -83,9 +84,11 @@ void threadEnded(void *p)
 
 void bindCurrent(ThreadObject *t)
 {
-    std::call_once(exitKeyOnce, [] { pthread_key_create(&exitKey, threadEnded); });
+    std::call_once(exitKeyOnce,
+                   [] { TS_CHECK_CODE(pthread_key_create(&exitKey, threadEnded), "pthread_key_create"); });
     tlsCurrentThread = t;
-    pthread_setspecific(exitKey, t);
+    // Without it the thread's end goes unseen: its handle never signals.
+    TS_CHECK_CODE(pthread_setspecific(exitKey, t), "pthread_setspecific of the thread's end");
 }
 
 // Suspension: the thread sleeps here while its count is above zero.
@@ -119,7 +122,7 @@ void installSuspendHandler()
         sa.sa_handler = suspendHandler;
         sigemptyset(&sa.sa_mask);
         sa.sa_flags = SA_RESTART;
-        sigaction(suspendSignal(), &sa, nullptr);
+        TS_CHECK(sigaction(suspendSignal(), &sa, nullptr) == 0, "sigaction of the suspend signal");
     });
 }
 
@@ -147,17 +150,17 @@ ThreadObject *startThread(unsigned stackSize, uint32_t initialSuspend, int &erro
     t->affinity.store(processMask());
     t->addRef(); // the thread's own reference, released at its end
     pthread_attr_t attr;
-    pthread_attr_init(&attr);
-    pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
+    TS_CHECK_CODE(pthread_attr_init(&attr), "pthread_attr_init");
+    TS_CHECK_CODE(pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED), "pthread_attr_setdetachstate");
     if (stackSize) {
         size_t size = stackSize < PTHREAD_STACK_MIN ? PTHREAD_STACK_MIN : stackSize;
         long page = sysconf(_SC_PAGESIZE);
         size = (size + page - 1) / page * page;
-        pthread_attr_setstacksize(&attr, size);
+        TS_CHECK_CODE(pthread_attr_setstacksize(&attr, size), "pthread_attr_setstacksize");
     }
     pthread_t id;
     error = pthread_create(&id, &attr, threadMain, t);
-    pthread_attr_destroy(&attr);
+    TS_CHECK_CODE(pthread_attr_destroy(&attr), "pthread_attr_destroy");
     if (error) {
         t->release();
         t->release();
@@ -353,7 +356,9 @@ DWORD WINAPI SuspendThread(HANDLE hThread)
             // this call is what it does after being resumed.
             installSuspendHandler();
             uint32_t seq = t->parkSeq.load(std::memory_order_acquire);
-            if (pthread_kill(t->pthread, suspendSignal()) == 0)
+            // The thread has not reached its end (exiting is false), so it
+            // is there to be signalled.
+            if (TS_CHECK_CODE(pthread_kill(t->pthread, suspendSignal()), "pthread_kill of the suspend signal"))
                 while (t->parkSeq.load(std::memory_order_acquire) == seq)
                     futexWait(&t->parkSeq, seq, Deadline());
         }

@@ -9,6 +9,17 @@
 
 namespace tsp {
 
+class ThreadObject;
+
+// A mutex's place in the list of the mutexes its owner thread owns. All
+// three fields are guarded by the owner's ownedLock; thread is null while
+// the mutex is in no list.
+struct OwnedMutexLink {
+    ThreadObject *thread = nullptr;
+    OwnedMutexLink *prev = nullptr;
+    OwnedMutexLink *next = nullptr;
+};
+
 class ThreadObject : public Waitable {
 public:
     ThreadObject() : Waitable(ObjectKind::Thread) {}
@@ -29,7 +40,11 @@ public:
     std::atomic<DWORD_PTR> affinity{0};
     std::atomic<DWORD> exitCode{STILL_ACTIVE}; // STILL_ACTIVE until the end
     std::atomic<DWORD> result{0};               // what the end will report
-    std::atomic<bool> everOwnedMutex{false};
+    // The mutexes this thread owns, so that its end finds them without
+    // looking at any other. A mutex in the list holds a reference to the
+    // thread. The lock ranks after any object lock.
+    std::atomic<uint32_t> ownedLock{0};
+    OwnedMutexLink *ownedHead = nullptr; // under ownedLock
     bool ended = false; // under lock
     HANDLE autoCloseHandle = nullptr; // _beginthread's handle, closed at the end
 
@@ -58,7 +73,7 @@ inline ThreadObject *currentThreadObject()
 }
 ProcessObject *processObject();
 
-// Called with each mutex a thread may own, when the thread ends.
+// At the thread's end: abandons every mutex it still owns.
 void abandonMutexesOf(ThreadObject *thread);
 
 } // namespace tsp

@@ -1,9 +1,19 @@
 // The module entry on POSIX. One static object runs the load steps in its
-// constructor and the unload steps in its destructor. src/CMakeLists.txt
-// links this unit last, so its initialiser is the last of the library's
-// .init_array: every other static object of the library is built before it,
-// and, since statics are destroyed in the reverse order of their building,
-// torn down after it. This holds for dlopen/dlclose and for process exit.
+// constructor and the unload steps in its destructor.
+//
+// Its place among the library's static objects does not come from the
+// order in which the linker lays out their initialisers: init_priority puts
+// its initialiser in a section of its own (.init_array.00101) that runs
+// before the library's other static constructors wherever this unit is
+// linked. Being built first, it is destroyed last: the C++ runtime tears
+// statics down in the reverse order of their building, for dlclose and for
+// process exit alike. So the module is registered with the framework for
+// the whole life of every other static object of the library.
+//
+// Windows calls DllMain at the other end (after the DLL's statics are
+// built, before they are torn down). The steps allow both: they use only
+// the framework, a library loaded and initialised before this one, and a
+// record of this library that is constant-initialised.
 #include "../ModEntry.h"
 
 #include <dlfcn.h>
@@ -25,6 +35,7 @@ struct ModuleHooks {
     ~ModuleHooks() { tsutil::ModuleEntry(ThisLibrary(), tsutil::kModuleUnload); }
 };
 
-ModuleHooks hooks;
+// 101: the first priority open to programs (0-100 belong to the runtime).
+ModuleHooks hooks __attribute__((init_priority(101)));
 
 } // namespace

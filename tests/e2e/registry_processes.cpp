@@ -1,6 +1,13 @@
 // The registry shared between processes: two writers on one key, a writer
-// killed in the middle of its writes, and tsreg's export and import.
+// killed in the middle of its writes, flushing, and tsreg's export and
+// import.
 #include "../platform/RegistryFixture.h"
+
+#if TSUTIL_TEST_SQLITE
+#include <sqlite3.h>
+
+#include <filesystem>
+#endif
 
 #include <cstdio>
 #include <map>
@@ -66,6 +73,29 @@ void WriteFile(const std::string &path, const std::string &bytes)
     fclose(f);
 }
 
+#if TSUTIL_TEST_SQLITE
+// What SQLite's own check says of a database: "ok", or what is wrong.
+std::string IntegrityOf(const std::string &dbPath)
+{
+    sqlite3 *db = nullptr;
+    std::string result;
+    if (sqlite3_open_v2(dbPath.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
+        result = "cannot open: " + std::string(sqlite3_errmsg(db));
+    } else {
+        auto collect = [](void *out, int, char **row, char **) {
+            *static_cast<std::string *>(out) += row[0] ? row[0] : "(null)";
+            return 0;
+        };
+        char *error = nullptr;
+        if (sqlite3_exec(db, "PRAGMA integrity_check", collect, &result, &error) != SQLITE_OK)
+            result = "check failed: " + std::string(error ? error : "");
+        sqlite3_free(error);
+    }
+    sqlite3_close(db);
+    return result;
+}
+#endif
+
 } // namespace
 
 TEST_F(RegistryTest, TwoProcessesWriteAndReadTheSameKey)
@@ -122,6 +152,9 @@ TEST_F(RegistryTest, KilledWriterLeavesTheStoreWhole)
     }
     writer.Kill();
     EXPECT_EQ(writer.Wait(), 128 + 9);
+#if TSUTIL_TEST_SQLITE
+    EXPECT_EQ(IntegrityOf(root_.path() + "/registry.db"), "ok");
+#endif
 
     // Every write that returned is there, in order; at most one more.
     ASSERT_EQ(tstest::GetDword(key_, "last", last), ERROR_SUCCESS);
@@ -141,6 +174,38 @@ TEST_F(RegistryTest, KilledWriterLeavesTheStoreWhole)
     ChildProcess next;
     ASSERT_TRUE(next.Start("regworker", {"exchange", path_, "n", "m", "20"}));
     EXPECT_EQ(next.Wait(), 0);
+}
+
+// A flush copies what the log holds into the database file and syncs it:
+// the file alone, as a power cut would leave it without the unsynced log,
+// has every write made before the flush, by this process and another.
+TEST_F(RegistryTest, FlushedWritesAreInTheDatabaseFileItself)
+{
+    EXPECT_EQ(RegFlushKey(reinterpret_cast<HKEY>(static_cast<uintptr_t>(0x1234))), ERROR_INVALID_HANDLE);
+    SetDword(key_, "mine", 7);
+    ChildProcess other;
+    ASSERT_TRUE(other.Start("regworker", {"set", path_, "theirs", "5"}));
+    ASSERT_EQ(other.Wait(), 0);
+    ASSERT_EQ(RegFlushKey(HKEY_CURRENT_USER), ERROR_SUCCESS) << "any key flushes the whole store";
+    TS_SKIP_ON_WINE("Wine's registry is no SQLite database");
+#if TSUTIL_TEST_SQLITE
+    std::string copy = root_.path() + "/copy.db";
+    std::filesystem::copy_file(root_.path() + "/registry.db", copy);
+    EXPECT_EQ(IntegrityOf(copy), "ok");
+    sqlite3 *db = nullptr;
+    ASSERT_EQ(sqlite3_open_v2(copy.c_str(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
+    auto count = [db](std::string foldedName) {
+        sqlite3_stmt *q = nullptr;
+        sqlite3_prepare_v2(db, "SELECT COUNT(*) FROM vals WHERE fold=?1", -1, &q, nullptr);
+        sqlite3_bind_blob(q, 1, foldedName.data(), static_cast<int>(foldedName.size()), SQLITE_STATIC);
+        int n = sqlite3_step(q) == SQLITE_ROW ? sqlite3_column_int(q, 0) : -1;
+        sqlite3_finalize(q);
+        return n;
+    };
+    EXPECT_EQ(count("MINE"), 1);
+    EXPECT_EQ(count("THEIRS"), 1) << "the other process's write";
+    sqlite3_close(db);
+#endif
 }
 
 TEST_F(RegistryTest, TsregExportAndImportRoundTrip)

@@ -9,6 +9,8 @@
 
 #include <mbctype.h>
 
+#include <atomic>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -330,3 +332,44 @@ TEST(GenericServiceTest, ConsoleEventsInServiceMode)
     ASSERT_EQ(probe.stop->NotifyStateReached(), TRUE);
     Join(thread);
 }
+
+// A console event may come at any moment of a run's end: while the
+// interlocks are torn down, and while the object goes. Each round runs a
+// service to its stop answer and destroys it, with Ctrl+C arriving all the
+// while, as from the console handler's thread.
+TEST(GenericServiceTest, ConsoleEventsDuringTheEndOfARun)
+{
+    constexpr int kRounds = 200;
+    std::atomic<bool> done{false};
+    std::atomic<long> events{0};
+    HANDLE sender = tstest::StartThread([&] {
+        while (!done.load()) {
+            ProbeService::ConsoleControlHandler(CTRL_C_EVENT);
+            events.fetch_add(1);
+        }
+        return 0u;
+    });
+    struct StopSender {
+        std::atomic<bool> &done;
+        HANDLE sender;
+        ~StopSender()
+        {
+            done.store(true);
+            EXPECT_TRUE(tstest::Joined(sender));
+        }
+    } stopSender{done, sender};
+
+    for (int round = 0; round < kRounds; ++round) {
+        auto probe = std::make_unique<ProbeService>(FALSE);
+        HANDLE thread = tstest::StartThread([&probe] {
+            probe->Begin();
+            return 0u;
+        });
+        AwaitLoop(*probe);
+        ASSERT_EQ(probe->stop->NotifyStateReached(), TRUE);
+        ASSERT_TRUE(tstest::Joined(thread)) << "round " << round;
+        probe.reset();
+    }
+    EXPECT_GT(events.load(), 0);
+}
+

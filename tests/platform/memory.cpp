@@ -34,6 +34,32 @@ TEST(Memory, ProcessHeapAllocReAllocAndFree)
     EXPECT_TRUE(HeapFree(heap, 0, nullptr));
 }
 
+// Leaving a section that another thread holds is a bug of the caller:
+// reported, and fatal in a debug build; a release build leaves the hold
+// alone.
+TEST(CriticalSections, LeaveByAThreadThatDoesNotOwnItIsReported)
+{
+    TS_SKIP_ON_WINE("Windows does not check who leaves a section");
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    CRITICAL_SECTION cs;
+    InitializeCriticalSection(&cs);
+    EnterCriticalSection(&cs);
+    auto leaveFromAnotherThread = [&] {
+        tstest::RunOnOtherThread([&] {
+            LeaveCriticalSection(&cs);
+            return 0u;
+        });
+    };
+#ifndef NDEBUG
+    EXPECT_DEATH(leaveFromAnotherThread(), "LeaveCriticalSection .the caller is not the owner. failed");
+#else
+    leaveFromAnotherThread();
+    EXPECT_EQ(tstest::RunOnOtherThread([&] { return static_cast<unsigned>(TryEnterCriticalSection(&cs)); }), 0u);
+#endif
+    LeaveCriticalSection(&cs);
+    DeleteCriticalSection(&cs);
+}
+
 TEST(CriticalSections, RecursiveAndExclusive)
 {
     CRITICAL_SECTION cs;

@@ -74,6 +74,62 @@ TEST(Mutexes, AbandonmentWakesABlockedWaiterWithItsIndex)
         CloseHandle(h);
 }
 
+// A mutex handed to a blocked wait for all belongs to the waiting thread
+// as much as one it took at once: both are abandoned when it ends.
+TEST(Mutexes, MutexesTakenInAWaitForAllAreAbandonedWithTheirThread)
+{
+    HANDLE both[2] = {CreateMutexA(nullptr, FALSE, nullptr), CreateMutexA(nullptr, TRUE, nullptr)};
+    HANDLE started = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    DWORD taken = WAIT_FAILED;
+    DWORD tid = 0;
+    HANDLE t = tstest::StartThread([&] {
+        tid = GetCurrentThreadId();
+        SetEvent(started);
+        taken = WaitForMultipleObjects(2, both, TRUE, tstest::kWaitBound);
+        return 0u;
+    });
+    ASSERT_EQ(WaitForSingleObject(started, tstest::kWaitBound), WAIT_OBJECT_0);
+    CloseHandle(started);
+    tstest::WaitUntilBlocked(tid);
+    EXPECT_TRUE(ReleaseMutex(both[1])); // hands it to the wait
+    ASSERT_EQ(WaitForSingleObject(t, tstest::kWaitBound), WAIT_OBJECT_0);
+    EXPECT_EQ(taken, WAIT_OBJECT_0);
+
+    DWORD r = WaitForMultipleObjects(2, both, TRUE, tstest::kWaitBound);
+    EXPECT_TRUE(r == WAIT_ABANDONED_0 || r == WAIT_ABANDONED_0 + 1) << r;
+    for (HANDLE m : both) {
+        EXPECT_TRUE(ReleaseMutex(m));
+        EXPECT_EQ(WaitForSingleObject(m, 0), WAIT_OBJECT_0) << "abandoned once only";
+        EXPECT_TRUE(ReleaseMutex(m));
+        CloseHandle(m);
+    }
+    CloseHandle(t);
+}
+
+// A thread may close the last handle of a mutex it owns, and release
+// others before it ends; its end abandons only what it still owns.
+TEST(Mutexes, ThreadEndAbandonsOnlyWhatItStillOwns)
+{
+    HANDLE kept = CreateMutexA(nullptr, FALSE, nullptr);
+    HANDLE released = CreateMutexA(nullptr, FALSE, nullptr);
+    HANDLE t = tstest::StartThread([&] {
+        HANDLE gone = CreateMutexA(nullptr, TRUE, nullptr);
+        CloseHandle(gone);
+        WaitForSingleObject(released, 0);
+        WaitForSingleObject(kept, 0);
+        ReleaseMutex(released);
+        return 0u;
+    });
+    ASSERT_EQ(WaitForSingleObject(t, tstest::kWaitBound), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForSingleObject(released, 0), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForSingleObject(kept, 0), WAIT_ABANDONED);
+    for (HANDLE h : {kept, released}) {
+        ReleaseMutex(h);
+        CloseHandle(h);
+    }
+    CloseHandle(t);
+}
+
 TEST(Mutexes, ContendedMutexKeepsACounterExact)
 {
     HANDLE m = CreateMutexA(nullptr, FALSE, nullptr);
