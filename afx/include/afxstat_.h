@@ -58,7 +58,8 @@ public:
 };
 
 // A module's state for one thread: the framework thread object running on
-// it (AfxGetThread) and its memory failure handler.
+// it (AfxGetThread) and a memory failure handler that the thread's starter
+// may keep there for the program (the framework itself calls none).
 class TSAFX_API AFX_MODULE_THREAD_STATE : public CNoTrackObject {
 public:
     AFX_MODULE_THREAD_STATE();
