@@ -3,13 +3,9 @@
 // state of each thread.
 #pragma once
 
-#include <windows.h>
+#include "afx.h"
 
 #include <stddef.h>
-
-#ifndef TSAFX_API
-#define TSAFX_API
-#endif
 
 class CDynLinkLibrary;
 class CWinApp;
