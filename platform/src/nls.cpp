@@ -1,0 +1,522 @@
+// Conversions between code pages and UTF-16: MultiByteToWideChar,
+// WideCharToMultiByte, GetACP, GetOEMCP, and the C runtime's mbstowcs and
+// wcstombs for 16-bit strings. Single- and double-byte pages go through
+// the tables of codepage.cpp; UTF-8 is decoded here; UTF-7, which is
+// stateful and rare, goes through iconv for each call.
+#include <stdlib.h>
+#include <windows.h>
+
+#include "codepage.h"
+
+#include <assert.h>
+#include <errno.h>
+#include <iconv.h>
+#include <string.h>
+
+#include <string>
+
+using namespace tsp;
+
+namespace {
+
+constexpr WCHAR kReplacement = 0xFFFD;
+
+bool isHighSurrogate(unsigned u) { return u >= 0xD800 && u <= 0xDBFF; }
+bool isLowSurrogate(unsigned u) { return u >= 0xDC00 && u <= 0xDFFF; }
+
+// What a conversion found: the count of units (bytes) that the whole input
+// takes, or a failure with the Win32 error (for ERROR_INSUFFICIENT_BUFFER
+// with the count of units written until the room ran out).
+struct Result {
+    size_t count = 0;
+    DWORD error = ERROR_SUCCESS;
+    bool usedDefault = false;
+};
+
+// Writes units to out while room lasts and counts them all; with no out
+// only counts. A conversion that runs out of room stops at once.
+class WideSink {
+public:
+    WideSink(WCHAR *out, size_t room) : out_(out), room_(out ? room : SIZE_MAX) {}
+    bool put(WCHAR u)
+    {
+        if (n_ == room_)
+            return false;
+        if (out_)
+            out_[n_] = u;
+        ++n_;
+        return true;
+    }
+    size_t count() const { return n_; }
+    WCHAR *out_;
+    size_t room_, n_ = 0;
+};
+
+class ByteSink {
+public:
+    ByteSink(char *out, size_t room) : out_(out), room_(out ? room : SIZE_MAX) {}
+    bool fits(size_t n) const { return room_ - n_ >= n; }
+    void put(unsigned char b)
+    {
+        if (out_)
+            out_[n_] = static_cast<char>(b);
+        ++n_;
+    }
+    char *out_;
+    size_t room_, n_ = 0;
+};
+
+// ---- single- and double-byte pages ----
+
+Result tableToWide(const CodePage &cp, const unsigned char *in, size_t len, WCHAR *out, size_t room, bool strict)
+{
+    Result r;
+    WideSink sink(out, room);
+    const unsigned char *end = in + len;
+    // Runs of ASCII are copied 16 bytes at a time where the page keeps
+    // ASCII as it is (every Windows page does).
+    bool asciiSame = cp.single['\\'] == '\\' && cp.single['~'] == '~' && !cp.lead[0x7F] && !cp.lead['A'];
+    while (in < end) {
+        if (asciiSame && out && end - in >= 16 && sink.room_ - sink.n_ >= 16) {
+            unsigned char any = 0;
+            for (int i = 0; i < 16; ++i)
+                any |= in[i];
+            if (!(any & 0x80)) {
+                for (int i = 0; i < 16; ++i)
+                    out[sink.n_ + static_cast<size_t>(i)] = in[i];
+                sink.n_ += 16;
+                in += 16;
+                continue;
+            }
+        }
+        unsigned char b = *in;
+        uint16_t u;
+        if (cp.lead[b]) {
+            u = in + 1 < end ? cp.pairs[static_cast<size_t>(b << 8 | in[1])] : CodePage::kNone;
+            in += u == CodePage::kNone ? 1 : 2; // a bad pair leaves its second byte to stand alone
+        } else {
+            u = cp.single[b];
+            ++in;
+        }
+        if (u == CodePage::kNone) {
+            if (strict) {
+                r.error = ERROR_NO_UNICODE_TRANSLATION;
+                return r;
+            }
+            u = cp.wideDefault;
+        }
+        if (!sink.put(u)) {
+            r.error = ERROR_INSUFFICIENT_BUFFER;
+            r.count = sink.count();
+            return r;
+        }
+    }
+    r.count = sink.count();
+    return r;
+}
+
+Result wideToTable(const CodePage &cp, const WCHAR *in, size_t len, char *out, size_t room,
+                   const unsigned char *defaultChar, size_t defaultLen)
+{
+    Result r;
+    ByteSink sink(out, room);
+    const uint16_t *bytesOf = cp.bytesOf.data();
+    for (size_t i = 0; i < len; ++i) {
+        WCHAR u = in[i];
+        uint16_t code = bytesOf[u];
+        if (code < 0x100) {
+            if (!sink.fits(1)) {
+                r.error = ERROR_INSUFFICIENT_BUFFER;
+                return r;
+            }
+            sink.put(static_cast<unsigned char>(code));
+        } else if (code != CodePage::kNone) {
+            if (!sink.fits(2)) {
+                r.error = ERROR_INSUFFICIENT_BUFFER;
+                return r;
+            }
+            sink.put(static_cast<unsigned char>(code >> 8));
+            sink.put(static_cast<unsigned char>(code & 0xFF));
+        } else {
+            // Each unit that the page lacks, a lone surrogate or one half
+            // of a pair, becomes one default character.
+            r.usedDefault = true;
+            if (!sink.fits(defaultLen)) {
+                r.error = ERROR_INSUFFICIENT_BUFFER;
+                return r;
+            }
+            for (size_t k = 0; k < defaultLen; ++k)
+                sink.put(defaultChar[k]);
+        }
+    }
+    r.count = sink.n_;
+    return r;
+}
+
+// ---- UTF-8 ----
+
+// The length of the well-formed sequence at in (1 to 4) and its code
+// point; 0 and the length of the maximal ill-formed part (at least 1)
+// when it is not well formed.
+size_t decodeUtf8(const unsigned char *in, const unsigned char *end, unsigned &cp, size_t &bad)
+{
+    unsigned char b = *in;
+    size_t need;
+    unsigned min;
+    if (b < 0x80) {
+        cp = b;
+        return 1;
+    } else if (b >= 0xC2 && b <= 0xDF) {
+        need = 2, cp = b & 0x1Fu, min = 0x80;
+    } else if (b >= 0xE0 && b <= 0xEF) {
+        need = 3, cp = b & 0x0Fu, min = 0x800;
+    } else if (b >= 0xF0 && b <= 0xF4) {
+        need = 4, cp = b & 0x07u, min = 0x10000;
+    } else {
+        bad = 1;
+        return 0;
+    }
+    size_t i = 1;
+    for (; i < need; ++i) {
+        if (in + i >= end || (in[i] & 0xC0) != 0x80)
+            break;
+        unsigned next = cp << 6 | (in[i] & 0x3Fu);
+        // Overlong forms, surrogates and values past U+10FFFF end the
+        // sequence at the first byte that shows them.
+        if (i == 1) {
+            unsigned top = next << (6 * (need - 2));
+            if (top < min || (top >= 0xD800 && top <= 0xDFFF) || top > 0x10FFFF)
+                break;
+        }
+        cp = next;
+    }
+    if (i < need) {
+        bad = i;
+        return 0;
+    }
+    return need;
+}
+
+Result utf8ToWide(const unsigned char *in, size_t len, WCHAR *out, size_t room, bool strict)
+{
+    Result r;
+    WideSink sink(out, room);
+    const unsigned char *end = in + len;
+    while (in < end) {
+        if (*in < 0x80) {
+            if (!sink.put(*in++)) {
+                r.error = ERROR_INSUFFICIENT_BUFFER;
+                r.count = sink.count();
+                return r;
+            }
+            continue;
+        }
+        unsigned cp;
+        size_t bad = 0;
+        size_t n = decodeUtf8(in, end, cp, bad);
+        bool ok;
+        if (!n) {
+            if (strict) {
+                r.error = ERROR_NO_UNICODE_TRANSLATION;
+                return r;
+            }
+            ok = sink.put(kReplacement);
+            in += bad;
+        } else if (cp >= 0x10000) {
+            ok = sink.put(static_cast<WCHAR>(0xD800 + ((cp - 0x10000) >> 10))) &&
+                 sink.put(static_cast<WCHAR>(0xDC00 + (cp & 0x3FF)));
+            in += n;
+        } else {
+            ok = sink.put(static_cast<WCHAR>(cp));
+            in += n;
+        }
+        if (!ok) {
+            r.error = ERROR_INSUFFICIENT_BUFFER;
+            r.count = sink.count();
+            return r;
+        }
+    }
+    r.count = sink.count();
+    return r;
+}
+
+Result wideToUtf8(const WCHAR *in, size_t len, char *out, size_t room, bool strict)
+{
+    Result r;
+    ByteSink sink(out, room);
+    for (size_t i = 0; i < len; ++i) {
+        unsigned cp = in[i];
+        if (isHighSurrogate(cp) && i + 1 < len && isLowSurrogate(in[i + 1])) {
+            cp = 0x10000 + ((cp - 0xD800) << 10) + (in[i + 1] - 0xDC00u);
+            ++i;
+        } else if (isHighSurrogate(cp) || isLowSurrogate(cp)) {
+            if (strict) {
+                r.error = ERROR_NO_UNICODE_TRANSLATION;
+                return r;
+            }
+            cp = kReplacement;
+        }
+        size_t n = cp < 0x80 ? 1 : cp < 0x800 ? 2 : cp < 0x10000 ? 3 : 4;
+        if (!sink.fits(n)) {
+            r.error = ERROR_INSUFFICIENT_BUFFER;
+            return r;
+        }
+        if (n == 1) {
+            sink.put(static_cast<unsigned char>(cp));
+            continue;
+        }
+        static const unsigned char kFirst[5] = {0, 0, 0xC0, 0xE0, 0xF0};
+        sink.put(static_cast<unsigned char>(kFirst[n] | (cp >> (6 * (n - 1)))));
+        for (size_t k = n - 1; k > 0; --k)
+            sink.put(static_cast<unsigned char>(0x80 | ((cp >> (6 * (k - 1))) & 0x3F)));
+    }
+    r.count = sink.n_;
+    return r;
+}
+
+// ---- UTF-7, through iconv ----
+
+// Converts all of in with iconv; false when iconv refuses the input.
+bool iconvAll(const char *to, const char *from, const char *in, size_t len, std::string &out)
+{
+    iconv_t cd = iconv_open(to, from);
+    if (cd == reinterpret_cast<iconv_t>(-1))
+        return false;
+    out.assign(len * 4 + 16, '\0');
+    char *inp = const_cast<char *>(in), *outp = &out[0];
+    size_t inLeft = len, outLeft = out.size();
+    bool ok = iconv(cd, &inp, &inLeft, &outp, &outLeft) != static_cast<size_t>(-1) &&
+              iconv(cd, nullptr, nullptr, &outp, &outLeft) != static_cast<size_t>(-1);
+    iconv_close(cd);
+    out.resize(out.size() - outLeft);
+    return ok;
+}
+
+Result utf7ToWide(const char *in, size_t len, WCHAR *out, size_t room)
+{
+    Result r;
+    std::string units;
+    if (!iconvAll("UTF-16LE", "UTF-7", in, len, units)) {
+        r.error = ERROR_NO_UNICODE_TRANSLATION;
+        return r;
+    }
+    r.count = units.size() / 2;
+    if (out && r.count > room)
+        r.error = ERROR_INSUFFICIENT_BUFFER;
+    else if (out)
+        memcpy(out, units.data(), units.size());
+    return r;
+}
+
+Result wideToUtf7(const WCHAR *in, size_t len, char *out, size_t room)
+{
+    Result r;
+    std::string bytes;
+    if (!iconvAll("UTF-7", "UTF-16LE", reinterpret_cast<const char *>(in), len * 2, bytes)) {
+        r.error = ERROR_NO_UNICODE_TRANSLATION;
+        return r;
+    }
+    r.count = bytes.size();
+    if (out && r.count > room)
+        r.error = ERROR_INSUFFICIENT_BUFFER;
+    else if (out)
+        memcpy(out, bytes.data(), bytes.size());
+    return r;
+}
+
+int finish(const Result &r)
+{
+    if (r.error != ERROR_SUCCESS) {
+        SetLastError(r.error);
+        return 0;
+    }
+    if (r.count > static_cast<size_t>(INT32_MAX)) {
+        SetLastError(ERROR_ARITHMETIC_OVERFLOW);
+        return 0;
+    }
+    return static_cast<int>(r.count);
+}
+
+int fail(DWORD error)
+{
+    SetLastError(error);
+    return 0;
+}
+
+size_t wideLength(const WCHAR *s)
+{
+    size_t n = 0;
+    while (s[n])
+        ++n;
+    return n;
+}
+
+} // namespace
+
+extern "C" {
+
+UINT WINAPI GetACP(void) { return ansiCodePage(); }
+
+UINT WINAPI GetOEMCP(void) { return oemCodePage(); }
+
+int WINAPI MultiByteToWideChar(UINT CodePage, DWORD dwFlags, LPCCH lpMultiByteStr, int cbMultiByte,
+                               LPWSTR lpWideCharStr, int cchWideChar)
+{
+    if (!lpMultiByteStr || cbMultiByte == 0 || cbMultiByte < -1 || cchWideChar < 0 ||
+        (cchWideChar && !lpWideCharStr) ||
+        static_cast<const void *>(lpMultiByteStr) == static_cast<const void *>(lpWideCharStr))
+        return fail(ERROR_INVALID_PARAMETER);
+    UINT id = resolveCodePage(CodePage);
+    const unsigned char *in = reinterpret_cast<const unsigned char *>(lpMultiByteStr);
+    size_t len = cbMultiByte == -1 ? strlen(lpMultiByteStr) + 1 : static_cast<size_t>(cbMultiByte);
+    WCHAR *out = cchWideChar ? lpWideCharStr : nullptr;
+    size_t room = static_cast<size_t>(cchWideChar);
+    bool strict = dwFlags & MB_ERR_INVALID_CHARS;
+    if (id == CP_UTF8) {
+        if (dwFlags & ~static_cast<DWORD>(MB_ERR_INVALID_CHARS))
+            return fail(ERROR_INVALID_FLAGS);
+        return finish(utf8ToWide(in, len, out, room, strict));
+    }
+    if (id == CP_UTF7) {
+        if (dwFlags)
+            return fail(ERROR_INVALID_FLAGS);
+        return finish(utf7ToWide(lpMultiByteStr, len, out, room));
+    }
+    const tsp::CodePage *cp = codePage(id);
+    if (!cp)
+        return fail(ERROR_INVALID_PARAMETER);
+    const DWORD known = MB_PRECOMPOSED | MB_COMPOSITE | MB_USEGLYPHCHARS | MB_ERR_INVALID_CHARS;
+    if ((dwFlags & ~known) || ((dwFlags & MB_PRECOMPOSED) && (dwFlags & MB_COMPOSITE)))
+        return fail(ERROR_INVALID_FLAGS);
+    return finish(tableToWide(*cp, in, len, out, room, strict));
+}
+
+int WINAPI WideCharToMultiByte(UINT CodePage, DWORD dwFlags, LPCWCH lpWideCharStr, int cchWideChar,
+                               LPSTR lpMultiByteStr, int cbMultiByte, LPCCH lpDefaultChar,
+                               LPBOOL lpUsedDefaultChar)
+{
+    if (!lpWideCharStr || cchWideChar == 0 || cchWideChar < -1 || cbMultiByte < 0 ||
+        (cbMultiByte && !lpMultiByteStr) ||
+        static_cast<const void *>(lpMultiByteStr) == static_cast<const void *>(lpWideCharStr))
+        return fail(ERROR_INVALID_PARAMETER);
+    UINT id = resolveCodePage(CodePage);
+    size_t len = cchWideChar == -1 ? wideLength(lpWideCharStr) + 1 : static_cast<size_t>(cchWideChar);
+    char *out = cbMultiByte ? lpMultiByteStr : nullptr;
+    size_t room = static_cast<size_t>(cbMultiByte);
+    if (id == CP_UTF8 || id == CP_UTF7) {
+        // The Unicode pages have no default character to speak of.
+        if (lpDefaultChar || lpUsedDefaultChar)
+            return fail(ERROR_INVALID_PARAMETER);
+        if (id == CP_UTF7) {
+            if (dwFlags)
+                return fail(ERROR_INVALID_FLAGS);
+            return finish(wideToUtf7(lpWideCharStr, len, out, room));
+        }
+        if (dwFlags & ~static_cast<DWORD>(WC_ERR_INVALID_CHARS))
+            return fail(ERROR_INVALID_FLAGS);
+        return finish(wideToUtf8(lpWideCharStr, len, out, room, dwFlags & WC_ERR_INVALID_CHARS));
+    }
+    const tsp::CodePage *cp = codePage(id);
+    if (!cp)
+        return fail(ERROR_INVALID_PARAMETER);
+    // The composite checks are taken and have nothing to do: the tables
+    // hold precomposed characters only, and no character is made of
+    // parts. Best fits are never made, so WC_NO_BEST_FIT_CHARS is what
+    // every conversion does: a character that the page lacks becomes the
+    // default character.
+    const DWORD known = WC_COMPOSITECHECK | WC_DISCARDNS | WC_SEPCHARS | WC_DEFAULTCHAR | WC_NO_BEST_FIT_CHARS;
+    if (dwFlags & ~known)
+        return fail(ERROR_INVALID_FLAGS);
+    unsigned char defaultChar[2] = {'?', 0};
+    size_t defaultLen = 1;
+    if (lpDefaultChar) {
+        defaultChar[0] = static_cast<unsigned char>(lpDefaultChar[0]);
+        defaultChar[1] = static_cast<unsigned char>(lpDefaultChar[1]);
+        if (cp->lead[defaultChar[0]] && defaultChar[1])
+            defaultLen = 2;
+    }
+    Result r = wideToTable(*cp, lpWideCharStr, len, out, room, defaultChar, defaultLen);
+    if (lpUsedDefaultChar)
+        *lpUsedDefaultChar = r.usedDefault ? TRUE : FALSE;
+    return finish(r);
+}
+
+} // extern "C"
+
+// The C runtime's conversions for 16-bit strings, in the ANSI code page.
+
+namespace {
+
+Result ansiToWide(const char *mbstr, size_t len, WCHAR *out, size_t room)
+{
+    UINT id = ansiCodePage();
+    const unsigned char *in = reinterpret_cast<const unsigned char *>(mbstr);
+    if (id == CP_UTF8)
+        return utf8ToWide(in, len, out, room, true);
+    const tsp::CodePage *cp = codePage(id);
+    assert(cp && "the ANSI code page is one that the layer knows");
+    return tableToWide(*cp, in, len, out, room, true);
+}
+
+} // namespace
+
+size_t mbstowcs(unsigned short *wcstr, const char *mbstr, size_t count)
+{
+    if (!mbstr) {
+        errno = EINVAL;
+        return static_cast<size_t>(-1);
+    }
+    size_t len = strlen(mbstr);
+    Result all = ansiToWide(mbstr, len, nullptr, 0);
+    if (all.error != ERROR_SUCCESS) {
+        errno = EILSEQ;
+        return static_cast<size_t>(-1);
+    }
+    if (!wcstr)
+        return all.count;
+    Result written = ansiToWide(mbstr, len, wcstr, count < all.count ? count : all.count);
+    size_t n = written.count;
+    if (n < all.count) {
+        if (n && isHighSurrogate(wcstr[n - 1]))
+            --n; // never half of a pair
+        return n;
+    }
+    if (n < count)
+        wcstr[n] = 0;
+    return n;
+}
+
+size_t wcstombs(char *mbstr, const unsigned short *wcstr, size_t count)
+{
+    if (!wcstr) {
+        errno = EINVAL;
+        return static_cast<size_t>(-1);
+    }
+    UINT id = ansiCodePage();
+    size_t len = wideLength(wcstr);
+    const tsp::CodePage *cp = id == CP_UTF8 ? nullptr : codePage(id);
+    if (id != CP_UTF8 && !cp) {
+        errno = EILSEQ;
+        return static_cast<size_t>(-1);
+    }
+    // Character by character, so that the output ends on a whole one.
+    ByteSink sink(mbstr, mbstr ? count : 0);
+    for (size_t i = 0; i < len; ++i) {
+        char bytes[4];
+        size_t units = isHighSurrogate(wcstr[i]) && isLowSurrogate(wcstr[i + 1]) ? 2 : 1;
+        Result r = cp ? wideToTable(*cp, wcstr + i, units, bytes, sizeof bytes, nullptr, 0)
+                      : wideToUtf8(wcstr + i, units, bytes, sizeof bytes, true);
+        if (r.error != ERROR_SUCCESS || r.usedDefault) {
+            errno = EILSEQ;
+            return static_cast<size_t>(-1);
+        }
+        if (!sink.fits(r.count))
+            return sink.n_;
+        for (size_t k = 0; k < r.count; ++k)
+            sink.put(static_cast<unsigned char>(bytes[k]));
+        i += units - 1;
+    }
+    if (mbstr && sink.fits(1))
+        mbstr[sink.n_] = 0;
+    return sink.n_;
+}
