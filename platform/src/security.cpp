@@ -2,7 +2,7 @@
 // users and groups, SIDs, access lists and absolute security descriptors.
 #include <windows.h>
 
-#include "account.h"
+#include "security.h"
 
 #include <ctype.h>
 #include <grp.h>
@@ -59,24 +59,6 @@ DWORD findAccount(const std::string &name, DWORD &id)
     return 0;
 }
 
-bool validAcl(const ACL *acl, size_t &used)
-{
-    if (!acl || acl->AclRevision < MIN_ACL_REVISION || acl->AclRevision > MAX_ACL_REVISION ||
-        acl->AclSize < sizeof(ACL))
-        return false;
-    const BYTE *base = reinterpret_cast<const BYTE *>(acl);
-    used = sizeof(ACL);
-    for (WORD i = 0; i < acl->AceCount; ++i) {
-        if (used + sizeof(ACE_HEADER) > acl->AclSize)
-            return false;
-        const ACE_HEADER *ace = reinterpret_cast<const ACE_HEADER *>(base + used);
-        if (ace->AceSize < sizeof(ACE_HEADER) || used + ace->AceSize > acl->AclSize)
-            return false;
-        used += ace->AceSize;
-    }
-    return true;
-}
-
 BOOL fail(DWORD error)
 {
     SetLastError(error);
@@ -100,40 +82,48 @@ std::string computerName()
     return name;
 }
 
-bool isLocalMachine(const std::string &name)
+bool isLocalMachine(LPCWSTR name)
 {
-    std::string n = name.compare(0, 2, "\\\\") == 0 ? name.substr(2) : name;
+    if (!name)
+        return true;
+    std::string n = utf8Of(name);
+    if (n.compare(0, 2, "\\\\") == 0)
+        n.erase(0, 2);
     return n.empty() || sameTextNoCase(n, computerName());
 }
 
-bool accountOfSid(PSID sid, std::string &name, bool &isGroup)
+std::string sidText(PSID sid)
 {
-    if (!IsValidSid(sid))
-        return false;
     const SID *s = static_cast<const SID *>(sid);
-    static const BYTE unix[6] = {0, 0, 0, 0, 0, kUnixAuthority};
-    if (s->SubAuthorityCount != 2 || memcmp(s->IdentifierAuthority.Value, unix, 6) != 0)
+    const BYTE *a = s->IdentifierAuthority.Value;
+    unsigned long long authority = 0;
+    for (int i = 0; i < 6; ++i)
+        authority = authority << 8 | a[i];
+    std::string text = "S-" + std::to_string(s->Revision) + "-" + std::to_string(authority);
+    for (BYTE i = 0; i < s->SubAuthorityCount; ++i) {
+        DWORD sub;
+        memcpy(&sub, reinterpret_cast<const BYTE *>(sid) + 8 + 4 * i, sizeof sub);
+        text += "-" + std::to_string(sub);
+    }
+    return text;
+}
+
+bool isWellFormedAcl(const ACL *acl, size_t &used)
+{
+    if (!acl || acl->AclRevision < MIN_ACL_REVISION || acl->AclRevision > MAX_ACL_REVISION ||
+        acl->AclSize < sizeof(ACL))
         return false;
-    std::vector<char> buffer(16384);
-    if (s->SubAuthority[0] == kUserRid) {
-        struct passwd pw, *found = nullptr;
-        if (getpwuid_r(static_cast<uid_t>(s->SubAuthority[1]), &pw, buffer.data(), buffer.size(), &found) != 0 ||
-            !found)
+    const BYTE *base = reinterpret_cast<const BYTE *>(acl);
+    used = sizeof(ACL);
+    for (WORD i = 0; i < acl->AceCount; ++i) {
+        if (used + sizeof(ACE_HEADER) > acl->AclSize)
             return false;
-        name = found->pw_name;
-        isGroup = false;
-        return true;
-    }
-    if (s->SubAuthority[0] == kGroupRid) {
-        struct group gr, *found = nullptr;
-        if (getgrgid_r(static_cast<gid_t>(s->SubAuthority[1]), &gr, buffer.data(), buffer.size(), &found) != 0 ||
-            !found)
+        const ACE_HEADER *ace = reinterpret_cast<const ACE_HEADER *>(base + used);
+        if (ace->AceSize < sizeof(ACE_HEADER) || used + ace->AceSize > acl->AclSize)
             return false;
-        name = found->gr_name;
-        isGroup = true;
-        return true;
+        used += ace->AceSize;
     }
-    return false;
+    return true;
 }
 
 } // namespace tsp
@@ -147,7 +137,7 @@ BOOL WINAPI LookupAccountNameW(LPCWSTR lpSystemName, LPCWSTR lpAccountName, PSID
 {
     if (!lpAccountName || !cbSid || !cchReferencedDomainName || !peUse)
         return fail(ERROR_INVALID_PARAMETER);
-    if (lpSystemName && !isLocalMachine(utf8Of(lpSystemName)))
+    if (!isLocalMachine(lpSystemName))
         return fail(RPC_S_SERVER_UNAVAILABLE);
     std::string domain = computerName();
     std::string name = utf8Of(lpAccountName);
@@ -218,7 +208,7 @@ BOOL WINAPI InitializeAcl(PACL pAcl, DWORD nAclLength, DWORD dwAclRevision)
 BOOL WINAPI AddAccessAllowedAce(PACL pAcl, DWORD dwAceRevision, DWORD AccessMask, PSID pSid)
 {
     size_t used;
-    if (!validAcl(pAcl, used))
+    if (!isWellFormedAcl(pAcl, used))
         return fail(ERROR_INVALID_ACL);
     if (!IsValidSid(pSid))
         return fail(ERROR_INVALID_SID);
