@@ -94,9 +94,10 @@ typedef struct _SHARE_INFO_502 {
 TS_EXTERN_C_BEGIN
 
 /* Shares are kept where Windows keeps them: one REG_MULTI_SZ value for
- * each share under HKLM\SYSTEM\CurrentControlSet\Services\LanmanServer\
- * Shares ("CSCFlags=0", "MaxUses=", "Path=", "Permissions=", "Remark=",
- * "Type="), and its security descriptor, self-relative, as a REG_BINARY
+ * each share under the key
+ * HKLM\SYSTEM\CurrentControlSet\Services\LanmanServer\Shares
+ * ("CSCFlags=0", "MaxUses=", "Path=", "Permissions=", "Remark=", "Type="),
+ * and its security descriptor, self-relative, as a REG_BINARY
  * value of the same name under Shares\Security. Where Samba's usershares
  * are available, a share is also published there with `net usershare`,
  * with the access list of its descriptor (the machine's SIDs are Samba's
