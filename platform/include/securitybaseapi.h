@@ -26,6 +26,13 @@ WINBASEAPI BOOL WINAPI LookupAccountNameW(LPCWSTR lpSystemName, LPCWSTR lpAccoun
                                          LPWSTR ReferencedDomainName, LPDWORD cchReferencedDomainName,
                                          PSID_NAME_USE peUse);
 
+/* The name of the account the process runs as (the effective user), with
+ * its terminator. When *pcbBuffer (characters with the terminator) is too
+ * small: FALSE with ERROR_INSUFFICIENT_BUFFER and *pcbBuffer set to what is
+ * needed; on success *pcbBuffer is the length with the terminator. */
+WINBASEAPI BOOL WINAPI GetUserNameA(LPSTR lpBuffer, LPDWORD pcbBuffer);
+WINBASEAPI BOOL WINAPI GetUserNameW(LPWSTR lpBuffer, LPDWORD pcbBuffer);
+
 /* TRUE when the SID has revision 1 and at most 15 sub-authorities. */
 WINBASEAPI BOOL WINAPI IsValidSid(PSID pSid);
 /* The SID's length in bytes, 8 + 4 for each sub-authority; 0 for a SID

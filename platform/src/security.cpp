@@ -180,6 +180,48 @@ BOOL WINAPI LookupAccountNameW(LPCWSTR lpSystemName, LPCWSTR lpAccountName, PSID
     return TRUE;
 }
 
+BOOL WINAPI GetUserNameW(LPWSTR lpBuffer, LPDWORD pcbBuffer)
+{
+    if (!pcbBuffer)
+        return fail(ERROR_INVALID_PARAMETER);
+    std::vector<char> buffer(16384);
+    struct passwd pw, *found = nullptr;
+    std::string name = getpwuid_r(geteuid(), &pw, buffer.data(), buffer.size(), &found) == 0 && found
+                           ? found->pw_name
+                           : std::to_string(geteuid());
+    int units = MultiByteToWideChar(CP_UTF8, 0, name.c_str(), -1, nullptr, 0);
+    if (units <= 0)
+        return fail(ERROR_NONE_MAPPED);
+    if (!lpBuffer || *pcbBuffer < static_cast<DWORD>(units)) {
+        *pcbBuffer = static_cast<DWORD>(units);
+        return fail(ERROR_INSUFFICIENT_BUFFER);
+    }
+    MultiByteToWideChar(CP_UTF8, 0, name.c_str(), -1, lpBuffer, units);
+    *pcbBuffer = static_cast<DWORD>(units);
+    return TRUE;
+}
+
+BOOL WINAPI GetUserNameA(LPSTR lpBuffer, LPDWORD pcbBuffer)
+{
+    if (!pcbBuffer)
+        return fail(ERROR_INVALID_PARAMETER);
+    DWORD units = 0;
+    GetUserNameW(nullptr, &units);
+    std::vector<WCHAR> wide(units ? units : 1);
+    if (!GetUserNameW(wide.data(), &units))
+        return FALSE;
+    int bytes = WideCharToMultiByte(CP_ACP, 0, wide.data(), -1, nullptr, 0, nullptr, nullptr);
+    if (bytes <= 0)
+        return fail(ERROR_NONE_MAPPED);
+    if (!lpBuffer || *pcbBuffer < static_cast<DWORD>(bytes)) {
+        *pcbBuffer = static_cast<DWORD>(bytes);
+        return fail(ERROR_INSUFFICIENT_BUFFER);
+    }
+    WideCharToMultiByte(CP_ACP, 0, wide.data(), -1, lpBuffer, bytes, nullptr, nullptr);
+    *pcbBuffer = static_cast<DWORD>(bytes);
+    return TRUE;
+}
+
 BOOL WINAPI IsValidSid(PSID pSid)
 {
     const SID *s = static_cast<const SID *>(pSid);
