@@ -104,8 +104,8 @@ TS_EXTERN_C_BEGIN
  * own Unix user and group SIDs), so that it is reached over the network;
  * where they are not, the share lives in the store alone. Samba's
  * configuration is the file that the REG_SZ value "SambaConfiguration" of
- * HKLM\SYSTEM\CurrentControlSet\Services\LanmanServer\Parameters names,
- * else /etc/samba/smb.conf; Samba counts as available when its "net"
+ * HKLM\SYSTEM\CurrentControlSet\Services\LanmanServer\Parameters names
+ * (a Windows or a POSIX path), else /etc/samba/smb.conf; Samba counts as available when its "net"
  * program is on the PATH, that file exists and `net usershare info` takes
  * it. The server is null, empty or this machine's name (ERROR_BAD_NETPATH
  * for another machine). */

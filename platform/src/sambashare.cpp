@@ -1,6 +1,7 @@
 // Shares published through Samba's usershares.
 #include <windows.h>
 
+#include "path.h"
 #include "sambashare.h"
 
 #include <errno.h>
@@ -34,7 +35,10 @@ std::string configuredFile()
         type == REG_SZ && text[0])
         file = text;
     RegCloseKey(key);
-    return file.empty() ? kDefaultConfig : file;
+    std::string posix;
+    if (file.empty() || !toPosixPath(file.c_str(), posix))
+        return kDefaultConfig;
+    return posix;
 }
 
 } // namespace

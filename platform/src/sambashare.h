@@ -11,7 +11,7 @@ public:
     // Finds Samba's configuration: the file that the REG_SZ value
     // "SambaConfiguration" of the key
     // HKLM\SYSTEM\CurrentControlSet\Services\LanmanServer\Parameters
-    // names, else /etc/samba/smb.conf. Samba is
+    // names (a Windows or a POSIX path), else /etc/samba/smb.conf. Samba is
     // available when the file exists and `net -s <file> usershare info`
     // runs and succeeds (it fails where usershares are disabled). `net` is
     // always given the file, so it never falls back on a default of its own.

@@ -14,6 +14,7 @@
 #include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
+#include <strings.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -213,11 +214,22 @@ LSTATUS readShare(const std::string &name, Share &s)
     std::string data(size, '\0');
     if (rc == ERROR_SUCCESS && size)
         rc = RegQueryValueExA(key, name.c_str(), nullptr, &type, reinterpret_cast<BYTE *>(&data[0]), &size);
+    s = Share();
+    s.name = name;
+    // The name as the share was made, which may differ from name in case.
+    char stored[NNLEN + 1];
+    DWORD length = sizeof stored;
+    for (DWORD i = 0; rc == ERROR_SUCCESS && RegEnumValueA(key, i, stored, &length, nullptr, nullptr, nullptr,
+                                                           nullptr) == ERROR_SUCCESS;
+         ++i, length = sizeof stored) {
+        if (strcasecmp(stored, name.c_str()) == 0) {
+            s.name = stored;
+            break;
+        }
+    }
     RegCloseKey(key);
     if (rc != ERROR_SUCCESS)
         return rc;
-    s = Share();
-    s.name = name;
     for (size_t at = 0; at < data.size();) {
         size_t end = data.find('\0', at);
         if (end == std::string::npos)
