@@ -4,12 +4,14 @@
 
 #include <direct.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <io.h>
 #include <mbctype.h>
 #include <share.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <time.h>
 
 #include <string>
@@ -192,6 +194,64 @@ TEST(CrtTest, DateText)
     char expected[16];
     strftime(expected, sizeof expected, "%m/%d/%y", &local);
     EXPECT_STREQ(text, expected);
+}
+
+TEST(CrtTest, LowLevelFiles)
+{
+    ScratchDir dir;
+    std::string file = dir / "low.bin";
+    int fd = _open(file.c_str(), _O_WRONLY | _O_CREAT | _O_EXCL | _O_BINARY, _S_IREAD | _S_IWRITE);
+    ASSERT_GE(fd, 0);
+    EXPECT_EQ(_write(fd, "0123456789", 10), 10);
+    char buf[16] = {};
+    errno = 0;
+    EXPECT_EQ(_read(fd, buf, 4), -1); // opened for writing only
+    EXPECT_EQ(errno, EBADF);
+    EXPECT_EQ(_lseek(fd, -3, SEEK_END), 7L);
+    errno = 0;
+    EXPECT_EQ(_lseek(fd, 0, 7), -1L);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(_close(fd), 0);
+
+    errno = 0;
+    EXPECT_EQ(_open(file.c_str(), _O_WRONLY | _O_CREAT | _O_EXCL, _S_IREAD | _S_IWRITE), -1);
+    EXPECT_EQ(errno, EEXIST);
+    errno = 0;
+    EXPECT_EQ(_open((dir / "none.bin").c_str(), _O_RDONLY), -1);
+    EXPECT_EQ(errno, ENOENT);
+    errno = 0;
+    EXPECT_EQ(_sopen(file.c_str(), _O_RDONLY, 0x77), -1);
+    EXPECT_EQ(errno, EINVAL);
+
+    // A reader that denies writing keeps writers out, and readers in.
+    fd = _sopen(file.c_str(), _O_RDONLY | _O_BINARY, _SH_DENYWR);
+    ASSERT_GE(fd, 0);
+    errno = 0;
+    EXPECT_EQ(_open(file.c_str(), _O_WRONLY), -1);
+    EXPECT_EQ(errno, EACCES);
+    int reader = _open(file.c_str(), _O_RDONLY | _O_BINARY);
+    EXPECT_GE(reader, 0);
+    EXPECT_EQ(_read(fd, buf, sizeof buf), 10);
+    EXPECT_EQ(std::string(buf, 10), "0123456789");
+    EXPECT_EQ(_close(reader), 0);
+    EXPECT_EQ(_close(fd), 0);
+
+    // A new file made without _S_IWRITE is read-only.
+    std::string readOnly = dir / "ro.bin";
+    fd = _open(readOnly.c_str(), _O_WRONLY | _O_CREAT, _S_IREAD);
+    ASSERT_GE(fd, 0);
+    EXPECT_EQ(_close(fd), 0);
+    errno = 0;
+    EXPECT_EQ(_open(readOnly.c_str(), _O_WRONLY), -1);
+    EXPECT_EQ(errno, EACCES);
+}
+
+TEST(CrtTest, WindowsProgramWithTheCxxHeaders)
+{
+    ScratchDir dir;
+    std::string out;
+    EXPECT_EQ(tstest::RunCaptured("crtprogram", "\"" + dir.path() + "\"", out), 0) << out;
+    EXPECT_EQ(out, "ff 0.5 data.bin ello\n");
 }
 
 } // namespace
