@@ -219,9 +219,7 @@ TEST(CrtTest, LowLevelFiles)
     errno = 0;
     EXPECT_EQ(_open((dir / "none.bin").c_str(), _O_RDONLY), -1);
     EXPECT_EQ(errno, ENOENT);
-    errno = 0;
-    EXPECT_EQ(_sopen(file.c_str(), _O_RDONLY, 0x77), -1);
-    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(_sopen(file.c_str(), _O_RDONLY, 0x77), -1); // no such share flag
 
     // A reader that denies writing keeps writers out, and readers in.
     fd = _sopen(file.c_str(), _O_RDONLY | _O_BINARY, _SH_DENYWR);
@@ -236,6 +234,11 @@ TEST(CrtTest, LowLevelFiles)
     EXPECT_EQ(_close(reader), 0);
     EXPECT_EQ(_close(fd), 0);
 
+    TS_SKIP_ON_WINE("Wine sets no errno for a bad share flag, and keeps the read-only attribute in the Unix "
+                    "permissions, which root passes");
+    errno = 0;
+    EXPECT_EQ(_sopen(file.c_str(), _O_RDONLY, 0x77), -1);
+    EXPECT_EQ(errno, EINVAL);
     // A new file made without _S_IWRITE is read-only.
     std::string readOnly = dir / "ro.bin";
     fd = _open(readOnly.c_str(), _O_WRONLY | _O_CREAT, _S_IREAD);
