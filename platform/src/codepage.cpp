@@ -200,6 +200,18 @@ std::unique_ptr<CodePage> build(UINT id)
     cp->wideDefault = id == 932 ? 0x30FB : '?';
     buildReverse(*cp, name);
     buildCase(*cp);
+    cp->asciiSame = true;
+    for (int b = 0; b < 0x80; ++b)
+        cp->asciiSame = cp->asciiSame && !cp->lead[b] && cp->single[b] == b && cp->bytesOf[static_cast<size_t>(b)] == b;
+    if (!cp->doubleByte) {
+        cp->narrow.assign(65536, '?');
+        for (size_t unit = 0; unit < 65536; ++unit)
+            if (cp->bytesOf[unit] != CodePage::kNone)
+                cp->narrow[unit] = static_cast<unsigned char>(cp->bytesOf[unit]);
+    }
+    cp->everyByteMaps = !cp->doubleByte;
+    for (int b = 0; b < 256; ++b)
+        cp->everyByteMaps = cp->everyByteMaps && cp->single[b] != CodePage::kNone;
     return cp;
 }
 
@@ -231,6 +243,10 @@ const CodePage *bytesOnlyCodePage()
         cp->bytesOf.assign(65536, CodePage::kNone);
         for (int b = 0; b < 256; ++b)
             cp->bytesOf[static_cast<size_t>(b)] = static_cast<uint16_t>(b);
+        cp->narrow.assign(65536, '?');
+        for (int b = 0; b < 256; ++b)
+            cp->narrow[static_cast<size_t>(b)] = static_cast<unsigned char>(b);
+        cp->asciiSame = cp->everyByteMaps = true;
         return cp;
     }();
     return bytes;

@@ -26,7 +26,13 @@ struct CodePage {
     // to its unit; where several byte sequences mean one character, the
     // one that Windows writes.
     std::vector<uint16_t> bytesOf;
+    // Single-byte pages: bytesOf as bytes, with '?' (the page's default)
+    // where the page lacks the unit, for the common conversion that needs
+    // to know nothing else.
+    std::vector<unsigned char> narrow;
     uint16_t wideDefault = '?';      // what an invalid byte sequence becomes
+    bool asciiSame = false;          // bytes 0-0x7F are U+0000-U+007F, both ways
+    bool everyByteMaps = false;      // single-byte page: no byte lacks a character
     unsigned char lower[256] = {};   // single-byte case maps (identity where there is no case)
     unsigned char upper[256] = {};
 };

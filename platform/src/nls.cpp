@@ -68,16 +68,132 @@ public:
 
 // ---- single- and double-byte pages ----
 
+// True when the 16 bytes (8 units) at p are all ASCII.
+bool asciiBytes16(const unsigned char *p)
+{
+    uint64_t a, b;
+    memcpy(&a, p, 8);
+    memcpy(&b, p + 8, 8);
+    return !((a | b) & 0x8080808080808080ull);
+}
+
+bool asciiUnits8(const WCHAR *p)
+{
+    uint64_t a, b;
+    memcpy(&a, p, 8);
+    memcpy(&b, p + 4, 8);
+    return !((a | b) & 0xFF80FF80FF80FF80ull);
+}
+
+// A single-byte page: one unit for each byte, so the size is known at once
+// and the loop is a plain table lookup, with runs of ASCII widened 16 at a
+// time; bytes that the page lacks (rare) are mended afterwards.
+Result singleByteToWide(const CodePage &cp, const unsigned char *in, size_t len, WCHAR *out, size_t room, bool strict)
+{
+    Result r;
+    size_t n = out && room < len ? room : len;
+    r.count = n;
+    if (n < len)
+        r.error = ERROR_INSUFFICIENT_BUFFER;
+    if (cp.everyByteMaps && !out)
+        return r;
+    bool lacking = false;
+    size_t i = 0;
+    if (out && cp.asciiSame) {
+        for (; i + 16 <= n; i += 16) {
+            if (asciiBytes16(in + i)) {
+                for (size_t k = 0; k < 16; ++k)
+                    out[i + k] = in[i + k];
+            } else {
+                for (size_t k = 0; k < 16; ++k)
+                    out[i + k] = cp.single[in[i + k]];
+            }
+        }
+    }
+    for (; i < n; ++i) {
+        uint16_t u = cp.single[in[i]];
+        if (out)
+            out[i] = u;
+        lacking |= u == CodePage::kNone;
+    }
+    if (!cp.everyByteMaps) {
+        for (size_t k = 0; out && k < n; ++k)
+            lacking |= out[k] == CodePage::kNone;
+        if (lacking && strict) {
+            r.error = ERROR_NO_UNICODE_TRANSLATION;
+            r.count = 0;
+            return r;
+        }
+        for (size_t k = 0; lacking && out && k < n; ++k)
+            if (out[k] == CodePage::kNone)
+                out[k] = cp.wideDefault;
+    }
+    return r;
+}
+
+// A double-byte page with room for the worst case (a unit for each byte):
+// no check of the room on the way.
+template <bool Write>
+Result doubleByteToWide(const CodePage &cp, const unsigned char *in, size_t len, WCHAR *out, bool strict)
+{
+    Result r;
+    const unsigned char *end = in + len;
+    const uint16_t *pairs = cp.pairs.data();
+    size_t n = 0;
+    const unsigned char *nextTry = in; // ASCII runs are looked for again 16 bytes after a miss
+    while (in < end) {
+        if (Write && cp.asciiSame && in >= nextTry && end - in >= 16) {
+            if (asciiBytes16(in)) {
+                for (size_t k = 0; k < 16; ++k)
+                    out[n + k] = in[k];
+                n += 16;
+                in += 16;
+                continue;
+            }
+            nextTry = in + 16;
+        }
+        unsigned char b = *in;
+        uint16_t u;
+        if (cp.lead[b]) {
+            u = in + 1 < end ? pairs[static_cast<size_t>(b << 8 | in[1])] : CodePage::kNone;
+            in += u == CodePage::kNone ? 1 : 2; // a bad pair leaves its second byte to stand alone
+        } else {
+            u = cp.single[b];
+            ++in;
+        }
+        if (u == CodePage::kNone) {
+            if (strict) {
+                r.error = ERROR_NO_UNICODE_TRANSLATION;
+                return r;
+            }
+            u = cp.wideDefault;
+        }
+        if (Write)
+            out[n] = u;
+        ++n;
+    }
+    r.count = n;
+    return r;
+}
+
 Result tableToWide(const CodePage &cp, const unsigned char *in, size_t len, WCHAR *out, size_t room, bool strict)
 {
+    if (!cp.doubleByte)
+        return singleByteToWide(cp, in, len, out, room, strict);
+    if (!out)
+        return doubleByteToWide<false>(cp, in, len, nullptr, strict);
+    if (room >= len)
+        return doubleByteToWide<true>(cp, in, len, out, strict);
     Result r;
     WideSink sink(out, room);
     const unsigned char *end = in + len;
     // Runs of ASCII are copied 16 bytes at a time where the page keeps
-    // ASCII as it is (every Windows page does).
+    // ASCII as it is (every Windows page does); after a run that was not
+    // all ASCII, the next 16 bytes go one by one before the next try.
     bool asciiSame = cp.single['\\'] == '\\' && cp.single['~'] == '~' && !cp.lead[0x7F] && !cp.lead['A'];
+    const unsigned char *nextTry = in;
     while (in < end) {
-        if (asciiSame && out && end - in >= 16 && sink.room_ - sink.n_ >= 16) {
+        if (asciiSame && in >= nextTry && out && end - in >= 16 && sink.room_ - sink.n_ >= 16) {
             unsigned char any = 0;
             for (int i = 0; i < 16; ++i)
                 any |= in[i];
@@ -88,6 +204,7 @@ Result tableToWide(const CodePage &cp, const unsigned char *in, size_t len, WCHA
                 in += 16;
                 continue;
             }
+            nextTry = in + 16;
         }
         unsigned char b = *in;
         uint16_t u;
@@ -115,9 +232,60 @@ Result tableToWide(const CodePage &cp, const unsigned char *in, size_t len, WCHA
     return r;
 }
 
-Result wideToTable(const CodePage &cp, const WCHAR *in, size_t len, char *out, size_t room,
-                   const unsigned char *defaultChar, size_t defaultLen)
+// A single-byte page with a one-byte default: one byte for each unit, with
+// runs of ASCII narrowed 8 at a time.
+Result wideToSingleByte(const CodePage &cp, const WCHAR *in, size_t len, char *out, size_t room,
+                        unsigned char defaultChar, bool wantUsed)
 {
+    Result r;
+    const uint16_t *bytesOf = cp.bytesOf.data();
+    size_t n = out && room < len ? room : len;
+    if (out && defaultChar == '?' && !wantUsed) {
+        // The plain case: one table lookup for each unit.
+        const unsigned char *narrow = cp.narrow.data();
+        for (size_t i = 0; i < n; ++i)
+            out[i] = static_cast<char>(narrow[in[i]]);
+        r.count = n;
+        if (n < len)
+            r.error = ERROR_INSUFFICIENT_BUFFER;
+        return r;
+    }
+    bool lacking = false;
+    size_t i = 0;
+    if (out && cp.asciiSame) {
+        for (; i + 8 <= n; i += 8) {
+            if (asciiUnits8(in + i)) {
+                for (size_t k = 0; k < 8; ++k)
+                    out[i + k] = static_cast<char>(in[i + k]);
+                continue;
+            }
+            for (size_t k = 0; k < 8; ++k) {
+                uint16_t code = bytesOf[in[i + k]];
+                bool none = code == CodePage::kNone;
+                lacking |= none;
+                out[i + k] = static_cast<char>(none ? defaultChar : code);
+            }
+        }
+    }
+    for (; i < n; ++i) {
+        uint16_t code = bytesOf[in[i]];
+        bool none = code == CodePage::kNone;
+        lacking |= none;
+        if (out)
+            out[i] = static_cast<char>(none ? defaultChar : code);
+    }
+    r.usedDefault = lacking;
+    r.count = n;
+    if (n < len)
+        r.error = ERROR_INSUFFICIENT_BUFFER;
+    return r;
+}
+
+Result wideToTable(const CodePage &cp, const WCHAR *in, size_t len, char *out, size_t room,
+                   const unsigned char *defaultChar, size_t defaultLen, bool wantUsed = true)
+{
+    if (!cp.doubleByte && defaultLen == 1)
+        return wideToSingleByte(cp, in, len, out, room, defaultChar[0], wantUsed);
     Result r;
     ByteSink sink(out, room);
     const uint16_t *bytesOf = cp.bytesOf.data();
@@ -435,7 +603,7 @@ int WINAPI WideCharToMultiByte(UINT CodePage, DWORD dwFlags, LPCWCH lpWideCharSt
         if (cp->lead[defaultChar[0]] && defaultChar[1])
             defaultLen = 2;
     }
-    Result r = wideToTable(*cp, lpWideCharStr, len, out, room, defaultChar, defaultLen);
+    Result r = wideToTable(*cp, lpWideCharStr, len, out, room, defaultChar, defaultLen, lpUsedDefaultChar != nullptr);
     if (lpUsedDefaultChar)
         *lpUsedDefaultChar = r.usedDefault ? TRUE : FALSE;
     return finish(r);
