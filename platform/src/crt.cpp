@@ -1,16 +1,14 @@
 // The Microsoft C runtime names that glibc lacks: numbers and text,
-// paths, stream files with share flags, dates.
+// paths, dates. The file opens with share flags are in lowio.cpp.
 #include <direct.h>
 #include <io.h>
 #include <mbstring.h>
-#include <share.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <time.h>
 #include <wchar.h>
 
-#include "fileshare.h"
 #include "path.h"
 
 #include <ctype.h>
@@ -241,55 +239,6 @@ int _wcsnicmp(const wchar_t *a, const wchar_t *b, size_t n)
             return ca < cb ? -1 : ca > cb ? 1 : 0;
     }
     return 0;
-}
-
-FILE *_fsopen(const char *filename, const char *mode, int shflag)
-{
-    if (!filename || !mode) {
-        errno = EINVAL;
-        return nullptr;
-    }
-    DWORD share;
-    switch (shflag) {
-    case _SH_DENYRW: share = 0; break;
-    case _SH_DENYWR: share = FILE_SHARE_READ; break;
-    case _SH_DENYRD: share = FILE_SHARE_WRITE; break;
-    case _SH_DENYNO: share = FILE_SHARE_READ | FILE_SHARE_WRITE; break;
-    default: errno = EINVAL; return nullptr;
-    }
-    char kind = mode[0];
-    bool plus = strchr(mode, '+') != nullptr;
-    DWORD access, disposition;
-    switch (kind) {
-    case 'r': access = GENERIC_READ; disposition = OPEN_EXISTING; break;
-    case 'w': access = GENERIC_WRITE; disposition = CREATE_ALWAYS; break;
-    case 'a': access = GENERIC_WRITE; disposition = OPEN_ALWAYS; break;
-    default: errno = EINVAL; return nullptr;
-    }
-    if (plus)
-        access = GENERIC_READ | GENERIC_WRITE;
-    std::string p;
-    if (!toPosixPath(filename, p)) {
-        errno = ENOENT;
-        return nullptr;
-    }
-    DWORD error;
-    bool existed;
-    int fd = openShared(p, access, share, disposition, 0, kind == 'a', error, existed);
-    if (fd < 0) {
-        errno = errnoFromWin32Error(error);
-        return nullptr;
-    }
-    char posixMode[4] = {kind, 0, 0, 0};
-    if (plus)
-        posixMode[1] = '+';
-    FILE *f = fdopen(fd, posixMode);
-    if (!f) {
-        int err = errno;
-        close(fd);
-        errno = err;
-    }
-    return f;
 }
 
 void _tzset(void)

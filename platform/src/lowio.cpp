@@ -1,8 +1,11 @@
-// The low-level file calls of the C runtime (_open, _sopen, _close, _read,
-// _write, _lseek) on POSIX descriptors, with Windows paths and share modes.
+// The C runtime's files with Windows paths and share flags: the low-level
+// calls (_open, _sopen, _close, _read, _write, _lseek) on POSIX
+// descriptors, and the stream opened by _fsopen.
 #include <fcntl.h>
 #include <io.h>
 #include <share.h>
+#include <stdio.h>
+#include <string.h>
 #include <sys/stat.h>
 #include <windows.h>
 
@@ -55,6 +58,18 @@ DescriptorModes &descriptorModes()
     return *modes;
 }
 
+// The share mode of CreateFileA that a share flag of <share.h> stands for.
+bool shareModeOf(int shflag, DWORD &share)
+{
+    switch (shflag) {
+    case _SH_DENYRW: share = 0; return true;
+    case _SH_DENYWR: share = FILE_SHARE_READ; return true;
+    case _SH_DENYRD: share = FILE_SHARE_WRITE; return true;
+    case _SH_DENYNO: share = FILE_SHARE_READ | FILE_SHARE_WRITE; return true;
+    default: return false;
+    }
+}
+
 int openWithShare(const char *filename, int oflag, int shflag, int pmode)
 {
     const int known = _O_RDONLY | _O_WRONLY | _O_RDWR | _O_APPEND | _O_CREAT | _O_TRUNC | _O_EXCL | _O_NOINHERIT |
@@ -65,12 +80,9 @@ int openWithShare(const char *filename, int oflag, int shflag, int pmode)
         return -1;
     }
     DWORD share;
-    switch (shflag) {
-    case _SH_DENYRW: share = 0; break;
-    case _SH_DENYWR: share = FILE_SHARE_READ; break;
-    case _SH_DENYRD: share = FILE_SHARE_WRITE; break;
-    case _SH_DENYNO: share = FILE_SHARE_READ | FILE_SHARE_WRITE; break;
-    default: errno = EINVAL; return -1;
+    if (!shareModeOf(shflag, share)) {
+        errno = EINVAL;
+        return -1;
     }
     DWORD access = accessMode == _O_RDONLY ? GENERIC_READ
                  : accessMode == _O_WRONLY ? GENERIC_WRITE
@@ -119,6 +131,52 @@ int _sopen(const char *filename, int oflag, int shflag, ...)
     int pmode = pmodeOf(oflag, args);
     va_end(args);
     return openWithShare(filename, oflag, shflag, pmode);
+}
+
+FILE *_fsopen(const char *filename, const char *mode, int shflag)
+{
+    if (!filename || !mode) {
+        errno = EINVAL;
+        return nullptr;
+    }
+    DWORD share;
+    if (!shareModeOf(shflag, share)) {
+        errno = EINVAL;
+        return nullptr;
+    }
+    char kind = mode[0];
+    bool plus = strchr(mode, '+') != nullptr;
+    DWORD access, disposition;
+    switch (kind) {
+    case 'r': access = GENERIC_READ; disposition = OPEN_EXISTING; break;
+    case 'w': access = GENERIC_WRITE; disposition = CREATE_ALWAYS; break;
+    case 'a': access = GENERIC_WRITE; disposition = OPEN_ALWAYS; break;
+    default: errno = EINVAL; return nullptr;
+    }
+    if (plus)
+        access = GENERIC_READ | GENERIC_WRITE;
+    std::string p;
+    if (!toPosixPath(filename, p)) {
+        errno = ENOENT;
+        return nullptr;
+    }
+    DWORD error;
+    bool existed;
+    int fd = openShared(p, access, share, disposition, 0, kind == 'a', error, existed);
+    if (fd < 0) {
+        errno = errnoFromWin32Error(error);
+        return nullptr;
+    }
+    char posixMode[4] = {kind, 0, 0, 0};
+    if (plus)
+        posixMode[1] = '+';
+    FILE *f = fdopen(fd, posixMode);
+    if (!f) {
+        int err = errno;
+        close(fd);
+        errno = err;
+    }
+    return f;
 }
 
 int _close(int fd)

@@ -131,10 +131,12 @@ Result singleByteToWide(const CodePage &cp, const unsigned char *in, size_t len,
     return r;
 }
 
-// A double-byte page with room for the worst case (a unit for each byte):
-// no check of the room on the way.
+// A double-byte page. Write: out has room units (room is ignored
+// otherwise); a conversion that runs out of room stops with
+// ERROR_INSUFFICIENT_BUFFER and the count written so far.
 template <bool Write>
-Result doubleByteToWide(const CodePage &cp, const unsigned char *in, size_t len, WCHAR *out, bool strict)
+Result doubleByteToWide(const CodePage &cp, const unsigned char *in, size_t len, WCHAR *out, size_t room,
+                        bool strict)
 {
     Result r;
     const unsigned char *end = in + len;
@@ -142,7 +144,7 @@ Result doubleByteToWide(const CodePage &cp, const unsigned char *in, size_t len,
     size_t n = 0;
     const unsigned char *nextTry = in; // ASCII runs are looked for again 16 bytes after a miss
     while (in < end) {
-        if (Write && cp.asciiSame && in >= nextTry && end - in >= 16) {
+        if (Write && cp.asciiSame && in >= nextTry && end - in >= 16 && room - n >= 16) {
             if (asciiBytes16(in)) {
                 for (size_t k = 0; k < 16; ++k)
                     out[n + k] = in[k];
@@ -168,8 +170,13 @@ Result doubleByteToWide(const CodePage &cp, const unsigned char *in, size_t len,
             }
             u = cp.wideDefault;
         }
-        if (Write)
+        if (Write) {
+            if (n == room) {
+                r.error = ERROR_INSUFFICIENT_BUFFER;
+                break;
+            }
             out[n] = u;
+        }
         ++n;
     }
     r.count = n;
@@ -181,55 +188,8 @@ Result tableToWide(const CodePage &cp, const unsigned char *in, size_t len, WCHA
     if (!cp.doubleByte)
         return singleByteToWide(cp, in, len, out, room, strict);
     if (!out)
-        return doubleByteToWide<false>(cp, in, len, nullptr, strict);
-    if (room >= len)
-        return doubleByteToWide<true>(cp, in, len, out, strict);
-    Result r;
-    WideSink sink(out, room);
-    const unsigned char *end = in + len;
-    // Runs of ASCII are copied 16 bytes at a time where the page keeps
-    // ASCII as it is (every Windows page does); after a run that was not
-    // all ASCII, the next 16 bytes go one by one before the next try.
-    bool asciiSame = cp.single['\\'] == '\\' && cp.single['~'] == '~' && !cp.lead[0x7F] && !cp.lead['A'];
-    const unsigned char *nextTry = in;
-    while (in < end) {
-        if (asciiSame && in >= nextTry && out && end - in >= 16 && sink.room_ - sink.n_ >= 16) {
-            unsigned char any = 0;
-            for (int i = 0; i < 16; ++i)
-                any |= in[i];
-            if (!(any & 0x80)) {
-                for (int i = 0; i < 16; ++i)
-                    out[sink.n_ + static_cast<size_t>(i)] = in[i];
-                sink.n_ += 16;
-                in += 16;
-                continue;
-            }
-            nextTry = in + 16;
-        }
-        unsigned char b = *in;
-        uint16_t u;
-        if (cp.lead[b]) {
-            u = in + 1 < end ? cp.pairs[static_cast<size_t>(b << 8 | in[1])] : CodePage::kNone;
-            in += u == CodePage::kNone ? 1 : 2; // a bad pair leaves its second byte to stand alone
-        } else {
-            u = cp.single[b];
-            ++in;
-        }
-        if (u == CodePage::kNone) {
-            if (strict) {
-                r.error = ERROR_NO_UNICODE_TRANSLATION;
-                return r;
-            }
-            u = cp.wideDefault;
-        }
-        if (!sink.put(u)) {
-            r.error = ERROR_INSUFFICIENT_BUFFER;
-            r.count = sink.count();
-            return r;
-        }
-    }
-    r.count = sink.count();
-    return r;
+        return doubleByteToWide<false>(cp, in, len, nullptr, 0, strict);
+    return doubleByteToWide<true>(cp, in, len, out, room, strict);
 }
 
 // A single-byte page with a one-byte default: one byte for each unit, with

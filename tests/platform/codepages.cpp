@@ -9,6 +9,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -143,16 +144,28 @@ TEST(CodePageTest, DefaultCharacter)
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
 }
 
+// A call that must fail with the error, named for the report.
+struct Refusal {
+    const char *what;
+    std::function<int()> call;
+    DWORD error;
+};
+
+void ExpectRefused(const std::vector<Refusal> &cases)
+{
+    for (const auto &c : cases) {
+        SetLastError(0);
+        EXPECT_EQ(c.call(), 0) << c.what;
+        EXPECT_EQ(GetLastError(), c.error) << c.what;
+    }
+}
+
 TEST(CodePageTest, FlagsAndParameters)
 {
     WCHAR wide[4];
     char bytes[4];
     const WCHAR text[] = {'a', 0};
-    const struct {
-        const char *what;
-        std::function<int()> call;
-        DWORD error;
-    } cases[] = {
+    ExpectRefused({
         {"an unknown MB_ flag", [&] { return MultiByteToWideChar(1252, 0x100, "a", 1, wide, 4); },
          ERROR_INVALID_FLAGS},
         {"null input", [&] { return MultiByteToWideChar(1252, 0, nullptr, 1, wide, 4); }, ERROR_INVALID_PARAMETER},
@@ -168,12 +181,7 @@ TEST(CodePageTest, FlagsAndParameters)
         {"unknown code page, size query",
          [&] { return WideCharToMultiByte(12345, 0, text, -1, nullptr, 0, nullptr, nullptr); },
          ERROR_INVALID_PARAMETER},
-    };
-    for (const auto &c : cases) {
-        SetLastError(0);
-        EXPECT_EQ(c.call(), 0) << c.what;
-        EXPECT_EQ(GetLastError(), c.error) << c.what;
-    }
+    });
 
     EXPECT_FALSE(IsValidCodePage(12345));
     CPINFO info;
@@ -186,23 +194,18 @@ TEST(CodePageTest, FlagsThatTheCodePageRefuses)
     WCHAR wide[4];
     char bytes[4];
     const WCHAR text[] = {'a', 0};
-    const struct {
-        const char *what;
-        std::function<int()> call;
-    } cases[] = {
-        {"UTF-8 with MB_PRECOMPOSED", [&] { return MultiByteToWideChar(CP_UTF8, MB_PRECOMPOSED, "a", 1, wide, 4); }},
+    const DWORD flags = ERROR_INVALID_FLAGS;
+    ExpectRefused({
+        {"UTF-8 with MB_PRECOMPOSED", [&] { return MultiByteToWideChar(CP_UTF8, MB_PRECOMPOSED, "a", 1, wide, 4); },
+         flags},
         {"precomposed and composite",
-         [&] { return MultiByteToWideChar(1252, MB_PRECOMPOSED | MB_COMPOSITE, "a", 1, wide, 4); }},
+         [&] { return MultiByteToWideChar(1252, MB_PRECOMPOSED | MB_COMPOSITE, "a", 1, wide, 4); }, flags},
         {"WC_ERR_INVALID_CHARS outside UTF-8",
-         [&] { return WideCharToMultiByte(1252, WC_ERR_INVALID_CHARS, text, -1, bytes, 4, nullptr, nullptr); }},
+         [&] { return WideCharToMultiByte(1252, WC_ERR_INVALID_CHARS, text, -1, bytes, 4, nullptr, nullptr); }, flags},
         {"UTF-8 with WC_NO_BEST_FIT_CHARS",
-         [&] { return WideCharToMultiByte(CP_UTF8, WC_NO_BEST_FIT_CHARS, text, -1, bytes, 4, nullptr, nullptr); }},
-    };
-    for (const auto &c : cases) {
-        SetLastError(0);
-        EXPECT_EQ(c.call(), 0) << c.what;
-        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_FLAGS)) << c.what;
-    }
+         [&] { return WideCharToMultiByte(CP_UTF8, WC_NO_BEST_FIT_CHARS, text, -1, bytes, 4, nullptr, nullptr); },
+         flags},
+    });
 }
 
 TEST(CodePageTest, CodePageInformation)
