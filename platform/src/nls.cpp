@@ -7,6 +7,7 @@
 #include <windows.h>
 
 #include "codepage.h"
+#include "nls.h"
 
 #include <assert.h>
 #include <errno.h>
@@ -570,6 +571,56 @@ int WINAPI WideCharToMultiByte(UINT CodePage, DWORD dwFlags, LPCWCH lpWideCharSt
 }
 
 } // extern "C"
+
+namespace tsp {
+
+std::string narrowText(LPCWSTR wide, UINT codePage)
+{
+    std::string out;
+    if (!wide || !*wide)
+        return out;
+    int n = WideCharToMultiByte(codePage, 0, wide, -1, nullptr, 0, nullptr, nullptr);
+    if (n <= 0)
+        return out;
+    out.resize(static_cast<size_t>(n));
+    [[maybe_unused]] int written = WideCharToMultiByte(codePage, 0, wide, -1, &out[0], n, nullptr, nullptr);
+    assert(written == n && "a conversion sized beforehand cannot fail");
+    out.resize(static_cast<size_t>(n - 1));
+    return out;
+}
+
+bool narrowTextExactly(LPCWSTR wide, UINT codePage, std::string &out)
+{
+    out.clear();
+    if (!wide || !*wide)
+        return true;
+    BOOL lossy = FALSE;
+    bool unicode = resolveCodePage(codePage) == CP_UTF8 || resolveCodePage(codePage) == CP_UTF7;
+    DWORD flags = unicode ? WC_ERR_INVALID_CHARS : WC_NO_BEST_FIT_CHARS;
+    if (resolveCodePage(codePage) == CP_UTF7)
+        flags = 0;
+    int n = WideCharToMultiByte(codePage, flags, wide, -1, nullptr, 0, nullptr, unicode ? nullptr : &lossy);
+    if (n <= 0 || lossy)
+        return false;
+    out.resize(static_cast<size_t>(n));
+    [[maybe_unused]] int written = WideCharToMultiByte(codePage, flags, wide, -1, &out[0], n, nullptr, nullptr);
+    assert(written == n && "a conversion sized beforehand cannot fail");
+    out.resize(static_cast<size_t>(n - 1));
+    return true;
+}
+
+std::vector<WCHAR> wideText(const std::string &text, UINT codePage)
+{
+    int n = MultiByteToWideChar(codePage, 0, text.c_str(), -1, nullptr, 0);
+    std::vector<WCHAR> out(n > 0 ? static_cast<size_t>(n) : 1, 0);
+    if (n > 0) {
+        [[maybe_unused]] int written = MultiByteToWideChar(codePage, 0, text.c_str(), -1, out.data(), n);
+        assert(written == n && "a conversion sized beforehand cannot fail");
+    }
+    return out;
+}
+
+} // namespace tsp
 
 // The C runtime's conversions for 16-bit strings, in the ANSI code page.
 

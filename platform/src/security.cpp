@@ -2,6 +2,7 @@
 // users and groups, SIDs, access lists and absolute security descriptors.
 #include <windows.h>
 
+#include "nls.h"
 #include "security.h"
 
 #include <ctype.h>
@@ -25,16 +26,7 @@ static_assert(sizeof(ACL) == 8, "ACL header");
 static_assert(sizeof(ACCESS_ALLOWED_ACE) == 12, "ACE with the first word of its SID");
 static_assert(sizeof(SECURITY_DESCRIPTOR) == (sizeof(void *) == 8 ? 40 : 20), "absolute descriptor, as Windows lays it out");
 
-std::string utf8Of(LPCWSTR text)
-{
-    int size = WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr);
-    if (size <= 0)
-        return std::string();
-    std::string out(static_cast<size_t>(size), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, text, -1, &out[0], size, nullptr, nullptr);
-    out.resize(static_cast<size_t>(size - 1));
-    return out;
-}
+std::string utf8Of(LPCWSTR text) { return tsp::narrowText(text, CP_UTF8); }
 
 bool sameTextNoCase(const std::string &a, const std::string &b)
 {
@@ -189,15 +181,14 @@ BOOL WINAPI GetUserNameW(LPWSTR lpBuffer, LPDWORD pcbBuffer)
     std::string name = getpwuid_r(geteuid(), &pw, buffer.data(), buffer.size(), &found) == 0 && found
                            ? found->pw_name
                            : std::to_string(geteuid());
-    int units = MultiByteToWideChar(CP_UTF8, 0, name.c_str(), -1, nullptr, 0);
-    if (units <= 0)
-        return fail(ERROR_NONE_MAPPED);
-    if (!lpBuffer || *pcbBuffer < static_cast<DWORD>(units)) {
-        *pcbBuffer = static_cast<DWORD>(units);
+    std::vector<WCHAR> wide = wideText(name, CP_UTF8);
+    DWORD units = static_cast<DWORD>(wide.size());
+    if (!lpBuffer || *pcbBuffer < units) {
+        *pcbBuffer = units;
         return fail(ERROR_INSUFFICIENT_BUFFER);
     }
-    MultiByteToWideChar(CP_UTF8, 0, name.c_str(), -1, lpBuffer, units);
-    *pcbBuffer = static_cast<DWORD>(units);
+    memcpy(lpBuffer, wide.data(), units * sizeof(WCHAR));
+    *pcbBuffer = units;
     return TRUE;
 }
 
@@ -210,15 +201,14 @@ BOOL WINAPI GetUserNameA(LPSTR lpBuffer, LPDWORD pcbBuffer)
     std::vector<WCHAR> wide(units ? units : 1);
     if (!GetUserNameW(wide.data(), &units))
         return FALSE;
-    int bytes = WideCharToMultiByte(CP_ACP, 0, wide.data(), -1, nullptr, 0, nullptr, nullptr);
-    if (bytes <= 0)
-        return fail(ERROR_NONE_MAPPED);
-    if (!lpBuffer || *pcbBuffer < static_cast<DWORD>(bytes)) {
-        *pcbBuffer = static_cast<DWORD>(bytes);
+    std::string name = narrowText(wide.data(), CP_ACP);
+    DWORD bytes = static_cast<DWORD>(name.size() + 1);
+    if (!lpBuffer || *pcbBuffer < bytes) {
+        *pcbBuffer = bytes;
         return fail(ERROR_INSUFFICIENT_BUFFER);
     }
-    WideCharToMultiByte(CP_ACP, 0, wide.data(), -1, lpBuffer, bytes, nullptr, nullptr);
-    *pcbBuffer = static_cast<DWORD>(bytes);
+    memcpy(lpBuffer, name.c_str(), bytes);
+    *pcbBuffer = bytes;
     return TRUE;
 }
 

@@ -5,6 +5,7 @@
 #include <windows.h>
 
 #include "machineroot.h"
+#include "nls.h"
 #include "path.h"
 #include "sambashare.h"
 #include "security.h"
@@ -69,40 +70,11 @@ private:
 };
 
 // Wide text to the ANSI code page; false when the page lacks a character.
-bool toAnsi(LPCWSTR wide, std::string &out)
-{
-    out.clear();
-    if (!wide || !*wide)
-        return true;
-    BOOL lossy = FALSE;
-    int n = WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, wide, -1, nullptr, 0, nullptr, &lossy);
-    if (n <= 0 || lossy)
-        return false;
-    out.resize(static_cast<size_t>(n));
-    WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, wide, -1, &out[0], n, nullptr, nullptr);
-    out.resize(static_cast<size_t>(n - 1));
-    return true;
-}
+bool toAnsi(LPCWSTR wide, std::string &out) { return narrowTextExactly(wide, CP_ACP, out); }
 
-std::vector<WCHAR> toWide(const std::string &ansi, UINT page = CP_ACP)
-{
-    int n = MultiByteToWideChar(page, 0, ansi.c_str(), -1, nullptr, 0);
-    std::vector<WCHAR> out(n > 0 ? static_cast<size_t>(n) : 1, 0);
-    if (n > 0)
-        MultiByteToWideChar(page, 0, ansi.c_str(), -1, out.data(), n);
-    return out;
-}
+std::vector<WCHAR> toWide(const std::string &ansi) { return wideText(ansi, CP_ACP); }
 
-std::string utf8Of(const std::string &ansi)
-{
-    std::vector<WCHAR> wide = toWide(ansi);
-    int n = WideCharToMultiByte(CP_UTF8, 0, wide.data(), -1, nullptr, 0, nullptr, nullptr);
-    std::string out(n > 0 ? static_cast<size_t>(n) : 1, '\0');
-    if (n > 0)
-        WideCharToMultiByte(CP_UTF8, 0, wide.data(), -1, &out[0], n, nullptr, nullptr);
-    out.resize(out.size() - 1);
-    return out;
-}
+std::string utf8Of(const std::string &ansi) { return narrowText(toWide(ansi).data(), CP_UTF8); }
 
 // ---- security descriptors ----
 

@@ -1,6 +1,7 @@
 // The .reg text format.
 #include "regfile.h"
 
+#include <cassert>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
@@ -18,8 +19,11 @@ std::basic_string<WCHAR> widen(const std::string &text, UINT codePage)
         return std::basic_string<WCHAR>();
     int n = MultiByteToWideChar(codePage, 0, text.data(), static_cast<int>(text.size()), nullptr, 0);
     std::basic_string<WCHAR> wide(n > 0 ? static_cast<size_t>(n) : 0, 0);
-    if (n > 0)
-        MultiByteToWideChar(codePage, 0, text.data(), static_cast<int>(text.size()), &wide[0], n);
+    if (n > 0) {
+        [[maybe_unused]] int written =
+            MultiByteToWideChar(codePage, 0, text.data(), static_cast<int>(text.size()), &wide[0], n);
+        assert(written == n && "a conversion sized beforehand cannot fail");
+    }
     return wide;
 }
 
@@ -29,8 +33,11 @@ std::string narrow(const std::basic_string<WCHAR> &wide)
         return std::string();
     int n = WideCharToMultiByte(CP_ACP, 0, wide.data(), static_cast<int>(wide.size()), nullptr, 0, nullptr, nullptr);
     std::string text(n > 0 ? static_cast<size_t>(n) : 0, '\0');
-    if (n > 0)
-        WideCharToMultiByte(CP_ACP, 0, wide.data(), static_cast<int>(wide.size()), &text[0], n, nullptr, nullptr);
+    if (n > 0) {
+        [[maybe_unused]] int written =
+            WideCharToMultiByte(CP_ACP, 0, wide.data(), static_cast<int>(wide.size()), &text[0], n, nullptr, nullptr);
+        assert(written == n && "a conversion sized beforehand cannot fail");
+    }
     return text;
 }
 
