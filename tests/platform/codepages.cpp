@@ -66,6 +66,12 @@ TEST(CodePageTest, RoundTripsIn1252And932AndUtf8)
     const Wide units = {'a', 0xE9, 0x20AC, 0xD83D, 0xDE00};
     EXPECT_EQ(ToWide(CP_UTF8, utf8), units);
     EXPECT_EQ(ToBytes(CP_UTF8, units), utf8);
+
+    // UTF-7 writes "+" as "+-" and the rest of ASCII as it is.
+    const Wide seven = {'a', '+', 0xE9, 0x20AC};
+    std::string utf7 = ToBytes(CP_UTF7, seven);
+    EXPECT_EQ(utf7.substr(0, 3), "a+-");
+    EXPECT_EQ(ToWide(CP_UTF7, utf7), seven);
 }
 
 TEST(CodePageTest, SizeProtocol)
