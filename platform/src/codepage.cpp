@@ -209,6 +209,9 @@ std::unique_ptr<CodePage> build(UINT id)
             if (cp->bytesOf[unit] != CodePage::kNone)
                 cp->narrow[unit] = static_cast<unsigned char>(cp->bytesOf[unit]);
     }
+    cp->latin1Same = cp->asciiSame && !cp->doubleByte;
+    for (int b = 0xA0; b < 0x100; ++b)
+        cp->latin1Same = cp->latin1Same && cp->single[b] == b && cp->bytesOf[static_cast<size_t>(b)] == b;
     cp->everyByteMaps = !cp->doubleByte;
     for (int b = 0; b < 256; ++b)
         cp->everyByteMaps = cp->everyByteMaps && cp->single[b] != CodePage::kNone;

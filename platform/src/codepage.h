@@ -32,6 +32,7 @@ struct CodePage {
     std::vector<unsigned char> narrow;
     uint16_t wideDefault = '?';      // what an invalid byte sequence becomes
     bool asciiSame = false;          // bytes 0-0x7F are U+0000-U+007F, both ways
+    bool latin1Same = false;         // so are 0xA0-0xFF (a single-byte page such as 1252)
     bool everyByteMaps = false;      // single-byte page: no byte lacks a character
     unsigned char lower[256] = {};   // single-byte case maps (identity where there is no case)
     unsigned char upper[256] = {};

@@ -113,7 +113,7 @@ char *_gcvt(double value, int digits, char *buffer)
     // The significant digits and the decimal exponent of the rounded value.
     char e[80];
     snprintf(e, sizeof e, "%.*e", digits - 1, value);
-    char mant[48];
+    char mant[48] = {};
     int m = 0;
     const char *p = e;
     for (; *p && *p != 'e'; ++p)

@@ -59,6 +59,15 @@ bool asciiBytes16(const unsigned char *p)
     return !((a | b) & 0x8080808080808080ull);
 }
 
+// True when none of the 8 bytes at p lies in 0x80-0x9F.
+bool noC1Bytes8(const unsigned char *p)
+{
+    uint64_t w;
+    memcpy(&w, p, 8);
+    uint64_t x = (w & 0xE0E0E0E0E0E0E0E0ull) ^ 0x8080808080808080ull; // a zero byte: 0x80-0x9F
+    return !((x - 0x0101010101010101ull) & ~x & 0x8080808080808080ull);
+}
+
 bool asciiUnits8(const WCHAR *p)
 {
     uint64_t a, b;
@@ -81,7 +90,18 @@ Result singleByteToWide(const CodePage &cp, const unsigned char *in, size_t len,
         return r;
     bool lacking = false;
     size_t i = 0;
-    if (out && cp.asciiSame) {
+    if (out && cp.latin1Same) {
+        // Only the bytes 0x80-0x9F differ from their Unicode values.
+        for (; i + 16 <= n; i += 16) {
+            if (noC1Bytes8(in + i) && noC1Bytes8(in + i + 8)) {
+                for (size_t k = 0; k < 16; ++k)
+                    out[i + k] = in[i + k];
+            } else {
+                for (size_t k = 0; k < 16; ++k)
+                    out[i + k] = cp.single[in[i + k]];
+            }
+        }
+    } else if (out && cp.asciiSame) {
         for (; i + 16 <= n; i += 16) {
             if (asciiBytes16(in + i)) {
                 for (size_t k = 0; k < 16; ++k)
@@ -116,7 +136,7 @@ Result singleByteToWide(const CodePage &cp, const unsigned char *in, size_t len,
 // A double-byte page. Write: out has room units (room is ignored
 // otherwise); a conversion that runs out of room stops with
 // ERROR_INSUFFICIENT_BUFFER and the count written so far.
-template <bool Write>
+template <bool Write, bool Bounded>
 Result doubleByteToWide(const CodePage &cp, const unsigned char *in, size_t len, WCHAR *out, size_t room,
                         bool strict)
 {
@@ -126,7 +146,7 @@ Result doubleByteToWide(const CodePage &cp, const unsigned char *in, size_t len,
     size_t n = 0;
     const unsigned char *nextTry = in; // ASCII runs are looked for again 16 bytes after a miss
     while (in < end) {
-        if (Write && cp.asciiSame && in >= nextTry && end - in >= 16 && room - n >= 16) {
+        if (Write && cp.asciiSame && in >= nextTry && end - in >= 16 && (!Bounded || room - n >= 16)) {
             if (asciiBytes16(in)) {
                 for (size_t k = 0; k < 16; ++k)
                     out[n + k] = in[k];
@@ -153,7 +173,7 @@ Result doubleByteToWide(const CodePage &cp, const unsigned char *in, size_t len,
             u = cp.wideDefault;
         }
         if (Write) {
-            if (n == room) {
+            if (Bounded && n == room) {
                 r.error = ERROR_INSUFFICIENT_BUFFER;
                 break;
             }
@@ -172,14 +192,16 @@ Result tableToWide(const CodePage &cp, const unsigned char *in, size_t len, WCHA
     if (!cp.doubleByte)
         return singleByteToWide(cp, in, len, out, room, strict);
     if (!out)
-        return doubleByteToWide<false>(cp, in, len, nullptr, 0, strict);
-    return doubleByteToWide<true>(cp, in, len, out, room, strict);
+        return doubleByteToWide<false, false>(cp, in, len, nullptr, 0, strict);
+    // A unit for each byte at most: with that much room, no check on the way.
+    if (room >= len)
+        return doubleByteToWide<true, false>(cp, in, len, out, room, strict);
+    return doubleByteToWide<true, true>(cp, in, len, out, room, strict);
 }
 
 namespace {
 
-// A single-byte page with a one-byte default: one byte for each unit, with
-// runs of ASCII narrowed 8 at a time.
+// A single-byte page with a one-byte default: one byte for each unit.
 Result wideToSingleByte(const CodePage &cp, const WCHAR *in, size_t len, char *out, size_t room,
                         unsigned char defaultChar, bool wantUsed)
 {
@@ -187,8 +209,10 @@ Result wideToSingleByte(const CodePage &cp, const WCHAR *in, size_t len, char *o
     const uint16_t *bytesOf = cp.bytesOf.data();
     size_t n = out && room < len ? room : len;
     if (out && defaultChar == '?' && !wantUsed) {
-        // The plain case: one table lookup for each unit.
+        // The plain case: one table lookup for each unit (a test for runs
+        // of ASCII costs more than it saves here).
         const unsigned char *narrow = cp.narrow.data();
+#pragma GCC unroll 8
         for (size_t i = 0; i < n; ++i)
             out[i] = static_cast<char>(narrow[in[i]]);
         r.count = n;
