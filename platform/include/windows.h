@@ -4,6 +4,7 @@
 
 #include "windef.h"
 #include "winerror.h"
+#include "winnt.h"
 #include "winbase.h"
 #include "fileapi.h"
 #include "winnls.h"
@@ -11,5 +12,6 @@
 #include "winreg.h"
 #include "winsvc.h"
 #include "wincon.h"
+#include "securitybaseapi.h"
 
 #endif /* TSPLATFORM_WINDOWS_H */

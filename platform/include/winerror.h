@@ -111,6 +111,8 @@
 #define ERROR_NOT_FOUND                         1168L
 #define ERROR_INVALID_SERVICENAME               1213L
 #define ERROR_NOT_ALL_ASSIGNED                  1300L
+#define ERROR_UNKNOWN_REVISION                  1305L
+#define ERROR_REVISION_MISMATCH                 1306L
 #define ERROR_INVALID_OWNER                     1307L
 #define ERROR_INVALID_PRIMARY_GROUP             1308L
 #define ERROR_PRIVILEGE_NOT_HELD                1314L
@@ -122,6 +124,7 @@
 #define ERROR_INVALID_WINDOW_HANDLE             1400L
 #define ERROR_INVALID_THREAD_ID                 1444L
 #define ERROR_TIMEOUT                           1460L
+#define RPC_S_SERVER_UNAVAILABLE                1722L
 #define ERROR_INVALID_USER_BUFFER               1784L
 
 #endif /* TSPLATFORM_WINERROR_H */

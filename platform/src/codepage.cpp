@@ -1,9 +1,10 @@
-// Code page tables from iconv.
+// Code page tables from iconv, and the process's ANSI and OEM code pages.
 #include "codepage.h"
 
 #include <errno.h>
 #include <iconv.h>
 #include <stdio.h>
+#include <stdlib.h>
 
 #include <map>
 #include <memory>
@@ -43,6 +44,8 @@ bool iconvNameOf(UINT id, char *name, size_t size)
         snprintf(name, size, "ASCII");
     else if (id >= 28591 && id <= 28605)
         snprintf(name, size, "ISO-8859-%u", id - 28590);
+    else if (id == 10000)
+        snprintf(name, size, "MACINTOSH");
     else if (id == 20866)
         snprintf(name, size, "KOI8-R");
     else if (id == 21866)
@@ -69,6 +72,61 @@ uint16_t convert(iconv_t cd, const unsigned char *bytes, size_t len)
     if (inLeft != 0 || sizeof out - outLeft != 2)
         return 0xFFFF;
     return static_cast<uint16_t>(static_cast<unsigned char>(out[0]) | (static_cast<unsigned char>(out[1]) << 8));
+}
+
+// The page's bytes for one unit as iconv writes them (lead << 8 | trail
+// for two bytes), or kNone.
+uint16_t bytesFromIconv(iconv_t back, uint16_t unit)
+{
+    iconv(back, nullptr, nullptr, nullptr, nullptr);
+    char in[2] = {static_cast<char>(unit & 0xFF), static_cast<char>(unit >> 8)};
+    unsigned char out[8];
+    char *inp = in, *outp = reinterpret_cast<char *>(out);
+    size_t inLeft = sizeof in, outLeft = sizeof out;
+    if (iconv(back, &inp, &inLeft, &outp, &outLeft) == static_cast<size_t>(-1))
+        return CodePage::kNone;
+    size_t n = sizeof out - outLeft;
+    if (n == 1)
+        return out[0];
+    if (n == 2)
+        return static_cast<uint16_t>(out[0] << 8 | out[1]);
+    return CodePage::kNone;
+}
+
+// Unicode to the page. Where one unit has several byte sequences, iconv
+// settles which one is written (it follows Windows' own choice, e.g. the
+// JIS row before the vendor rows in 932); otherwise the table is the
+// forward table turned round.
+void buildReverse(CodePage &cp, const char *name)
+{
+    cp.bytesOf.assign(65536, CodePage::kNone);
+    std::vector<unsigned char> seen(65536, 0);
+    auto enter = [&](uint16_t unit, uint16_t code) {
+        if (unit == CodePage::kNone)
+            return;
+        if (seen[unit] < 2)
+            ++seen[unit];
+        if (cp.bytesOf[unit] == CodePage::kNone)
+            cp.bytesOf[unit] = code;
+    };
+    for (int b = 0; b < 256; ++b)
+        if (!cp.lead[b])
+            enter(cp.single[b], static_cast<uint16_t>(b));
+    if (cp.doubleByte)
+        for (size_t code = 0x100; code < cp.pairs.size(); ++code)
+            enter(cp.pairs[code], static_cast<uint16_t>(code));
+    iconv_t back = iconv_open(name, "UTF-16LE");
+    if (back == reinterpret_cast<iconv_t>(-1))
+        return; // lowest byte sequence first, then
+    for (size_t unit = 0; unit < 65536; ++unit) {
+        if (seen[unit] < 2)
+            continue;
+        uint16_t code = bytesFromIconv(back, static_cast<uint16_t>(unit));
+        uint16_t again = code < 0x100 ? cp.single[code] : cp.pairs.empty() ? CodePage::kNone : cp.pairs[code];
+        if (code != CodePage::kNone && again == unit)
+            cp.bytesOf[unit] = code;
+    }
+    iconv_close(back);
 }
 
 void buildCase(CodePage &cp)
@@ -130,7 +188,33 @@ std::unique_ptr<CodePage> build(UINT id)
         }
     }
     iconv_close(cd);
+    if (!cp->doubleByte) {
+        // Windows' single-byte pages give the bytes 0x80-0x9F that they
+        // leave unassigned as the C1 controls of the same value (0x81 in
+        // 1252 is U+0081), so that every byte survives a round trip.
+        for (int b = 0x80; b < 0xA0; ++b)
+            if (cp->single[b] == CodePage::kNone)
+                cp->single[b] = static_cast<uint16_t>(b);
+    }
+    // 932 marks a broken character with the katakana middle dot, as Windows does.
+    cp->wideDefault = id == 932 ? 0x30FB : '?';
+    buildReverse(*cp, name);
     buildCase(*cp);
+    cp->asciiSame = true;
+    for (int b = 0; b < 0x80; ++b)
+        cp->asciiSame = cp->asciiSame && !cp->lead[b] && cp->single[b] == b && cp->bytesOf[static_cast<size_t>(b)] == b;
+    if (!cp->doubleByte) {
+        cp->narrow.assign(65536, '?');
+        for (size_t unit = 0; unit < 65536; ++unit)
+            if (cp->bytesOf[unit] != CodePage::kNone)
+                cp->narrow[unit] = static_cast<unsigned char>(cp->bytesOf[unit]);
+    }
+    cp->latin1Same = cp->asciiSame && !cp->doubleByte;
+    for (int b = 0xA0; b < 0x100; ++b)
+        cp->latin1Same = cp->latin1Same && cp->single[b] == b && cp->bytesOf[static_cast<size_t>(b)] == b;
+    cp->everyByteMaps = !cp->doubleByte;
+    for (int b = 0; b < 256; ++b)
+        cp->everyByteMaps = cp->everyByteMaps && cp->single[b] != CodePage::kNone;
     return cp;
 }
 
@@ -159,13 +243,91 @@ const CodePage *bytesOnlyCodePage()
             cp->lower[b] = static_cast<unsigned char>(b + 32);
             cp->upper[b + 32] = static_cast<unsigned char>(b);
         }
+        cp->bytesOf.assign(65536, CodePage::kNone);
+        for (int b = 0; b < 256; ++b)
+            cp->bytesOf[static_cast<size_t>(b)] = static_cast<uint16_t>(b);
+        cp->narrow.assign(65536, '?');
+        for (int b = 0; b < 256; ++b)
+            cp->narrow[static_cast<size_t>(b)] = static_cast<unsigned char>(b);
+        cp->asciiSame = cp->everyByteMaps = true;
         return cp;
     }();
     return bytes;
 }
 
-UINT ansiCodePage() { return 1252; }
+namespace {
 
-UINT oemCodePage() { return 437; }
+struct SystemCodePages {
+    UINT ansi = 1252;
+    UINT oem = 437;
+};
+
+// The OEM page of the locales whose ANSI page this is.
+UINT oemPageFor(UINT ansi)
+{
+    switch (ansi) {
+    case 1250: return 852;
+    case 1251: return 866;
+    case 1253: return 737;
+    case 1254: return 857;
+    case 1255: return 862;
+    case 1256: return 720;
+    case 1257: return 775;
+    case 874: case 932: case 936: case 949: case 950: case 1258: case 65001: return ansi;
+    default: return 437;
+    }
+}
+
+// A code page number of the registry (REG_SZ, decimal), if the layer knows it.
+bool readCodePageValue(HKEY key, const char *name, UINT &id)
+{
+    char text[16] = {};
+    DWORD type = 0, size = sizeof text - 1;
+    if (RegQueryValueExA(key, name, nullptr, &type, reinterpret_cast<BYTE *>(text), &size) != ERROR_SUCCESS ||
+        type != REG_SZ)
+        return false;
+    char *end = nullptr;
+    unsigned long n = strtoul(text, &end, 10);
+    if (end == text || *end || n == 0 || n > 65535)
+        return false;
+    // UTF-8 may be the system's page, as on Windows 10; UTF-7 may not.
+    if (n != CP_UTF8 && !codePage(static_cast<UINT>(n)))
+        return false;
+    id = static_cast<UINT>(n);
+    return true;
+}
+
+const SystemCodePages &systemCodePages()
+{
+    static const SystemCodePages pages = [] {
+        SystemCodePages p;
+        HKEY key;
+        if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage", 0,
+                          KEY_QUERY_VALUE, &key) != ERROR_SUCCESS)
+            return p;
+        readCodePageValue(key, "ACP", p.ansi);
+        p.oem = oemPageFor(p.ansi);
+        readCodePageValue(key, "OEMCP", p.oem);
+        RegCloseKey(key);
+        return p;
+    }();
+    return pages;
+}
+
+} // namespace
+
+UINT ansiCodePage() { return systemCodePages().ansi; }
+
+UINT oemCodePage() { return systemCodePages().oem; }
+
+UINT resolveCodePage(UINT id)
+{
+    switch (id) {
+    case CP_ACP: case CP_THREAD_ACP: return ansiCodePage();
+    case CP_OEMCP: return oemCodePage();
+    case CP_MACCP: return 10000;
+    default: return id;
+    }
+}
 
 } // namespace tsp

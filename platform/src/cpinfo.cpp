@@ -7,14 +7,7 @@ using namespace tsp;
 
 namespace {
 
-const CodePage *resolve(UINT id)
-{
-    if (id == CP_ACP || id == CP_THREAD_ACP)
-        id = ansiCodePage();
-    else if (id == CP_OEMCP)
-        id = oemCodePage();
-    return codePage(id);
-}
+const CodePage *resolve(UINT id) { return codePage(resolveCodePage(id)); }
 
 } // namespace
 
@@ -36,6 +29,7 @@ BOOL WINAPI GetCPInfo(UINT CodePage, LPCPINFO lpCPInfo)
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
+    CodePage = resolveCodePage(CodePage);
     if (CodePage == CP_UTF8 || CodePage == CP_UTF7) {
         lpCPInfo->MaxCharSize = CodePage == CP_UTF8 ? 4 : 5;
         lpCPInfo->DefaultChar[0] = '?';
@@ -44,7 +38,7 @@ BOOL WINAPI GetCPInfo(UINT CodePage, LPCPINFO lpCPInfo)
             b = 0;
         return TRUE;
     }
-    const tsp::CodePage *cp = resolve(CodePage);
+    const tsp::CodePage *cp = codePage(CodePage);
     if (!cp) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
@@ -74,6 +68,7 @@ BOOL WINAPI IsValidCodePage(UINT CodePage)
 {
     if (CodePage == CP_UTF8 || CodePage == CP_UTF7)
         return TRUE;
+    // The symbolic ids (CP_ACP and the like) are no code pages of their own.
     return CodePage > CP_THREAD_ACP && codePage(CodePage) ? TRUE : FALSE;
 }
 

@@ -1,17 +1,16 @@
 // The Microsoft C runtime names that glibc lacks: numbers and text,
-// paths, stream files with share flags, dates.
+// paths, dates. The file opens with share flags are in lowio.cpp.
 #include "casefold.h"
 
 #include <direct.h>
 #include <io.h>
 #include <mbstring.h>
-#include <share.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <time.h>
+#include <wchar.h>
 
-#include "fileshare.h"
 #include "path.h"
 
 #include <ctype.h>
@@ -113,43 +112,46 @@ char *_gcvt(double value, int digits, char *buffer)
         strcpy(out, "1.#INF");
         return buffer;
     }
-    // The significant digits and the decimal exponent, rounded once.
+    // The significant digits and the decimal exponent of the rounded value.
     char e[80];
     snprintf(e, sizeof e, "%.*e", digits - 1, value);
-    char mant[48];
+    char mant[48] = {};
     int m = 0;
     const char *p = e;
     for (; *p && *p != 'e'; ++p)
         if (isdigit(static_cast<unsigned char>(*p)))
             mant[m++] = *p;
-    mant[m] = 0;
     int exp10 = *p == 'e' ? atoi(p + 1) : 0;
     if (value == 0)
         exp10 = 0;
-    while (m > 1 && mant[m - 1] == '0')
-        mant[--m] = 0; // trailing zeros are dropped
-    if (exp10 < -4 || exp10 >= digits) {
+    // Exponential form below 0.1 and from the digit count up, with
+    // digits - 1 decimals; else fixed form with digits - (exponent + 1)
+    // decimals. Then the zeros that end the decimals go, the point stays.
+    bool exponential = exp10 < -1 || exp10 >= digits;
+    if (exponential) {
         *out++ = mant[0];
         *out++ = '.';
         memcpy(out, mant + 1, static_cast<size_t>(m - 1));
         out += m - 1;
-        sprintf(out, "e%c%03d", exp10 < 0 ? '-' : '+', exp10 < 0 ? -exp10 : exp10);
-        return buffer;
-    }
-    if (exp10 >= 0) {
-        for (int i = 0; i <= exp10; ++i)
-            *out++ = i < m ? mant[i] : '0';
-        *out++ = '.';
-        for (int i = exp10 + 1; i < m; ++i)
-            *out++ = mant[i];
-    } else {
+    } else if (exp10 >= 0) {
+        memcpy(out, mant, static_cast<size_t>(exp10 + 1));
+        out += exp10 + 1;
+        if (exp10 + 1 < m)
+            *out++ = '.';
+        memcpy(out, mant + exp10 + 1, static_cast<size_t>(m - exp10 - 1));
+        out += m - exp10 - 1;
+    } else { // exponent -1: "0." and all the digits
         *out++ = '0';
         *out++ = '.';
-        for (int i = 0; i < -exp10 - 1; ++i)
-            *out++ = '0';
         memcpy(out, mant, static_cast<size_t>(m));
         out += m;
     }
+    char *point = static_cast<char *>(memchr(buffer, '.', static_cast<size_t>(out - buffer)));
+    if (point)
+        while (out > point + 1 && out[-1] == '0')
+            --out;
+    if (exponential)
+        out += sprintf(out, "e%c%03d", exp10 < 0 ? '-' : '+', exp10 < 0 ? -exp10 : exp10);
     *out = 0;
     return buffer;
 }
@@ -217,53 +219,28 @@ int _strnicmp(const char *a, const char *b, size_t n)
     return 0;
 }
 
-FILE *_fsopen(const char *filename, const char *mode, int shflag)
+wchar_t *_wcsdup(const wchar_t *s)
 {
-    if (!filename || !mode) {
-        errno = EINVAL;
+    if (!s)
         return nullptr;
+    size_t n = (wcslen(s) + 1) * sizeof(wchar_t);
+    wchar_t *copy = static_cast<wchar_t *>(malloc(n));
+    if (copy)
+        memcpy(copy, s, n);
+    return copy;
+}
+
+int _wcsicmp(const wchar_t *a, const wchar_t *b) { return _wcsnicmp(a, b, static_cast<size_t>(-1)); }
+
+int _wcsnicmp(const wchar_t *a, const wchar_t *b, size_t n)
+{
+    for (; n; --n, ++a, ++b) {
+        wchar_t ca = (*a >= L'A' && *a <= L'Z') ? *a + 32 : *a;
+        wchar_t cb = (*b >= L'A' && *b <= L'Z') ? *b + 32 : *b;
+        if (ca != cb || !ca)
+            return ca < cb ? -1 : ca > cb ? 1 : 0;
     }
-    DWORD share;
-    switch (shflag) {
-    case _SH_DENYRW: share = 0; break;
-    case _SH_DENYWR: share = FILE_SHARE_READ; break;
-    case _SH_DENYRD: share = FILE_SHARE_WRITE; break;
-    case _SH_DENYNO: share = FILE_SHARE_READ | FILE_SHARE_WRITE; break;
-    default: errno = EINVAL; return nullptr;
-    }
-    char kind = mode[0];
-    bool plus = strchr(mode, '+') != nullptr;
-    DWORD access, disposition;
-    switch (kind) {
-    case 'r': access = GENERIC_READ; disposition = OPEN_EXISTING; break;
-    case 'w': access = GENERIC_WRITE; disposition = CREATE_ALWAYS; break;
-    case 'a': access = GENERIC_WRITE; disposition = OPEN_ALWAYS; break;
-    default: errno = EINVAL; return nullptr;
-    }
-    if (plus)
-        access = GENERIC_READ | GENERIC_WRITE;
-    std::string p;
-    if (!toPosixPath(filename, p)) {
-        errno = ENOENT;
-        return nullptr;
-    }
-    DWORD error;
-    bool existed;
-    int fd = openShared(p, access, share, disposition, 0, kind == 'a', error, existed);
-    if (fd < 0) {
-        errno = errnoFromWin32Error(error);
-        return nullptr;
-    }
-    char posixMode[4] = {kind, 0, 0, 0};
-    if (plus)
-        posixMode[1] = '+';
-    FILE *f = fdopen(fd, posixMode);
-    if (!f) {
-        int err = errno;
-        close(fd);
-        errno = err;
-    }
-    return f;
+    return 0;
 }
 
 void _tzset(void)

@@ -4,12 +4,14 @@
 
 #include <direct.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <io.h>
 #include <mbctype.h>
 #include <share.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <time.h>
 
 #include <string>
@@ -71,24 +73,34 @@ TEST(CrtTest, IntegerTexts)
     EXPECT_EQ(_itoa(7, buf, 10), buf);
 }
 
+struct RealText {
+    double value;
+    int digits;
+    const char *text;
+};
+
+// Exponential form below 0.1 and from the digit count up; trailing zeros
+// of the decimals dropped, the point kept.
 TEST(CrtTest, RealTexts)
 {
     char buf[64];
     EXPECT_EQ(_gcvt(3.14159, 3, buf), buf);
-    EXPECT_NEAR(atof(buf), 3.14, 1e-9);
-    _gcvt(-123456789.0, 4, buf);
-    EXPECT_NEAR(atof(buf), -1.235e8, 1e3) << buf;
-    EXPECT_NE(strchr(buf, 'e'), nullptr) << buf;
-    TS_SKIP_ON_WINE("_gcvt's text differs from Microsoft's runtime");
-    const struct {
-        double value;
-        int digits;
-        const char *text;
-    } reals[] = {{-3.1415e5, 7, "-314150."},    {1.5e10, 3, "1.5e+010"}, {0.5, 3, "0.5"},
-                 {0.0001234, 3, "0.000123"},    {0.00001234, 3, "1.23e-005"}, {100.0, 3, "100."},
-                 {1000.0, 3, "1.e+003"}};
+    const RealText reals[] = {{3.14159, 3, "3.14"},        {100.0, 3, "100"},       {1234567.0, 3, "1.23e+006"},
+                              {1.5e10, 3, "1.5e+010"},     {0.5, 3, "0.5"},         {0.00001234, 3, "1.23e-005"},
+                              {-123456789.0, 4, "-1.235e+008"}, {0.25, 7, "0.25"}};
     for (const auto &c : reals)
-        EXPECT_STREQ(_gcvt(c.value, c.digits, buf), c.text) << c.value;
+        EXPECT_STREQ(_gcvt(c.value, c.digits, buf), c.text) << c.value << " with " << c.digits << " digits";
+}
+
+TEST(CrtTest, RealTextsWhereWineDiffers)
+{
+    TS_SKIP_ON_WINE("Wine's runtime drops the point that ends a text once its zeros are gone, and writes values "
+                    "from 0.0001 to 0.1 in fixed form");
+    char buf[64];
+    const RealText reals[] = {{100.0, 5, "100."},       {1234.0, 7, "1234."},     {-3.1415e5, 7, "-314150."},
+                              {0.0123, 3, "1.23e-002"}, {0.0001234, 3, "1.23e-004"}, {1000.0, 3, "1.e+003"}};
+    for (const auto &c : reals)
+        EXPECT_STREQ(_gcvt(c.value, c.digits, buf), c.text) << c.value << " with " << c.digits << " digits";
 }
 
 TEST(CrtTest, DuplicateString)
@@ -182,6 +194,67 @@ TEST(CrtTest, DateText)
     char expected[16];
     strftime(expected, sizeof expected, "%m/%d/%y", &local);
     EXPECT_STREQ(text, expected);
+}
+
+TEST(CrtTest, LowLevelFiles)
+{
+    ScratchDir dir;
+    std::string file = dir / "low.bin";
+    int fd = _open(file.c_str(), _O_WRONLY | _O_CREAT | _O_EXCL | _O_BINARY, _S_IREAD | _S_IWRITE);
+    ASSERT_GE(fd, 0);
+    EXPECT_EQ(_write(fd, "0123456789", 10), 10);
+    char buf[16] = {};
+    errno = 0;
+    EXPECT_EQ(_read(fd, buf, 4), -1); // opened for writing only
+    EXPECT_EQ(errno, EBADF);
+    EXPECT_EQ(_lseek(fd, -3, SEEK_END), 7L);
+    errno = 0;
+    EXPECT_EQ(_lseek(fd, 0, 7), -1L);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(_close(fd), 0);
+
+    errno = 0;
+    EXPECT_EQ(_open(file.c_str(), _O_WRONLY | _O_CREAT | _O_EXCL, _S_IREAD | _S_IWRITE), -1);
+    EXPECT_EQ(errno, EEXIST);
+    errno = 0;
+    EXPECT_EQ(_open((dir / "none.bin").c_str(), _O_RDONLY), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(_sopen(file.c_str(), _O_RDONLY, 0x77), -1); // no such share flag
+
+    // A reader that denies writing keeps writers out, and readers in.
+    fd = _sopen(file.c_str(), _O_RDONLY | _O_BINARY, _SH_DENYWR);
+    ASSERT_GE(fd, 0);
+    errno = 0;
+    EXPECT_EQ(_open(file.c_str(), _O_WRONLY), -1);
+    EXPECT_EQ(errno, EACCES);
+    int reader = _open(file.c_str(), _O_RDONLY | _O_BINARY);
+    EXPECT_GE(reader, 0);
+    EXPECT_EQ(_read(fd, buf, sizeof buf), 10);
+    EXPECT_EQ(std::string(buf, 10), "0123456789");
+    EXPECT_EQ(_close(reader), 0);
+    EXPECT_EQ(_close(fd), 0);
+
+    TS_SKIP_ON_WINE("Wine sets no errno for a bad share flag, and keeps the read-only attribute in the Unix "
+                    "permissions, which root passes");
+    errno = 0;
+    EXPECT_EQ(_sopen(file.c_str(), _O_RDONLY, 0x77), -1);
+    EXPECT_EQ(errno, EINVAL);
+    // A new file made without _S_IWRITE is read-only.
+    std::string readOnly = dir / "ro.bin";
+    fd = _open(readOnly.c_str(), _O_WRONLY | _O_CREAT, _S_IREAD);
+    ASSERT_GE(fd, 0);
+    EXPECT_EQ(_close(fd), 0);
+    errno = 0;
+    EXPECT_EQ(_open(readOnly.c_str(), _O_WRONLY), -1);
+    EXPECT_EQ(errno, EACCES);
+}
+
+TEST(CrtTest, WindowsProgramWithTheCxxHeaders)
+{
+    ScratchDir dir;
+    std::string out;
+    EXPECT_EQ(tstest::RunCaptured("crtprogram", "\"" + dir.path() + "\"", out), 0) << out;
+    EXPECT_EQ(out, "ff 0.5 data.bin ello\n");
 }
 
 } // namespace

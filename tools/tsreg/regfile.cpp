@@ -3,6 +3,7 @@
 
 #include "casefold.h"
 
+#include <cassert>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
@@ -12,24 +13,34 @@ namespace tsreg {
 
 namespace {
 
-// Windows-1252 0x80..0x9F; the five unused bytes map to the C1 controls.
-const unsigned short kHigh1252[32] = {
-    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
-    0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
-    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178,
-};
-
-unsigned short unitOf(unsigned char c) { return c >= 0x80 && c < 0xA0 ? kHigh1252[c - 0x80] : c; }
-
-char byteOf(unsigned cp)
+// Text of one code page as UTF-16 units, and back; a unit that the page
+// lacks becomes its default character ('?').
+std::basic_string<WCHAR> widen(const std::string &text, UINT codePage)
 {
-    if (cp < 0x80 || (cp >= 0xA0 && cp < 0x100))
-        return static_cast<char>(cp);
-    for (unsigned i = 0; i < 32; ++i) {
-        if (kHigh1252[i] == cp)
-            return static_cast<char>(0x80 + i);
+    if (text.empty())
+        return std::basic_string<WCHAR>();
+    int n = MultiByteToWideChar(codePage, 0, text.data(), static_cast<int>(text.size()), nullptr, 0);
+    std::basic_string<WCHAR> wide(n > 0 ? static_cast<size_t>(n) : 0, 0);
+    if (n > 0) {
+        [[maybe_unused]] int written =
+            MultiByteToWideChar(codePage, 0, text.data(), static_cast<int>(text.size()), &wide[0], n);
+        assert(written == n && "a conversion sized beforehand cannot fail");
     }
-    return '?';
+    return wide;
+}
+
+std::string narrow(const std::basic_string<WCHAR> &wide)
+{
+    if (wide.empty())
+        return std::string();
+    int n = WideCharToMultiByte(CP_ACP, 0, wide.data(), static_cast<int>(wide.size()), nullptr, 0, nullptr, nullptr);
+    std::string text(n > 0 ? static_cast<size_t>(n) : 0, '\0');
+    if (n > 0) {
+        [[maybe_unused]] int written =
+            WideCharToMultiByte(CP_ACP, 0, wide.data(), static_cast<int>(wide.size()), &text[0], n, nullptr, nullptr);
+        assert(written == n && "a conversion sized beforehand cannot fail");
+    }
+    return text;
 }
 
 const char *const kHeader5 = "Windows Registry Editor Version 5.00";
@@ -48,28 +59,7 @@ std::string quote(const std::string &s)
     return q + '"';
 }
 
-std::string utf8ToAnsi(const std::string &s)
-{
-    std::string out;
-    for (size_t i = 0; i < s.size();) {
-        unsigned char c = static_cast<unsigned char>(s[i]);
-        unsigned cp = c;
-        size_t n = 1;
-        if (c >= 0xF0 && i + 3 < s.size()) {
-            cp = ((c & 0x07u) << 18) | ((s[i + 1] & 0x3Fu) << 12) | ((s[i + 2] & 0x3Fu) << 6) | (s[i + 3] & 0x3Fu);
-            n = 4;
-        } else if (c >= 0xE0 && i + 2 < s.size()) {
-            cp = ((c & 0x0Fu) << 12) | ((s[i + 1] & 0x3Fu) << 6) | (s[i + 2] & 0x3Fu);
-            n = 3;
-        } else if (c >= 0xC0 && i + 1 < s.size()) {
-            cp = ((c & 0x1Fu) << 6) | (s[i + 1] & 0x3Fu);
-            n = 2;
-        }
-        out += byteOf(cp);
-        i += n;
-    }
-    return out;
-}
+std::string utf8ToAnsi(const std::string &s) { return narrow(widen(s, CP_UTF8)); }
 
 std::string trim(const std::string &s)
 {
@@ -139,10 +129,10 @@ bool sameText(const std::string &a, const char *b) { return tsp::equalNoCase(a, 
 
 std::string ansiToUtf16le(const std::string &ansi)
 {
+    std::basic_string<WCHAR> wide = widen(ansi, CP_ACP);
     std::string out;
-    out.reserve(ansi.size() * 2);
-    for (char c : ansi) {
-        unsigned short u = unitOf(static_cast<unsigned char>(c));
+    out.reserve(wide.size() * 2);
+    for (WCHAR u : wide) {
         out += static_cast<char>(u & 0xFF);
         out += static_cast<char>(u >> 8);
     }
@@ -151,12 +141,11 @@ std::string ansiToUtf16le(const std::string &ansi)
 
 std::string utf16leToAnsi(const std::string &bytes)
 {
-    std::string out;
-    for (size_t i = 0; i + 1 < bytes.size(); i += 2) {
-        unsigned u = static_cast<unsigned char>(bytes[i]) | (static_cast<unsigned char>(bytes[i + 1]) << 8);
-        out += byteOf(u);
-    }
-    return out;
+    std::basic_string<WCHAR> wide;
+    wide.reserve(bytes.size() / 2);
+    for (size_t i = 0; i + 1 < bytes.size(); i += 2)
+        wide += static_cast<WCHAR>(static_cast<unsigned char>(bytes[i]) | (static_cast<unsigned char>(bytes[i + 1]) << 8));
+    return narrow(wide);
 }
 
 RegWriter::RegWriter() { text_ = std::string(kHeader5) + "\r\n"; }

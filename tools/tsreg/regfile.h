@@ -5,7 +5,8 @@
 // the string types (REG_SZ, REG_EXPAND_SZ, REG_MULTI_SZ) in UTF-16LE.
 // Reading also takes the older REGEDIT4 form and 8-bit or UTF-8 files.
 //
-// Text inside the program is in the ANSI code page, taken as Windows-1252.
+// Text inside the program is in the system's ANSI code page (GetACP), as
+// the registry's A calls take it.
 #pragma once
 
 #include <windows.h>
@@ -25,7 +26,8 @@ struct RegEntry {
     std::string data; // the bytes as RegSetValueExA takes them
 };
 
-// Windows-1252 text to UTF-16LE bytes and back (unmapped units become '?').
+// Text of the ANSI code page to UTF-16LE bytes and back (units that the page
+// lacks become '?').
 std::string ansiToUtf16le(const std::string &ansi);
 std::string utf16leToAnsi(const std::string &bytes);
 
