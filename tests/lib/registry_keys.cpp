@@ -8,7 +8,6 @@
 #include "DDUMPC.h"
 
 #include "../platform/RegistryFixture.h"
-#include "../platform/ScratchDir.h"
 
 #include <mbctype.h>
 
@@ -248,8 +247,8 @@ TEST_F(RegistryKeyTest, TheCapacityOfANameCountsItsTerminator)
 
 TEST_F(RegistryKeyTest, EntriesWriteThemselvesToTheDiagnosticStream)
 {
-    tstest::ScratchDir dir;
-    std::string file = dir / "entries.txt";
+    // A file of the same machine root (a ScratchDir would bring a root of its own).
+    std::string file = "C:\\tsutil_entries_" + std::to_string(GetCurrentProcessId()) + ".txt";
     {
         CFile out;
         DiagDumpContext dc(&out, TRUE, file.c_str());
@@ -259,6 +258,7 @@ TEST_F(RegistryKeyTest, EntriesWriteThemselvesToTheDiagnosticStream)
     }
     std::string path = "HKEY_CURRENT_USER\\" + path_;
     EXPECT_EQ(tstest::ReadWholeFile(file), "NULL|" + path + "|" + path);
+    DeleteFileA(file.c_str());
 }
 
 TEST_F(RegistryKeyTest, ManyThreadsBuildValuesUnderOneUnopenedKey)
