@@ -8,6 +8,7 @@
 #include "DDUMPC.h"
 
 #include "../platform/RegistryFixture.h"
+#include "../platform/ScratchDir.h" // ReadWholeFile
 
 #include <mbctype.h>
 

@@ -5,6 +5,7 @@
 #include "DDUMPC.h"
 
 #include "../platform/RegistryFixture.h"
+#include "../platform/ScratchDir.h" // ReadWholeFile
 
 #include <math.h>
 #include <mbctype.h>
