@@ -11,6 +11,7 @@
 #include <mbctype.h>
 
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -19,7 +20,7 @@ using tstest::RegistryTest;
 // A key object on the test's scratch key (all access) and the raw reads
 // and writes to check the stored bytes.
 class RegistryValueTest : public RegistryTest {
-protected:
+public:
     void SetUp() override
     {
         RegistryTest::SetUp();
@@ -97,38 +98,47 @@ TEST_F(RegistryValueTest, EachClassStoresItsOwnTypeAndBytes)
     EXPECT_EQ(big.Set(1.0, 0), FALSE);
 }
 
-TEST_F(RegistryValueTest, IntegersAndRealsAcceptOnlyTheirCharacters)
+// A stored text read through a typed value: the result, and the number
+// afterwards (the one given before the read when it fails).
+template <class Number> struct ReadCase {
+    char const *text;
+    BOOLTYPE ok;
+    Number value;
+};
+
+template <class Value, class Number>
+void ExpectReads(RegistryValueTest &test, RegistryKey &key, std::vector<ReadCase<Number>> const &cases, Number before)
 {
-    struct IntCase {
-        char const *text;
-        BOOLTYPE ok;
-        int value;
-    } const ints[] = {
-        {"+7", TRUE, 7},   {"1-2", TRUE, 1},   {"--5", TRUE, 0},    {"", TRUE, 0},
-        {" 5", FALSE, 99}, {"1.5", FALSE, 99}, {"0x10", FALSE, 99}, {"99999999999", TRUE, 2147483647},
-    };
-    for (IntCase const &c : ints) {
-        PutText("v", c.text);
-        RegistryInt value("v", *key);
-        int read = 99;
+    for (ReadCase<Number> const &c : cases) {
+        test.PutText("v", c.text);
+        Value value("v", key);
+        Number read = before;
         EXPECT_EQ(value.Get(&read), c.ok) << c.text;
         EXPECT_EQ(read, c.value) << c.text;
     }
-    struct RealCase {
-        char const *text;
-        BOOLTYPE ok;
-        double value;
-    } const reals[] = {
-        {"1e5", TRUE, 100000}, {"-.5", TRUE, -0.5}, {"", TRUE, 0}, {"1.2.3", TRUE, 1.2},
-        {"1E5", FALSE, 9},     {"inf", FALSE, 9},   {"1,5", FALSE, 9},
-    };
-    for (RealCase const &c : reals) {
-        PutText("v", c.text);
-        RegistryReal value("v", *key);
-        double read = 9;
-        EXPECT_EQ(value.Get(&read), c.ok) << c.text;
-        EXPECT_DOUBLE_EQ(read, c.value) << c.text;
-    }
+}
+
+TEST_F(RegistryValueTest, IntegersAndRealsAcceptOnlyTheirCharacters)
+{
+    ExpectReads<RegistryInt, int>(*this, *key,
+                                  {{"+7", TRUE, 7},
+                                   {"1-2", TRUE, 1},
+                                   {"--5", TRUE, 0},
+                                   {"", TRUE, 0},
+                                   {" 5", FALSE, 99},
+                                   {"1.5", FALSE, 99},
+                                   {"0x10", FALSE, 99},
+                                   {"99999999999", TRUE, 2147483647}},
+                                  99);
+    ExpectReads<RegistryReal, double>(*this, *key,
+                                      {{"1e5", TRUE, 100000},
+                                       {"-.5", TRUE, -0.5},
+                                       {"", TRUE, 0},
+                                       {"1.2.3", TRUE, 1.2},
+                                       {"1E5", FALSE, 9},
+                                       {"inf", FALSE, 9},
+                                       {"1,5", FALSE, 9}},
+                                      9.0);
     // A double-byte letter is one character, and not a digit.
     int previous = _getmbcp();
     ASSERT_EQ(_setmbcp(932), 0);
