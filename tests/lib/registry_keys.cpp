@@ -137,6 +137,25 @@ TEST_F(RegistryKeyTest, KeysOpenOnDemandThroughTheirParentsAndCreateNothing)
     HKEY probe;
     EXPECT_EQ(RegOpenKeyExA(key_, "absent", 0, KEY_READ, &probe), ERROR_FILE_NOT_FOUND);
 
+    RegistryKey parent(HKEY_CURRENT_USER, path_.c_str(), KEY_READ, FALSE);
+    RegistryKey child("child", parent, KEY_READ);
+    EXPECT_EQ(child.Open(), TRUE);
+    EXPECT_EQ(child.Close(), TRUE);
+    EXPECT_EQ(child.Close(), FALSE); // nothing left to close
+    EXPECT_NE(child.GetHandle(), RegistryEntry::HANDLE_NOT_AVAIL);
+    RegistryKey same("", parent, KEY_READ);
+    unsigned int cursor = 9;
+    char name[16];
+    EXPECT_EQ(same.GetStartSubkey(&cursor, name, sizeof name), 0);
+    EXPECT_STREQ(name, "child");
+    RegistryKey placeholder;
+    EXPECT_EQ(placeholder.Open(), FALSE);
+}
+
+TEST_F(RegistryKeyTest, AKeyHoldsOneHandleAndOpensItsParentOnlyOnItsWay)
+{
+    TS_SKIP_ON_WINE("GetProcessHandleCount reports no handles");
+    RegCloseKey(Create("child"));
     DWORD before = HandleCount();
     {
         RegistryKey parent(HKEY_CURRENT_USER, path_.c_str(), KEY_READ, FALSE);
@@ -144,7 +163,6 @@ TEST_F(RegistryKeyTest, KeysOpenOnDemandThroughTheirParentsAndCreateNothing)
         EXPECT_EQ(child.Open(), TRUE);
         EXPECT_EQ(HandleCount(), before + 2); // the parent was opened on the way
         EXPECT_EQ(child.Close(), TRUE);
-        EXPECT_EQ(child.Close(), FALSE);     // nothing left to close
         EXPECT_EQ(HandleCount(), before + 1); // the parent stays open
         EXPECT_NE(child.GetHandle(), RegistryEntry::HANDLE_NOT_AVAIL);
         EXPECT_EQ(child.Open(), TRUE);        // gives up the earlier handle
@@ -158,13 +176,7 @@ TEST_F(RegistryKeyTest, KeysOpenOnDemandThroughTheirParentsAndCreateNothing)
         RegistryKey same("", parent, KEY_READ);
         EXPECT_EQ(same.Open(), TRUE);
         EXPECT_EQ(HandleCount(), before + 1);
-        unsigned int cursor = 9;
-        char name[16];
-        EXPECT_EQ(same.GetStartSubkey(&cursor, name, sizeof name), 0);
-        EXPECT_STREQ(name, "child");
     }
-    RegistryKey placeholder;
-    EXPECT_EQ(placeholder.Open(), FALSE);
     EXPECT_EQ(HandleCount(), before);
 }
 
@@ -281,7 +293,9 @@ TEST_F(RegistryKeyTest, ManyThreadsBuildValuesUnderOneUnopenedKey)
         }));
     for (HANDLE thread : threads)
         EXPECT_EQ(tstest::ThreadResult(thread), 0u);
-    EXPECT_EQ(HandleCount(), before + 1); // one handle won; the others were closed
+    if (before != 0) { // a leg that counts handles: one won, the others were closed
+        EXPECT_EQ(HandleCount(), before + 1);
+    }
 }
 
 } // namespace

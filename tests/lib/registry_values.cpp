@@ -204,7 +204,7 @@ TEST_F(RegistryValueTest, TheBufferPointerStaysAndShowsTheLatestRead)
 
 TEST_F(RegistryValueTest, UintsTakeFourBytesOrFewer)
 {
-    Put("two", REG_SZ, "\x01\x02");
+    Put("two", REG_BINARY, "\x01\x02");
     Put("five", REG_BINARY, "12345");
     RegistryUint two("two", *key), five("five", *key), missing("missing", *key);
     unsigned int read = 0xFFFFFFFFu;
