@@ -114,6 +114,9 @@ private:
     BOOL TryOpen(char const *name, int &cause);
     // Writes count bytes of textOutBuffer, or silences the stream.
     BOOLTYPE WriteOut(UINT count);
+    // Adds translated bytes to textOutBuffer (used bytes so far), writing
+    // out a full buffer first; FALSE when a write failed.
+    BOOLTYPE Append(UINT &used, char const *bytes, size_t count);
     // Shows the text in a box and ends the process in order: outputState
     // has a value that no operation gives it.
     [[noreturn]] static void BadOutputState(char const *text);

@@ -172,42 +172,71 @@ void DiagDumpContext::Diag_OutputString(char const *text)
         return;
     }
 
-    // Line feeds that follow no carriage return become CR LF. A piece can
-    // grow past textOutBuffer (each LF adds a byte): what is translated so
-    // far is then written, and the translation goes on in the emptied
-    // buffer, so no text is lost and no buffer overrun.
-    UINT out = 0;
+    // Line feeds that follow no carriage return become CR LF. Runs of other
+    // single-byte characters are copied whole; bytes from 0x80 up may begin
+    // a double-byte character (whose second byte is never a CR or an LF)
+    // and go character by character.
+    unsigned char highBits = 0;
+    for (size_t i = 0; i < length; ++i)
+        highBits |= static_cast<unsigned char>(textInBuffer[i]);
+    bool singleByte = highBits < 0x80; // the common case: runs end only at an LF
+
+    UINT used = 0;
     BOOLTYPE afterCR = FALSE;
     char character[GenericText::MAX_MBCS_BYTES + 1];
-    for (char const *in = textInBuffer; *in;) {
-        char const *piece = character;
-        size_t pieceLength;
-        if (static_cast<unsigned char>(*in) < 0x80) {
-            // Below 0x80 a byte is a whole character in every code page.
-            character[0] = *in++;
-            character[1] = 0;
-            pieceLength = 1;
+    char const *in = textInBuffer, *end = textInBuffer + length;
+    while (in < end) {
+        char const *run = in;
+        if (singleByte) {
+            char const *feed = static_cast<char const *>(memchr(in, '\n', static_cast<size_t>(end - in)));
+            in = feed ? feed : end;
+        } else {
+            while (in < end && *in != '\n' && static_cast<unsigned char>(*in) < 0x80)
+                ++in;
+        }
+        if (in > run) {
+            if (!Append(used, run, static_cast<size_t>(in - run)))
+                return;
+            afterCR = in[-1] == '\r' ? TRUE : FALSE;
+        }
+        if (in == end)
+            break;
+        if (*in == '\n') {
+            if (!(afterCR == TRUE ? Append(used, "\n", 1) : Append(used, "\r\n", 2)))
+                return;
+            ++in;
         } else {
             GenericText::CopyFirstCharString(character, in);
             in = reinterpret_cast<char const *>(_mbsinc(reinterpret_cast<unsigned char const *>(in)));
-            pieceLength = strlen(character);
-        }
-        if (character[0] == '\n' && afterCR == FALSE) {
-            piece = "\r\n";
-            pieceLength = 2;
-        } else {
-            afterCR = character[0] == '\r' ? TRUE : FALSE;
-        }
-        if (out + pieceLength > static_cast<size_t>(msgBufferSize)) {
-            if (!WriteOut(out))
+            if (!Append(used, character, strlen(character)))
                 return;
-            out = 0;
         }
-        memcpy(textOutBuffer + out, piece, pieceLength);
-        out += static_cast<UINT>(pieceLength);
+        afterCR = FALSE;
     }
-    WriteOut(out);
+    WriteOut(used);
     textOutBuffer[0] = 0;
+}
+
+BOOLTYPE DiagDumpContext::Append(UINT &used, char const *bytes, size_t count)
+{
+    // The translated text may outgrow textOutBuffer (each LF adds a byte):
+    // what the buffer holds is then written, and the translation goes on in
+    // the emptied buffer, so no text is lost and nothing runs past the end.
+    while (count) {
+        size_t room = static_cast<size_t>(msgBufferSize) - used;
+        if (room == 0) {
+            if (!WriteOut(used))
+                return FALSE;
+            used = 0;
+            continue;
+        }
+        size_t part = count < room ? count : room;
+        memcpy(textOutBuffer + used, bytes, part);
+        used += static_cast<UINT>(part);
+        bytes += part;
+        count -= part;
+    }
+    return TRUE;
 }
 
 void DiagDumpContext::Diag_Flush()
