@@ -128,6 +128,6 @@ private:
     int outputState;     // 0 output works, 3 output has stopped for good
     int textOutBufferSize;
     int msgBufferSize;
-    char *textInBuffer;  // INIT_MSG_BUFFER_SIZE + 1 bytes: the piece as it came
+    char *textInBuffer;  // INIT_MSG_BUFFER_SIZE + 1 bytes: the piece from its first byte of 0x80 up
     char *textOutBuffer; // msgBufferSize + 1 bytes: the piece translated
 };

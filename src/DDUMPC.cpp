@@ -13,6 +13,7 @@
 #include <string.h>
 
 #include <cassert>
+#include <cstdint>
 #include <cwchar>
 
 namespace {
@@ -23,6 +24,26 @@ static_assert(kOpenFlags == 0x1021, "the diagnostic file's open flags");
 
 // The most bytes that the wide-text operator hands on.
 const size_t kWideTextBytes = 512;
+
+// The end of the run of single-byte characters other than LF that starts at
+// in: bytes below 0x80, which are whole characters in every code page. Eight
+// bytes are looked at in one step while no LF and no byte from 0x80 up can
+// be among them.
+char const *SingleByteRunEnd(char const *in, char const *end)
+{
+    uint64_t const ones = 0x0101010101010101ull, highs = 0x8080808080808080ull;
+    while (end - in >= 8) {
+        uint64_t bytes;
+        memcpy(&bytes, in, 8);
+        uint64_t feeds = bytes ^ (ones * '\n'); // a zero byte where an LF stands
+        if ((((feeds - ones) & ~feeds) | bytes) & highs)
+            break;
+        in += 8;
+    }
+    while (in < end && *in != '\n' && static_cast<unsigned char>(*in) < 0x80)
+        ++in;
+    return in;
+}
 
 char *ZeroedBlock(size_t bytes) { return static_cast<char *>(GlobalAlloc(GMEM_FIXED | GMEM_ZEROINIT, bytes)); }
 
@@ -158,42 +179,28 @@ void DiagDumpContext::Diag_OutputString(char const *text)
         outputState = 3;
         return;
     }
-
-    size_t length = strlen(text);
-    size_t kept = static_cast<size_t>(msgBufferSize - 20);
-    if (length > kept)
-        length = kept;
-    memcpy(textInBuffer, text, length);
-    textInBuffer[length] = 0;
-
     CheckOpenDumpFile();
     if (!m_pFile || m_pFile->m_hFile == static_cast<UINT>(CFile::hFileNull)) {
         outputState = 3; // nothing open to write to: silent from now on
         return;
     }
 
-    // Line feeds that follow no carriage return become CR LF. Runs of other
-    // single-byte characters are copied whole; bytes from 0x80 up may begin
-    // a double-byte character (whose second byte is never a CR or an LF)
-    // and go character by character.
-    unsigned char highBits = 0;
-    for (size_t i = 0; i < length; ++i)
-        highBits |= static_cast<unsigned char>(textInBuffer[i]);
-    bool singleByte = highBits < 0x80; // the common case: runs end only at an LF
-
+    // At most the first 280 bytes are written; the rest is dropped. Line
+    // feeds that follow no carriage return become CR LF. The translated text
+    // may outgrow textOutBuffer (each LF adds a byte): a full buffer is
+    // written and the translation goes on in the emptied buffer, so nothing
+    // is lost and nothing runs past its end.
+    size_t length = strlen(text);
+    if (length > static_cast<size_t>(msgBufferSize - 20))
+        length = static_cast<size_t>(msgBufferSize - 20);
     UINT used = 0;
     BOOLTYPE afterCR = FALSE;
     char character[GenericText::MAX_MBCS_BYTES + 1];
-    char const *in = textInBuffer, *end = textInBuffer + length;
+    char const *in = text, *end = text + length;
+    bool inCopy = false;
     while (in < end) {
         char const *run = in;
-        if (singleByte) {
-            char const *feed = static_cast<char const *>(memchr(in, '\n', static_cast<size_t>(end - in)));
-            in = feed ? feed : end;
-        } else {
-            while (in < end && *in != '\n' && static_cast<unsigned char>(*in) < 0x80)
-                ++in;
-        }
+        in = SingleByteRunEnd(in, end);
         if (in > run) {
             if (!Append(used, run, static_cast<size_t>(in - run)))
                 return;
@@ -206,6 +213,18 @@ void DiagDumpContext::Diag_OutputString(char const *text)
                 return;
             ++in;
         } else {
+            if (!inCopy) {
+                // From the first byte of 0x80 or more, which may begin a
+                // double-byte character, the walk goes on in textInBuffer:
+                // there the cut text ends, and a lead byte at the cut is no
+                // character.
+                size_t rest = static_cast<size_t>(end - in);
+                memcpy(textInBuffer, in, rest);
+                textInBuffer[rest] = 0;
+                in = textInBuffer;
+                end = textInBuffer + rest;
+                inCopy = true;
+            }
             GenericText::CopyFirstCharString(character, in);
             in = reinterpret_cast<char const *>(_mbsinc(reinterpret_cast<unsigned char const *>(in)));
             if (!Append(used, character, strlen(character)))
@@ -219,9 +238,6 @@ void DiagDumpContext::Diag_OutputString(char const *text)
 
 BOOLTYPE DiagDumpContext::Append(UINT &used, char const *bytes, size_t count)
 {
-    // The translated text may outgrow textOutBuffer (each LF adds a byte):
-    // what the buffer holds is then written, and the translation goes on in
-    // the emptied buffer, so no text is lost and nothing runs past the end.
     while (count) {
         size_t room = static_cast<size_t>(msgBufferSize) - used;
         if (room == 0) {

@@ -6,6 +6,8 @@
 
 #include "../platform/ScratchDir.h"
 
+#include <mbctype.h>
+
 #include <memory>
 #include <string>
 #include <vector>
@@ -51,6 +53,19 @@ TEST_F(DiagStreamTest, BareLineFeedsBecomeCRLFWithinOneCall)
     Stream s("lines.txt");
     s.dc << "a\nb\n" << "|c\r\nd|" << "lone\r|" << "end\r" << "\nnext";
     EXPECT_EQ(Content("lines.txt"), "a\r\nb\r\n|c\r\nd|lone\r|end\r\r\nnext");
+}
+
+TEST_F(DiagStreamTest, DoubleByteTextGoesCharacterByCharacter)
+{
+    int previous = _getmbcp();
+    ASSERT_EQ(_setmbcp(932), 0);
+    {
+        Stream s("double.txt");
+        s.dc << "ab\n\x82\xa0\n" << "\x82\xa0\r\n\n|" << "\x82\x5c\n";
+    }
+    _setmbcp(previous);
+    // 0x5C after a lead byte is the second byte of a character, no backslash.
+    EXPECT_EQ(Content("double.txt"), "ab\r\n\x82\xa0\r\n\x82\xa0\r\n\r\n|\x82\x5c\r\n");
 }
 
 TEST_F(DiagStreamTest, APieceKeepsItsFirst280Bytes)
