@@ -74,7 +74,7 @@ public:
     // Writes one piece of text: its first 280 bytes (the rest is dropped
     // without a mark), with each line feed that does not follow a carriage
     // return written as CR LF. The flag of a preceding CR does not carry
-    // over from one call to the next. text must not be null.
+    // over from one call to the next. A null text is written as "(NULL)".
     void Diag_OutputString(char const *text);
     // Hands written data to the disk; a failure silences the stream.
     void Diag_Flush();

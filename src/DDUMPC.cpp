@@ -173,9 +173,11 @@ void DiagDumpContext::Diag_OutputString(char const *text)
     case 3: return;
     default: BadOutputState("ERROR! -- Bad case in DDUMPC Diag_OutputString.\n");
     }
+    if (!text)
+        text = "(NULL)"; // as the text operator writes a null string
     // A stream without its buffers (they could not be had) has nothing to
     // work with and stays silent.
-    if (!text || !textInBuffer || !textOutBuffer) {
+    if (!textInBuffer || !textOutBuffer) {
         outputState = 3;
         return;
     }
@@ -277,7 +279,7 @@ void DiagDumpContext::OutputString(LPCSTR text) { Diag_OutputString(text); }
 
 DiagDumpContext &DiagDumpContext::operator<<(char const *text)
 {
-    Diag_OutputString(text ? text : "(NULL)");
+    Diag_OutputString(text); // a null text is written as "(NULL)"
     return *this;
 }
 
