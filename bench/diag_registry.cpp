@@ -4,7 +4,8 @@
 //   RegQueryValueExA of the same REG_DWORD;
 // - DiagDumpContext writing a 100-byte message with two line feeds, beside a
 //   bare WriteFile (the call under CFile::Write) of the same 102 bytes as
-//   the stream writes them, CR LF and all.
+//   the stream writes them, CR LF and all; and CFile::Write of those bytes,
+//   the stream's own call.
 //
 // Works below HKCU\Software\TSUtilBenchDiag and in a file of the current
 // directory, both removed at the end; on POSIX run it with a machine root
@@ -102,6 +103,21 @@ void BM_DiagDumpContextMessage(benchmark::State &state)
     DeleteFileA(kFile);
 }
 BENCHMARK(BM_DiagDumpContextMessage);
+
+// The stream's own file call alone, for where the difference lies.
+void BM_CFileWrite(benchmark::State &state)
+{
+    std::string bytes = Translated();
+    {
+        CFile file;
+        if (!file.Open(kFile, CFile::modeCreate | CFile::modeWrite | CFile::shareDenyWrite))
+            state.SkipWithError("open failed");
+        for (auto _ : state)
+            file.Write(bytes.data(), static_cast<UINT>(bytes.size()));
+    }
+    DeleteFileA(kFile);
+}
+BENCHMARK(BM_CFileWrite);
 
 } // namespace
 

@@ -192,9 +192,10 @@ void DiagDumpContext::Diag_OutputString(char const *text)
     // may outgrow textOutBuffer (each LF adds a byte): a full buffer is
     // written and the translation goes on in the emptied buffer, so nothing
     // is lost and nothing runs past its end.
-    size_t length = strlen(text);
-    if (length > static_cast<size_t>(msgBufferSize - 20))
-        length = static_cast<size_t>(msgBufferSize - 20);
+    size_t const kept = static_cast<size_t>(msgBufferSize - 20);
+    size_t length = 0; // no further than the cut: a long text is not read to its end
+    while (length < kept && text[length])
+        ++length;
     UINT used = 0;
     BOOLTYPE afterCR = FALSE;
     char character[GenericText::MAX_MBCS_BYTES + 1];
