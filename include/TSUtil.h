@@ -12,3 +12,8 @@
 #include "FileDir.h"
 #include "GenTxt.h"
 #include "GenSvc.h"
+#include "DDUMPC.h"
+#include "RegEntry.h"
+#include "RegKey.h"
+#include "RegValue.h"
+#include "RegDB.h"

@@ -330,11 +330,13 @@ public:
 
 // ---------------------------------------------------------------------------
 // CDumpContext: diagnostic text output to a CFile, or to standard error
-// when it has none.
+// when it has none. Every operator ends in OutputString, which a derived
+// stream replaces to send the text its own way.
 
 class TSAFX_API CDumpContext {
 public:
     explicit CDumpContext(CFile *pFile = nullptr);
+    virtual ~CDumpContext();
 
     int GetDepth() const;
     void SetDepth(int nNewDepth);
@@ -355,7 +357,9 @@ public:
     void Flush();
 
 protected:
-    void OutputString(LPCSTR lpsz);
+    // Writes the text to the file (CFile::Write, which throws on failure)
+    // or to standard error.
+    virtual void OutputString(LPCSTR lpsz);
 
     int m_nDepth;
 public:

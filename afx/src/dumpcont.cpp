@@ -6,6 +6,8 @@
 
 CDumpContext::CDumpContext(CFile *pFile) : m_nDepth(0), m_pFile(pFile) {}
 
+CDumpContext::~CDumpContext() {}
+
 int CDumpContext::GetDepth() const { return m_nDepth; }
 
 void CDumpContext::SetDepth(int nNewDepth) { m_nDepth = nNewDepth; }
