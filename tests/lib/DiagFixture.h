@@ -1,8 +1,8 @@
 // A test of the diagnostic guard and the installation settings: a scratch
 // folder for diagnostic files, an installation base key of the test's own
-// (HKCU\Software\TSUtilTests\<test>) named through SetRegistryDefaults, and
-// the class-wide state of DiagGuard and TessaviInitInfo put back to its
-// initial values before and after.
+// (Software\TSUtilTests\<test> in HKCU, or in the hive the test names),
+// named through SetRegistryDefaults, and the class-wide state of DiagGuard
+// and TessaviInitInfo put back to its initial values before and after.
 #pragma once
 
 #include "DiagGrd.h"
@@ -57,8 +57,8 @@ protected:
     {
         base_ = std::string("Software\\TSUtilTests\\") +
                 ::testing::UnitTest::GetInstance()->current_test_info()->name();
-        DeleteRegTree(HKEY_CURRENT_USER, base_);
-        ASSERT_EQ(RegistryEntry::SetRegistryDefaults(base_.c_str(), HKEY_CURRENT_USER, 0, 0), TRUE);
+        DeleteRegTree(hive_, base_);
+        ASSERT_EQ(RegistryEntry::SetRegistryDefaults(base_.c_str(), hive_, 0, 0), TRUE);
         ResetDiagStatics();
     }
     void TearDown() override
@@ -67,7 +67,7 @@ protected:
         TessaviInitInfo::UnassignRegistryObjects();
         RegistryEntry::SetRegistryDefaults("", HKEY_LOCAL_MACHINE, 255, 255);
         ResetDiagStatics();
-        DeleteRegTree(HKEY_CURRENT_USER, base_);
+        DeleteRegTree(hive_, base_);
     }
 
     // The full path of a key below the base ("" for the base itself).
@@ -76,7 +76,7 @@ protected:
     void CreateKey(const std::string &sub = "")
     {
         HKEY k = nullptr;
-        ASSERT_EQ(RegCreateKeyExA(HKEY_CURRENT_USER, Path(sub).c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &k,
+        ASSERT_EQ(RegCreateKeyExA(hive_, Path(sub).c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &k,
                                   nullptr),
                   ERROR_SUCCESS);
         RegCloseKey(k);
@@ -92,14 +92,14 @@ protected:
     void SetValue(const std::string &sub, const char *name, DWORD type, const void *data, DWORD size)
     {
         HKEY k = nullptr;
-        ASSERT_EQ(RegOpenKeyExA(HKEY_CURRENT_USER, Path(sub).c_str(), 0, KEY_ALL_ACCESS, &k), ERROR_SUCCESS);
+        ASSERT_EQ(RegOpenKeyExA(hive_, Path(sub).c_str(), 0, KEY_ALL_ACCESS, &k), ERROR_SUCCESS);
         EXPECT_EQ(RegSetValueExA(k, name, 0, type, static_cast<const BYTE *>(data), size), ERROR_SUCCESS);
         RegCloseKey(k);
     }
     void DeleteValue(const std::string &sub, const char *name)
     {
         HKEY k = nullptr;
-        ASSERT_EQ(RegOpenKeyExA(HKEY_CURRENT_USER, Path(sub).c_str(), 0, KEY_ALL_ACCESS, &k), ERROR_SUCCESS);
+        ASSERT_EQ(RegOpenKeyExA(hive_, Path(sub).c_str(), 0, KEY_ALL_ACCESS, &k), ERROR_SUCCESS);
         EXPECT_EQ(RegDeleteValueA(k, name), ERROR_SUCCESS);
         RegCloseKey(k);
     }
@@ -108,6 +108,7 @@ protected:
 
     ScratchDir dir_; // first: the machine root that the registry lives in
     std::string base_;
+    HKEY hive_ = HKEY_CURRENT_USER; // the installation's hive; set before SetUp
 };
 
 } // namespace tstest
