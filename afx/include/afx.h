@@ -262,6 +262,51 @@ public:
 
 [[noreturn]] TSAFX_API void AfxThrowFileException(int cause, LONG lOsError = -1, LPCSTR lpszFileName = nullptr);
 
+// A guarded section of the calling thread. Building the link enters it in
+// the thread's chain of sections; the section is left at AfxTryCleanup or
+// when the link is destroyed, whichever comes first. A caught exception
+// stored in m_pException is deleted (Delete()) when the section is left.
+struct TSAFX_API AFX_EXCEPTION_LINK {
+    AFX_EXCEPTION_LINK();
+    ~AFX_EXCEPTION_LINK();
+
+    AFX_EXCEPTION_LINK *m_pLinkPrev;
+    CException *m_pException;
+
+    AFX_EXCEPTION_LINK(const AFX_EXCEPTION_LINK &) = delete;
+    AFX_EXCEPTION_LINK &operator=(const AFX_EXCEPTION_LINK &) = delete;
+};
+
+// Leaves the calling thread's innermost guarded section: deletes its
+// caught exception and takes the link out of the chain. Does nothing on a
+// thread that is in no section.
+TSAFX_API void AfxTryCleanup();
+
+// The framework's exception blocks. A caught exception is deleted when its
+// block ends; THROW_LAST passes it on undeleted.
+#define TRY                                                                                            \
+    {                                                                                                  \
+        AFX_EXCEPTION_LINK _afxExceptionLink;                                                          \
+        try {
+#define CATCH(class_name, e)                                                                           \
+    }                                                                                                  \
+    catch (class_name * e)                                                                             \
+    {                                                                                                  \
+        _afxExceptionLink.m_pException = e;
+#define AND_CATCH(class_name, e) CATCH(class_name, e)
+#define END_CATCH                                                                                      \
+    }                                                                                                  \
+    }
+#define CATCH_ALL(e) CATCH(CException, e)
+#define AND_CATCH_ALL(e) CATCH(CException, e)
+#define END_CATCH_ALL END_CATCH
+#define THROW(e) throw e
+#define THROW_LAST()                                                                                   \
+    do {                                                                                               \
+        _afxExceptionLink.m_pException = nullptr;                                                      \
+        throw;                                                                                         \
+    } while (0)
+
 // ---------------------------------------------------------------------------
 // CFile: an unbuffered file on a platform file handle.
 

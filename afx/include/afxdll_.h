@@ -1,15 +1,9 @@
 // Extension modules: the record a library keeps of itself, the framework's
-// list of loaded extension libraries, and the module state that says where
-// resources are looked up first.
+// list of loaded extension libraries (kept in the module state, afxstat_.h),
+// and the resource handle that says where resources are looked up first.
 #pragma once
 
-#include <windows.h>
-
-#ifndef TSAFX_API
-#define TSAFX_API
-#endif
-
-class CDynLinkLibrary;
+#include "afxstat_.h"
 
 // What an extension library keeps of itself while it is loaded. Zero
 // (not initialised) until AfxInitExtensionModule.
@@ -18,20 +12,6 @@ struct AFX_EXTENSION_MODULE {
     HMODULE hModule;    // the library's own module
     HMODULE hResource;  // where its resources are found; the module itself
 };
-
-// The state of one module of the program: the current instance and resource
-// handles and the list of extension libraries wired into it. There is one
-// for the process; per-thread states may stand in front of it later, which
-// is why callers reach it only through AfxGetModuleState.
-struct AFX_MODULE_STATE {
-    HINSTANCE m_hCurrentInstanceHandle;
-    HINSTANCE m_hCurrentResourceHandle;
-    CDynLinkLibrary *m_libraryList; // newest first; guarded inside the framework
-};
-
-// The module state in effect for the calling thread. Never null; usable
-// from the load code of any library that links the framework.
-TSAFX_API AFX_MODULE_STATE *AfxGetModuleState();
 
 // The current resource handle of the module state (null until someone sets
 // one), and its replacement.

@@ -1,13 +1,9 @@
-// Extension modules and the process's module state.
+// Extension modules and the resource handle.
 #include <afxdll_.h>
 
 #include <mutex>
 
 namespace {
-
-// Constant-initialised, so that libraries loaded after the framework find
-// the state ready in their own load code, and nothing is torn down at exit.
-AFX_MODULE_STATE processModuleState = {nullptr, nullptr, nullptr};
 
 // Guards the library list; constexpr-constructed like the state.
 std::mutex &ListLock()
@@ -17,11 +13,6 @@ std::mutex &ListLock()
 }
 
 } // namespace
-
-AFX_MODULE_STATE *AfxGetModuleState()
-{
-    return &processModuleState;
-}
 
 HINSTANCE AfxGetResourceHandle()
 {

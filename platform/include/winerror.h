@@ -120,6 +120,7 @@
 #define ERROR_INVALID_SECURITY_DESCR            1338L
 #define ERROR_ALLOTTED_SPACE_EXCEEDED           1344L
 #define ERROR_INVALID_WINDOW_HANDLE             1400L
+#define ERROR_INVALID_THREAD_ID                 1444L
 #define ERROR_TIMEOUT                           1460L
 #define ERROR_INVALID_USER_BUFFER               1784L
 
