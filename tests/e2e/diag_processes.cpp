@@ -77,7 +77,7 @@ TEST_F(DiagProcessTest, AnOpenGateReportsAndEndsTheProcess)
                       R"((.*)\r\n\r\n)");
     struct Case {
         const char *mode, *expression;
-    } cases[] = {{"assert", "argc < 0"}, {"fail", "FALSE"}};
+    } cases[] = {{"assert", "argc < 0"}, {"fail", "FALSE"}, {"console", "argc < 0"}};
     for (const Case &c : cases) {
         std::string file = std::string(c.mode) + ".txt";
         EXPECT_EQ(Probe(c.mode, file), 1) << c.mode;

@@ -47,7 +47,7 @@ int main(int argc, char **argv)
     std::unique_ptr<DiagGuard> guard;
     if (strcmp(mode, "console") == 0) {
         service.reset(new GenericService("TSDiagProbe", "TSUtil Diagnostic Probe", FALSE, 1000));
-        guard.reset(new DiagGuard(argv[4]));
+        guard.reset(new DiagGuardService(argv[4]));
     } else if (strcmp(mode, "assert") == 0 || strcmp(mode, "fail") == 0) {
         guard.reset(new DiagGuard(argv[4]));
     } else {
