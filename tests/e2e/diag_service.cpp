@@ -70,22 +70,29 @@ protected:
         return text;
     }
 
+    // Starts the probe in a mode and expects the report of a thread that
+    // emitted where before its assertion.
+    void ExpectReport(const std::string &mode, const std::string &where)
+    {
+        static const std::regex report(
+            R"((.*)\r\n\r\n\r\n\*\*Tessavi Assertion Failed\*\*\r\n     File: .*diagsvc_probe\.cpp ,  )"
+            R"(Line: \d+\r\n       Time/date of compile: [^\r]+\r\n\r\n Assertion:\r\n  FALSE\r\n\r\n)");
+        ASSERT_NO_FATAL_FAILURE(Start(mode));
+        std::smatch m;
+        std::string text = AwaitReport(mode + ".txt");
+        ASSERT_TRUE(std::regex_match(text, m, report)) << text;
+        EXPECT_EQ(m[1].str(), where);
+    }
+
     SC_HANDLE scm_ = nullptr;
     SC_HANDLE service_ = nullptr;
 };
-
-const std::regex kReport(R"((.*)\r\n\r\n\r\n\*\*Tessavi Assertion Failed\*\*\r\n     File: .*diagsvc_probe\.cpp ,  )"
-                         R"(Line: \d+\r\n       Time/date of compile: [^\r]+\r\n\r\n Assertion:\r\n  FALSE\r\n\r\n)");
 
 // On a thread other than the named one: SERVICE_STOPPED comes from the
 // guard, with the exit code the service had (0), before the process ends.
 TEST_F(DiagServiceTest, AnotherThreadReportsTheStop)
 {
-    Start("other");
-    std::smatch m;
-    std::string text = AwaitReport("other.txt");
-    ASSERT_TRUE(std::regex_match(text, m, kReport)) << text;
-    EXPECT_EQ(m[1].str(), "worker thread");
+    ExpectReport("other", "worker thread");
     SERVICE_STATUS s{};
     ASSERT_TRUE(tstest::ServiceTest::WaitForState(service_, SERVICE_STOPPED, &s));
     EXPECT_EQ(s.dwWin32ExitCode, 0u) << "the stop was reported, not found by the manager";
@@ -96,11 +103,7 @@ TEST_F(DiagServiceTest, AnotherThreadReportsTheStop)
 // gone.
 TEST_F(DiagServiceTest, TheNamedThreadRequestsTheStop)
 {
-    Start("named");
-    std::smatch m;
-    std::string text = AwaitReport("named.txt");
-    ASSERT_TRUE(std::regex_match(text, m, kReport)) << text;
-    EXPECT_EQ(m[1].str(), "named thread");
+    ExpectReport("named", "named thread");
     TS_SKIP_ON_WINE("the service manager does not notice a service process that ends without reporting its stop");
     SERVICE_STATUS s{};
     ASSERT_TRUE(tstest::ServiceTest::WaitForState(service_, SERVICE_STOPPED, &s));

@@ -103,6 +103,14 @@ protected:
         EXPECT_EQ(RegDeleteValueA(k, name), ERROR_SUCCESS);
         RegCloseKey(k);
     }
+    // The installation with a "Diagnostics" key whose AllowDiagnostics is
+    // allow, assigned.
+    void AssignWithDiagnostics(DWORD allow)
+    {
+        CreateKey("Diagnostics");
+        SetDword("Diagnostics", "AllowDiagnostics", allow);
+        ASSERT_EQ(TessaviInitInfo::AssignRegistryObjects(), TRUE);
+    }
     std::string File(const std::string &name) const { return dir_ / name; }
     std::string Content(const std::string &name) const { return ReadWholeFile(dir_ / name); }
 

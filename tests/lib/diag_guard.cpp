@@ -125,9 +125,8 @@ TEST_F(DiagTest, AGuardBuiltBeforeTheRegistryWasReadStaysSilent)
 TEST_F(DiagTest, MonitoredSwitchesFollowTheRegistry)
 {
     CreateKey("Diagnostics");
-    SetDword("Diagnostics", "AllowDiagnostics", 0);
     SetDword("Diagnostics", "EnableErrorMessages", 1);
-    ASSERT_EQ(TessaviInitInfo::AssignRegistryObjects(), TRUE);
+    AssignWithDiagnostics(0);
     DiagGuard g(File("monitored.txt").c_str());
     DiagGuard::SetThreadDiagGuardPtr(&g);
 
@@ -175,9 +174,7 @@ TEST_F(DiagTest, TheClassBitComesFirst)
 // A thread with no guard passes no gate, and its assertions go on.
 TEST_F(DiagTest, AThreadWithoutAGuardPassesNoGate)
 {
-    CreateKey("Diagnostics");
-    SetDword("Diagnostics", "AllowDiagnostics", 1);
-    ASSERT_EQ(TessaviInitInfo::AssignRegistryObjects(), TRUE);
+    AssignWithDiagnostics(1);
     DiagGuard g(File("main.txt").c_str());
     DiagGuard::SetThreadDiagGuardPtr(&g);
     unsigned result = tstest::RunOnOtherThread([] {
@@ -195,9 +192,7 @@ TEST_F(DiagTest, AThreadWithoutAGuardPassesNoGate)
 // Threads that share a guard write whole messages, each a chain of pieces.
 TEST_F(DiagTest, MessagesOfThreadsSharingAGuardStayWhole)
 {
-    CreateKey("Diagnostics");
-    SetDword("Diagnostics", "AllowDiagnostics", 1);
-    ASSERT_EQ(TessaviInitInfo::AssignRegistryObjects(), TRUE);
+    AssignWithDiagnostics(1);
     DiagGuard shared(File("shared.txt").c_str());
     constexpr int kThreads = 4, kMessages = 200;
     std::vector<HANDLE> threads;
@@ -249,9 +244,7 @@ TEST_F(DiagTest, FailedLineWritesTheReport)
 // without a file name passes its gates and writes nowhere.
 TEST_F(DiagTest, DefaultBuiltAndNamelessGuardsDoNoHarm)
 {
-    CreateKey("Diagnostics");
-    SetDword("Diagnostics", "AllowDiagnostics", 1);
-    ASSERT_EQ(TessaviInitInfo::AssignRegistryObjects(), TRUE);
+    AssignWithDiagnostics(1);
     {
         DiagGuard placeholder;
         DiagGuard::SetThreadDiagGuardPtr(&placeholder);
@@ -271,9 +264,7 @@ TEST_F(DiagTest, DefaultBuiltAndNamelessGuardsDoNoHarm)
 // switches they read last and read the registry no more.
 TEST_F(DiagTest, UnassignTakesTheKeyFromLiveGuards)
 {
-    CreateKey("Diagnostics");
-    SetDword("Diagnostics", "AllowDiagnostics", 1);
-    ASSERT_EQ(TessaviInitInfo::AssignRegistryObjects(), TRUE);
+    AssignWithDiagnostics(1);
     DiagGuard g(File("readers.txt").c_str());
     std::atomic<bool> stop{false};
     std::atomic<int> reads{0};
