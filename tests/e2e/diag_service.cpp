@@ -80,7 +80,10 @@ protected:
         ASSERT_NO_FATAL_FAILURE(Start(mode));
         std::smatch m;
         std::string text = AwaitReport(mode + ".txt");
-        ASSERT_TRUE(std::regex_match(text, m, report)) << text;
+        SERVICE_STATUS s{};
+        QueryServiceStatus(service_, &s);
+        ASSERT_TRUE(std::regex_match(text, m, report))
+            << text << "\nservice state " << s.dwCurrentState << ", exit code " << s.dwWin32ExitCode;
         EXPECT_EQ(m[1].str(), where);
     }
 

@@ -35,7 +35,6 @@ struct GuardFields : DiagGuard {
     {
         static_cast<GuardFields &>(g).classDiagMasks[index] = mask;
     }
-    static void SetMonitor(DiagGuard &g, BOOLTYPE on) { static_cast<GuardFields &>(g).monitorDiagFlags = on; }
 };
 
 inline void ResetDiagStatics()

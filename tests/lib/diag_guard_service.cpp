@@ -48,27 +48,30 @@ struct GuardProbe : DiagGuardService {
 };
 
 // Runs fn on a thread of the framework, so that AfxGetThread names it, and
-// gives that thread's object to named before the thread starts working
-// (as a program sets serviceDiagExecThreadPtr before the thread's guard).
+// gives that thread's object to named before fn runs (as a program sets
+// serviceDiagExecThreadPtr before the thread's guard is built).
 void RunOnFrameworkThread(std::function<void()> fn, CWinThread **named)
 {
     struct Job {
         std::function<void()> fn;
-        HANDLE done;
-    } job{std::move(fn), CreateEventA(nullptr, TRUE, FALSE, nullptr)};
-    CWinThread *thread = AfxBeginThread(
+        HANDLE go, done;
+    } job{std::move(fn), CreateEventA(nullptr, TRUE, FALSE, nullptr), CreateEventA(nullptr, TRUE, FALSE, nullptr)};
+    // Started without AfxBeginThread, which suspends the thread on its way.
+    CWinThread *thread = new CWinThread(
         [](LPVOID p) -> UINT {
             Job *j = static_cast<Job *>(p);
-            j->fn();
+            if (WaitForSingleObject(j->go, kWaitBound) == WAIT_OBJECT_0)
+                j->fn();
             SetEvent(j->done);
             return 0;
         },
-        &job, THREAD_PRIORITY_NORMAL, 0, CREATE_SUSPENDED);
-    ASSERT_NE(thread, nullptr);
+        &job);
+    ASSERT_TRUE(thread->CreateThread()); // the object deletes itself at the thread's end
     if (named)
         *named = thread;
-    thread->ResumeThread();
+    SetEvent(job.go);
     EXPECT_EQ(WaitForSingleObject(job.done, kWaitBound), WAIT_OBJECT_0);
+    CloseHandle(job.go);
     CloseHandle(job.done);
 }
 

@@ -5,7 +5,7 @@
 //
 // it reads the installation's settings below HIVE\BASE (HKCU or HKLM),
 // starts, and once running makes a thread of the framework, named in
-// GenericService::serviceDiagExecThreadPtr before it starts. Then
+// GenericService::serviceDiagExecThreadPtr before it builds its guard. Then
 //   named   the named thread fails an assertion: the service is asked to
 //           stop, and the process ends before anything reports the stop;
 //   other   the service's worker thread fails one: SERVICE_STOPPED is
@@ -42,9 +42,18 @@ void FailHere(char const *where)
     DiagGuard::SetThreadDiagGuardPtr(nullptr);
 }
 
-UINT NamedThread(LPVOID fail)
+// The named thread waits until it has been named: a guard takes its
+// snapshot of serviceDiagExecThreadPtr when it is built.
+struct Naming {
+    HANDLE named;
+    bool fail;
+};
+
+UINT NamedThread(LPVOID p)
 {
-    if (fail)
+    Naming *naming = static_cast<Naming *>(p);
+    WaitForSingleObject(naming->named, INFINITE);
+    if (naming->fail)
         FailHere("named thread");
     else
         Sleep(INFINITE); // named, and never failing
@@ -53,27 +62,31 @@ UINT NamedThread(LPVOID fail)
 
 class ProbeService : public WorkerService {
 public:
-    explicit ProbeService(bool failOnNamed)
-        : WorkerService(kShortName, kLongName, TRUE, INFINITE), failOnNamed_(failOnNamed)
+    explicit ProbeService(bool failOnNamed) : WorkerService(kShortName, kLongName, TRUE, INFINITE)
     {
+        naming_.named = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+        naming_.fail = failOnNamed;
     }
 
 protected:
     // On the worker thread, once the service runs.
     void Started() override
     {
-        CWinThread *named = AfxBeginThread(NamedThread, failOnNamed_ ? this : nullptr, THREAD_PRIORITY_NORMAL, 0,
-                                           CREATE_SUSPENDED);
-        if (!named)
+        // A worker of the framework, started without AfxBeginThread, which
+        // suspends the thread on its way.
+        CWinThread *named = new CWinThread(NamedThread, &naming_);
+        if (!naming_.named || !named->CreateThread()) {
+            delete named;
             return;
+        }
         GenericService::serviceDiagExecThreadPtr = named;
-        named->ResumeThread();
-        if (!failOnNamed_)
+        SetEvent(naming_.named);
+        if (!naming_.fail)
             FailHere("worker thread");
     }
 
 private:
-    bool failOnNamed_;
+    Naming naming_;
 };
 
 } // namespace
