@@ -101,7 +101,8 @@ void BM_GateOpenMonitorOn(benchmark::State &state)
 BENCHMARK(BM_GateOpenMonitorOn);
 
 // Each gate follows a write to the key (not timed) and must see it: the
-// write turns the switch off and on in turn.
+// write turns messages off and on in turn, so that every gate reads both
+// switches and its answer alternates.
 void BM_GateOpenMonitorOnAfterWrite(benchmark::State &state)
 {
     GuardedThread guarded(TRUE);
@@ -109,7 +110,7 @@ void BM_GateOpenMonitorOnAfterWrite(benchmark::State &state)
     for (auto _ : state) {
         state.PauseTiming();
         on ^= 1;
-        SetDword(guarded.key(), "AllowDiagnostics", on);
+        SetDword(guarded.key(), "EnableOtherMessages", on);
         state.ResumeTiming();
         DiagGuard *g = DiagGuard::Gate(kText, DiagGuard::MESSAGE_BIT);
         if ((g != nullptr) != (on == 1))
