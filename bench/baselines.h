@@ -1,6 +1,9 @@
-// Standard-library baselines that more than one bench program runs beside
-// its own subject, written once so every program measures the same thing.
+// Baselines that more than one bench program runs beside its own subject
+// (standard-library classes, bare platform calls), written once so every
+// program measures the same thing.
 #pragma once
+
+#include <windows.h>
 
 #include <benchmark/benchmark.h>
 
@@ -42,4 +45,16 @@ inline void RunCondVarPingPong(benchmark::State &state)
         cv.wait(lock, [&] { return turn == 0; });
     }
     partner.join();
+}
+
+// One iteration: a bare RegQueryValueExA of the REG_DWORD "value" of the
+// open key k.
+inline void RunRegQueryDword(benchmark::State &state, HKEY k)
+{
+    for (auto _ : state) {
+        DWORD out = 0, cb = 4;
+        if (RegQueryValueExA(k, "value", nullptr, nullptr, reinterpret_cast<BYTE *>(&out), &cb) != ERROR_SUCCESS)
+            state.SkipWithError("query failed");
+        benchmark::DoNotOptimize(out);
+    }
 }

@@ -10,6 +10,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include "baselines.h"
+
 #include <string>
 
 #if TSUTIL_BENCH_SQLITE
@@ -42,12 +44,7 @@ void BM_RegQueryDword(benchmark::State &state)
     HKEY k = OpenBench();
     DWORD v = 42;
     RegSetValueExA(k, "value", 0, REG_DWORD, reinterpret_cast<BYTE *>(&v), 4);
-    for (auto _ : state) {
-        DWORD out = 0, cb = 4;
-        if (RegQueryValueExA(k, "value", nullptr, nullptr, reinterpret_cast<BYTE *>(&out), &cb) != ERROR_SUCCESS)
-            state.SkipWithError("query failed");
-        benchmark::DoNotOptimize(out);
-    }
+    RunRegQueryDword(state, k);
     RegCloseKey(k);
 }
 BENCHMARK(BM_RegQueryDword);

@@ -74,7 +74,7 @@ public:
     // Writes one piece of text: its first 280 bytes (the rest is dropped
     // without a mark), with each line feed that does not follow a carriage
     // return written as CR LF. The flag of a preceding CR does not carry
-    // over from one call to the next. text must not be null.
+    // over from one call to the next. A null text is written as "(NULL)".
     void Diag_OutputString(char const *text);
     // Hands written data to the disk; a failure silences the stream.
     void Diag_Flush();
@@ -114,6 +114,9 @@ private:
     BOOL TryOpen(char const *name, int &cause);
     // Writes count bytes of textOutBuffer, or silences the stream.
     BOOLTYPE WriteOut(UINT count);
+    // Adds translated bytes to textOutBuffer (used bytes so far), writing
+    // out a full buffer first; FALSE when a write failed.
+    BOOLTYPE Append(UINT &used, char const *bytes, size_t count);
     // Shows the text in a box and ends the process in order: outputState
     // has a value that no operation gives it.
     [[noreturn]] static void BadOutputState(char const *text);
@@ -125,6 +128,6 @@ private:
     int outputState;     // 0 output works, 3 output has stopped for good
     int textOutBufferSize;
     int msgBufferSize;
-    char *textInBuffer;  // INIT_MSG_BUFFER_SIZE + 1 bytes: the piece as it came
+    char *textInBuffer;  // INIT_MSG_BUFFER_SIZE + 1 bytes: the piece from its first byte of 0x80 up
     char *textOutBuffer; // msgBufferSize + 1 bytes: the piece translated
 };

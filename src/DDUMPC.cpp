@@ -13,6 +13,7 @@
 #include <string.h>
 
 #include <cassert>
+#include <cstdint>
 #include <cwchar>
 
 namespace {
@@ -23,6 +24,26 @@ static_assert(kOpenFlags == 0x1021, "the diagnostic file's open flags");
 
 // The most bytes that the wide-text operator hands on.
 const size_t kWideTextBytes = 512;
+
+// The end of the run of single-byte characters other than LF that starts at
+// in: bytes below 0x80, which are whole characters in every code page. Eight
+// bytes are looked at in one step while no LF and no byte from 0x80 up can
+// be among them.
+char const *SingleByteRunEnd(char const *in, char const *end)
+{
+    uint64_t const ones = 0x0101010101010101ull, highs = 0x8080808080808080ull;
+    while (end - in >= 8) {
+        uint64_t bytes;
+        memcpy(&bytes, in, 8);
+        uint64_t feeds = bytes ^ (ones * '\n'); // a zero byte where an LF stands
+        if ((((feeds - ones) & ~feeds) | bytes) & highs)
+            break;
+        in += 8;
+    }
+    while (in < end && *in != '\n' && static_cast<unsigned char>(*in) < 0x80)
+        ++in;
+    return in;
+}
 
 char *ZeroedBlock(size_t bytes) { return static_cast<char *>(GlobalAlloc(GMEM_FIXED | GMEM_ZEROINIT, bytes)); }
 
@@ -152,62 +173,89 @@ void DiagDumpContext::Diag_OutputString(char const *text)
     case 3: return;
     default: BadOutputState("ERROR! -- Bad case in DDUMPC Diag_OutputString.\n");
     }
+    if (!text)
+        text = "(NULL)"; // as the text operator writes a null string
     // A stream without its buffers (they could not be had) has nothing to
     // work with and stays silent.
-    if (!text || !textInBuffer || !textOutBuffer) {
+    if (!textInBuffer || !textOutBuffer) {
         outputState = 3;
         return;
     }
-
-    size_t length = strlen(text);
-    size_t kept = static_cast<size_t>(msgBufferSize - 20);
-    if (length > kept)
-        length = kept;
-    memcpy(textInBuffer, text, length);
-    textInBuffer[length] = 0;
-
     CheckOpenDumpFile();
     if (!m_pFile || m_pFile->m_hFile == static_cast<UINT>(CFile::hFileNull)) {
         outputState = 3; // nothing open to write to: silent from now on
         return;
     }
 
-    // Line feeds that follow no carriage return become CR LF. A piece can
-    // grow past textOutBuffer (each LF adds a byte): what is translated so
-    // far is then written, and the translation goes on in the emptied
-    // buffer, so no text is lost and no buffer overrun.
-    UINT out = 0;
+    // At most the first 280 bytes are written; the rest is dropped. Line
+    // feeds that follow no carriage return become CR LF. The translated text
+    // may outgrow textOutBuffer (each LF adds a byte): a full buffer is
+    // written and the translation goes on in the emptied buffer, so nothing
+    // is lost and nothing runs past its end.
+    size_t const kept = static_cast<size_t>(msgBufferSize - 20);
+    size_t length = 0; // no further than the cut: a long text is not read to its end
+    while (length < kept && text[length])
+        ++length;
+    UINT used = 0;
     BOOLTYPE afterCR = FALSE;
     char character[GenericText::MAX_MBCS_BYTES + 1];
-    for (char const *in = textInBuffer; *in;) {
-        char const *piece = character;
-        size_t pieceLength;
-        if (static_cast<unsigned char>(*in) < 0x80) {
-            // Below 0x80 a byte is a whole character in every code page.
-            character[0] = *in++;
-            character[1] = 0;
-            pieceLength = 1;
+    char const *in = text, *end = text + length;
+    bool inCopy = false;
+    while (in < end) {
+        char const *run = in;
+        in = SingleByteRunEnd(in, end);
+        if (in > run) {
+            if (!Append(used, run, static_cast<size_t>(in - run)))
+                return;
+            afterCR = in[-1] == '\r' ? TRUE : FALSE;
+        }
+        if (in == end)
+            break;
+        if (*in == '\n') {
+            if (!(afterCR == TRUE ? Append(used, "\n", 1) : Append(used, "\r\n", 2)))
+                return;
+            ++in;
         } else {
+            if (!inCopy) {
+                // From the first byte of 0x80 or more, which may begin a
+                // double-byte character, the walk goes on in textInBuffer:
+                // there the cut text ends, and a lead byte at the cut is no
+                // character.
+                size_t rest = static_cast<size_t>(end - in);
+                memcpy(textInBuffer, in, rest);
+                textInBuffer[rest] = 0;
+                in = textInBuffer;
+                end = textInBuffer + rest;
+                inCopy = true;
+            }
             GenericText::CopyFirstCharString(character, in);
             in = reinterpret_cast<char const *>(_mbsinc(reinterpret_cast<unsigned char const *>(in)));
-            pieceLength = strlen(character);
-        }
-        if (character[0] == '\n' && afterCR == FALSE) {
-            piece = "\r\n";
-            pieceLength = 2;
-        } else {
-            afterCR = character[0] == '\r' ? TRUE : FALSE;
-        }
-        if (out + pieceLength > static_cast<size_t>(msgBufferSize)) {
-            if (!WriteOut(out))
+            if (!Append(used, character, strlen(character)))
                 return;
-            out = 0;
         }
-        memcpy(textOutBuffer + out, piece, pieceLength);
-        out += static_cast<UINT>(pieceLength);
+        afterCR = FALSE;
     }
-    WriteOut(out);
+    WriteOut(used);
     textOutBuffer[0] = 0;
+}
+
+BOOLTYPE DiagDumpContext::Append(UINT &used, char const *bytes, size_t count)
+{
+    while (count) {
+        size_t room = static_cast<size_t>(msgBufferSize) - used;
+        if (room == 0) {
+            if (!WriteOut(used))
+                return FALSE;
+            used = 0;
+            continue;
+        }
+        size_t part = count < room ? count : room;
+        memcpy(textOutBuffer + used, bytes, part);
+        used += static_cast<UINT>(part);
+        bytes += part;
+        count -= part;
+    }
+    return TRUE;
 }
 
 void DiagDumpContext::Diag_Flush()
@@ -232,7 +280,7 @@ void DiagDumpContext::OutputString(LPCSTR text) { Diag_OutputString(text); }
 
 DiagDumpContext &DiagDumpContext::operator<<(char const *text)
 {
-    Diag_OutputString(text ? text : "(NULL)");
+    Diag_OutputString(text); // a null text is written as "(NULL)"
     return *this;
 }
 

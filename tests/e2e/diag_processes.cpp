@@ -1,105 +1,99 @@
-// Diagnostics across processes: an operator switches a running program's
-// diagnostics with tsreg, and the next gate follows; gated assertions end
-// a program (children/diag_probe) with exit code 1 and the report in its
-// file, or let it go on when the gate is shut.
-#include "../lib/DiagFixture.h"
+// Diagnostic files between processes (children/diagwriter): two processes
+// racing for one name, a name that no process gets a tenth time, written
+// text that survives an immediate exit, and a name that cannot be opened,
+// which ends the process with code 1, after telling the service manager of
+// the stop when the process is a service.
+#include "../platform/ScratchDir.h"
+#include "../platform/ServiceFixture.h"
 
-#include <regex>
+#include <set>
 #include <string>
-#include <vector>
+
+using tstest::ChildProcess;
+using tstest::ReadWholeFile;
+using tstest::ScratchDir;
 
 namespace {
 
-using tstest::DiagTest;
-
-const DiagGuard::ClassNameIndex kClass = static_cast<DiagGuard::ClassNameIndex>(12);
-
-class DiagProcessTest : public DiagTest {
-protected:
-    // tsreg with these words; its exit code.
-    int Tsreg(const std::string &args)
-    {
-        std::string out;
-        int code = tstest::RunCaptured("tsreg", args, out);
-        EXPECT_EQ(code, 0) << "tsreg " << args << ": " << out;
-        return code;
-    }
-    std::string DiagKey() const { return "\"HKCU\\" + Path("Diagnostics") + "\""; }
-    void SwitchWithTsreg(const char *value, int number)
-    {
-        Tsreg("add " + DiagKey() + " /v " + value + " /t REG_DWORD /d " + std::to_string(number) + " /f");
-    }
-
-    // Runs diag_probe in a mode against this test's settings; its exit code.
-    int Probe(const std::string &mode, const std::string &file)
-    {
-        tstest::ChildProcess child;
-        if (!child.Start("diag_probe", {mode, "HKCU", base_, File(file)}))
-            return -2;
-        return child.Wait();
-    }
-};
-
-// The operator's switch, from another process and with no restart, is seen
-// at the next gate in both directions; a value deleted meanwhile leaves the
-// last value read.
-TEST_F(DiagProcessTest, OperatorSwitchesDiagnosticsWithTsreg)
+// Waits at most kWaitBound for a file named by a path of the platform's
+// own form (AwaitFile takes the host's).
+bool AwaitPlatformFile(const std::string &path)
 {
-    CreateKey("Diagnostics");
-    ASSERT_EQ(TessaviInitInfo::AssignRegistryObjects(), TRUE);
-    DiagGuard g(File("operator.txt").c_str());
-    DiagGuard::SetThreadDiagGuardPtr(&g);
-
-    DIAG_MSG(kClass, "before\n");
-    SwitchWithTsreg("AllowDiagnostics", 1);
-    DIAG_MSG(kClass, "on\n");
-    SwitchWithTsreg("AllowDiagnostics", 0);
-    DIAG_MSG(kClass, "off\n");
-    SwitchWithTsreg("AllowDiagnostics", 1);
-    SwitchWithTsreg("EnableOtherMessages", 1);
-    DIAG_MSG(kClass, "on again\n");
-    Tsreg("delete " + DiagKey() + " /v EnableOtherMessages /f");
-    DIAG_MSG(kClass, "value gone\n");
-    SwitchWithTsreg("EnableOtherMessages", 0);
-    DIAG_MSG(kClass, "messages off\n");
-    DIAG_ERR(kClass, "errors still on\n");
-    EXPECT_EQ(Content("operator.txt"), "on\r\non again\r\nvalue gone\r\nerrors still on\r\n");
+    for (DWORD waited = 0; GetFileAttributesA(path.c_str()) == INVALID_FILE_ATTRIBUTES; waited += 5) {
+        if (waited >= tstest::kWaitBound)
+            return false;
+        Sleep(5);
+    }
+    return true;
 }
 
-// The report of a failed assertion with the gate open, and the end of the
-// process right there.
-TEST_F(DiagProcessTest, AnOpenGateReportsAndEndsTheProcess)
+TEST(DiagProcesses, TwoProcessesRacingForOneNameGetOneFileEach)
 {
-    CreateKey("Diagnostics");
-    SetDword("Diagnostics", "AllowDiagnostics", 1);
-    std::regex report(R"(probe (\w+)\r\n\r\n\r\n\*\*Tessavi Assertion Failed\*\*\r\n     File: .*diag_probe\.cpp ,  Line: \d+)"
-                      R"(\r\n       Time/date of compile: \w{3} \w{3} [ \d]\d \d\d:\d\d:\d\d \d{4}\r\n\r\n Assertion:\r\n  )"
-                      R"((.*)\r\n\r\n)");
-    struct Case {
-        const char *mode, *expression;
-    } cases[] = {{"assert", "argc < 0"}, {"fail", "FALSE"}, {"console", "argc < 0"}};
-    for (const Case &c : cases) {
-        std::string file = std::string(c.mode) + ".txt";
-        EXPECT_EQ(Probe(c.mode, file), 1) << c.mode;
-        std::string text = Content(file);
-        std::smatch m;
-        ASSERT_TRUE(std::regex_match(text, m, report)) << c.mode << ":\n" << text;
-        EXPECT_EQ(m[1].str(), c.mode);
-        EXPECT_EQ(m[2].str(), c.expression);
-    }
+    ScratchDir dir;
+    ChildProcess first, second;
+    ASSERT_TRUE(first.Start("diagwriter", {"hold", dir.path(), "race.txt", "first"}));
+    ASSERT_TRUE(second.Start("diagwriter", {"hold", dir.path(), "race.txt", "second"}));
+    ASSERT_TRUE(AwaitPlatformFile(dir / "ready-first"));
+    ASSERT_TRUE(AwaitPlatformFile(dir / "ready-second"));
+    std::set<std::string> contents = {ReadWholeFile(dir / "race.txt"), ReadWholeFile(dir / "rac2.txt")};
+    EXPECT_EQ(contents, (std::set<std::string>{"first", "second"}));
+    first.Kill();
+    second.Kill();
 }
 
-// With the gate shut the program goes on: no report, exit code 0.
-TEST_F(DiagProcessTest, AShutGateLetsTheProgramGoOn)
+TEST(DiagProcesses, TheTenthWriterOfANameEndsItsProcess)
 {
-    CreateKey("Diagnostics");
-    EXPECT_EQ(Probe("assert", "off.txt"), 0);
-    EXPECT_EQ(Content("off.txt"), "<missing>") << "diagnostics off: no file at all";
+    ScratchDir dir;
+    ChildProcess crowd;
+    ASSERT_TRUE(crowd.Start("diagwriter", {"crowd", dir.path(), "defWDiag.txt"}));
+    EXPECT_EQ(crowd.Wait(), 1);
+    EXPECT_EQ(ReadWholeFile(dir / "defWDiag.txt"), "1");
+    for (int i = 2; i <= 9; ++i)
+        EXPECT_EQ(ReadWholeFile(dir / ("defWDia" + std::to_string(i) + ".txt")), std::to_string(i));
+}
 
-    SetDword("Diagnostics", "AllowDiagnostics", 1);
-    SetDword("Diagnostics", "EnableErrorMessages", 0);
-    EXPECT_EQ(Probe("assert", "noerrors.txt"), 0);
-    EXPECT_EQ(Content("noerrors.txt"), "probe assert\r\nwent on\r\n");
+TEST(DiagProcesses, WrittenTextSurvivesAnImmediateExit)
+{
+    ScratchDir dir;
+    ChildProcess writer;
+    ASSERT_TRUE(writer.Start("diagwriter", {"exit", dir.path(), "exit.txt", "gone"}));
+    EXPECT_EQ(writer.Wait(), 5);
+    EXPECT_EQ(ReadWholeFile(dir / "exit.txt"), "gone");
+}
+
+TEST(DiagProcesses, ABareNameThatCannotBeOpenedEndsTheProcessWithCode1)
+{
+    ScratchDir dir;
+    ASSERT_TRUE(CreateDirectoryA((dir / "taken").c_str(), nullptr)); // a folder of that name
+    ChildProcess writer;
+    ASSERT_TRUE(writer.Start("diagwriter", {"write", dir.path(), "taken"}));
+    EXPECT_EQ(writer.Wait(), 1);
+}
+
+class DiagServiceTest : public tstest::ServiceTest {};
+
+TEST_F(DiagServiceTest, AServiceThatCannotOpenItsFileIsConcludedFirst)
+{
+    // A folder of the service test's own machine root (a ScratchDir would
+    // bring another).
+    std::string dir = "C:\\tsdiag" + std::to_string(GetCurrentProcessId());
+    ASSERT_TRUE(CreateDirectoryA(dir.c_str(), nullptr));
+    ASSERT_TRUE(CreateDirectoryA((dir + "\\taken").c_str(), nullptr));
+    std::string name = "TsDiag" + std::to_string(GetCurrentProcessId());
+    std::string command = "\"" + tstest::SiblingProgram("diagwriter") + "\" service " + dir + " taken";
+    SC_HANDLE service = CreateServiceA(scm_, name.c_str(), nullptr, SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS,
+                                       SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL, command.c_str(), nullptr, nullptr,
+                                       nullptr, nullptr, nullptr);
+    ASSERT_NE(service, nullptr) << GetLastError();
+    created_.push_back(name);
+    ASSERT_TRUE(StartServiceA(service, 0, nullptr)) << GetLastError();
+    SERVICE_STATUS status{};
+    EXPECT_TRUE(WaitForState(service, SERVICE_STOPPED, &status));
+    // Reported by the service itself: a process that died without a
+    // report would end with ERROR_PROCESS_ABORTED.
+    EXPECT_EQ(status.dwWin32ExitCode, static_cast<DWORD>(NO_ERROR));
+    CloseServiceHandle(service);
+    ScratchDir::RemoveTree(dir);
 }
 
 } // namespace
