@@ -1,8 +1,17 @@
 // Extension modules: the record a library keeps of itself, the framework's
-// list of loaded extension libraries (kept in the module state, afxstat_.h),
-// and the resource handle that says where resources are looked up first.
+// list of loaded extension libraries, and the module state that says where
+// resources are looked up first.
 #pragma once
 
+#include <windows.h>
+
+#ifndef TSAFX_API
+#define TSAFX_API
+#endif
+
+class CDynLinkLibrary;
+
+// The module state, AFX_MODULE_STATE, with the thread's state.
 #include "afxstat_.h"
 
 // What an extension library keeps of itself while it is loaded. Zero

@@ -3,13 +3,9 @@
 // state of each thread.
 #pragma once
 
-#include <windows.h>
+#include "afx.h"
 
 #include <stddef.h>
-
-#ifndef TSAFX_API
-#define TSAFX_API
-#endif
 
 class CDynLinkLibrary;
 class CWinApp;
@@ -58,7 +54,8 @@ public:
 };
 
 // A module's state for one thread: the framework thread object running on
-// it (AfxGetThread) and its memory failure handler.
+// it (AfxGetThread) and a memory failure handler that the thread's starter
+// may keep there for the program (the framework itself calls none).
 class TSAFX_API AFX_MODULE_THREAD_STATE : public CNoTrackObject {
 public:
     AFX_MODULE_THREAD_STATE();

@@ -2,6 +2,8 @@
 #include <afx.h>
 #include <afxstat_.h>
 
+#include "threadend.h"
+
 #include <assert.h>
 
 #include <atomic>
@@ -13,36 +15,31 @@ namespace {
 std::atomic<DWORD> lastSlot{0};
 
 // The calling thread's objects by slot, and whether the thread has ended.
-// Both are trivially destroyed, so they stay readable while other
-// per-thread objects of the thread go away.
+// Both are trivially destroyed, so they stay readable while the thread
+// ends.
 thread_local std::vector<CNoTrackObject *> *tlsObjects = nullptr;
 thread_local bool tlsEnded = false;
 
 // Deletes the thread's objects when the thread ends, newest first. A
 // destructor that asks for an object of the thread again makes one that
 // this loop deletes as well.
-struct ThreadObjectsReaper {
-    bool armed = false;
-    ~ThreadObjectsReaper()
-    {
-        std::vector<CNoTrackObject *> *objects = tlsObjects;
-        while (objects) {
-            size_t i = objects->size();
-            while (i > 0 && !(*objects)[i - 1])
-                --i;
-            if (i == 0)
-                break;
-            CNoTrackObject *object = (*objects)[i - 1];
-            (*objects)[i - 1] = nullptr;
-            delete object;
-        }
-        delete objects;
-        tlsObjects = nullptr;
-        tlsEnded = true;
+void DeleteThreadObjects()
+{
+    std::vector<CNoTrackObject *> *objects = tlsObjects;
+    while (objects) {
+        size_t i = objects->size();
+        while (i > 0 && !(*objects)[i - 1])
+            --i;
+        if (i == 0)
+            break;
+        CNoTrackObject *object = (*objects)[i - 1];
+        (*objects)[i - 1] = nullptr;
+        delete object;
     }
-};
-
-thread_local ThreadObjectsReaper reaper;
+    delete objects;
+    tlsObjects = nullptr;
+    tlsEnded = true;
+}
 
 DWORD SlotOf(DWORD *slotCell)
 {
@@ -81,11 +78,10 @@ CNoTrackObject *CThreadLocalObject::GetData(CNoTrackObject *(*pfnCreateObject)()
         tlsObjects = new (std::nothrow) std::vector<CNoTrackObject *>;
         if (!tlsObjects)
             AfxThrowMemoryException();
-        // Using the reaper makes its destructor run at the thread's end. A
-        // thread that asks again from a later destructor of its own end
-        // gets a table that nothing deletes any more.
+        // A thread that asks again from a later part of its own end gets a
+        // table that nothing deletes any more.
         if (!tlsEnded)
-            reaper.armed = true;
+            afx::CallAtThreadEnd(DeleteThreadObjects);
     }
     std::vector<CNoTrackObject *> &objects = *tlsObjects;
     if (slot < objects.size() && objects[slot])

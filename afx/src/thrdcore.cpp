@@ -57,20 +57,76 @@ unsigned __stdcall ThreadEntry(void *param)
     AfxEndThread(exitCode, TRUE);
 }
 
-// AfxBeginThread's common part: the thread is set up suspended, given its
-// priority, and let go unless the caller asked for it suspended.
+// CreateThread, and AfxBeginThread's start with a priority (when given) set
+// while the new thread waits at the end of its set-up, before any of its
+// work runs. Only a caller that asks for a suspended thread has it
+// suspended (a thread standing in a wait, which POSIX stops by a signal).
+BOOL StartThread(CWinThread *thread, DWORD dwCreateFlags, UINT nStackSize, LPSECURITY_ATTRIBUTES lpSecurityAttrs,
+                 const int *priority)
+{
+    if (thread->m_hThread)
+        return FALSE;
+    ThreadStartup startup = {};
+    startup.thread = thread;
+    startup.creatorModuleState = AfxGetModuleState();
+    startup.startedEvent = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    startup.resumeEvent = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    if (!startup.startedEvent || !startup.resumeEvent) {
+        if (startup.startedEvent)
+            ::CloseHandle(startup.startedEvent);
+        if (startup.resumeEvent)
+            ::CloseHandle(startup.resumeEvent);
+        return FALSE;
+    }
+    // Suspended at first whatever the caller asked, so that the handle and
+    // id are in place before the thread reads them.
+    unsigned threadId = 0;
+    thread->m_hThread = reinterpret_cast<HANDLE>(_beginthreadex(lpSecurityAttrs, nStackSize, ThreadEntry, &startup,
+                                                        dwCreateFlags | CREATE_SUSPENDED, &threadId));
+    if (!thread->m_hThread) {
+        ::CloseHandle(startup.startedEvent);
+        ::CloseHandle(startup.resumeEvent);
+        return FALSE;
+    }
+    thread->m_nThreadID = threadId;
+    [[maybe_unused]] DWORD count = ::ResumeThread(thread->m_hThread);
+    assert(count == 1);
+    [[maybe_unused]] DWORD waited = ::WaitForSingleObject(startup.startedEvent, INFINITE);
+    assert(waited == WAIT_OBJECT_0);
+    ::CloseHandle(startup.startedEvent);
+    if (startup.failed) {
+        waited = ::WaitForSingleObject(thread->m_hThread, INFINITE);
+        assert(waited == WAIT_OBJECT_0);
+        ::CloseHandle(thread->m_hThread);
+        thread->m_hThread = nullptr;
+        thread->m_nThreadID = 0;
+        ::CloseHandle(startup.resumeEvent);
+        return FALSE;
+    }
+    // The thread now waits for resumeEvent. A priority the platform
+    // refuses leaves it at its own.
+    if (priority)
+        ::SetThreadPriority(thread->m_hThread, *priority);
+    // A caller that asked for a suspended thread gets it stopped there until
+    // its ResumeThread.
+    if (dwCreateFlags & CREATE_SUSPENDED) {
+        count = ::SuspendThread(thread->m_hThread);
+        assert(count == 0);
+    }
+    // After this the thread may end and, with m_bAutoDelete, delete itself.
+    [[maybe_unused]] BOOL set = ::SetEvent(startup.resumeEvent);
+    assert(set);
+    return TRUE;
+}
+
+// AfxBeginThread's common part: a thread object that cannot be started is
+// disposed of.
 CWinThread *StartThreadObject(CWinThread *thread, int nPriority, UINT nStackSize, DWORD dwCreateFlags,
                               LPSECURITY_ATTRIBUTES lpSecurityAttrs)
 {
-    if (!thread->CreateThread(dwCreateFlags | CREATE_SUSPENDED, nStackSize, lpSecurityAttrs)) {
+    if (!StartThread(thread, dwCreateFlags, nStackSize, lpSecurityAttrs, &nPriority)) {
         thread->Delete();
         return nullptr;
-    }
-    // A priority the platform refuses leaves the thread at its own.
-    thread->SetThreadPriority(nPriority);
-    if (!(dwCreateFlags & CREATE_SUSPENDED)) {
-        [[maybe_unused]] DWORD count = thread->ResumeThread();
-        assert(count == 1);
     }
     return thread;
 }
@@ -103,55 +159,7 @@ CWinThread::~CWinThread()
 
 BOOL CWinThread::CreateThread(DWORD dwCreateFlags, UINT nStackSize, LPSECURITY_ATTRIBUTES lpSecurityAttrs)
 {
-    if (m_hThread)
-        return FALSE;
-    ThreadStartup startup = {};
-    startup.thread = this;
-    startup.creatorModuleState = AfxGetModuleState();
-    startup.startedEvent = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    startup.resumeEvent = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    if (!startup.startedEvent || !startup.resumeEvent) {
-        if (startup.startedEvent)
-            ::CloseHandle(startup.startedEvent);
-        if (startup.resumeEvent)
-            ::CloseHandle(startup.resumeEvent);
-        return FALSE;
-    }
-    // Suspended at first whatever the caller asked, so that the handle and
-    // id are in place before the thread reads them.
-    unsigned threadId = 0;
-    m_hThread = reinterpret_cast<HANDLE>(_beginthreadex(lpSecurityAttrs, nStackSize, ThreadEntry, &startup,
-                                                        dwCreateFlags | CREATE_SUSPENDED, &threadId));
-    if (!m_hThread) {
-        ::CloseHandle(startup.startedEvent);
-        ::CloseHandle(startup.resumeEvent);
-        return FALSE;
-    }
-    m_nThreadID = threadId;
-    [[maybe_unused]] DWORD count = ::ResumeThread(m_hThread);
-    assert(count == 1);
-    [[maybe_unused]] DWORD waited = ::WaitForSingleObject(startup.startedEvent, INFINITE);
-    assert(waited == WAIT_OBJECT_0);
-    ::CloseHandle(startup.startedEvent);
-    // The thread now waits for resumeEvent; a caller that asked for a
-    // suspended thread gets it stopped there until its ResumeThread.
-    if (dwCreateFlags & CREATE_SUSPENDED) {
-        count = ::SuspendThread(m_hThread);
-        assert(count == 0);
-    }
-    if (startup.failed) {
-        waited = ::WaitForSingleObject(m_hThread, INFINITE);
-        assert(waited == WAIT_OBJECT_0);
-        ::CloseHandle(m_hThread);
-        m_hThread = nullptr;
-        m_nThreadID = 0;
-        ::CloseHandle(startup.resumeEvent);
-        return FALSE;
-    }
-    // After this the thread may end and, with m_bAutoDelete, delete this.
-    [[maybe_unused]] BOOL set = ::SetEvent(startup.resumeEvent);
-    assert(set);
-    return TRUE;
+    return StartThread(this, dwCreateFlags, nStackSize, lpSecurityAttrs, nullptr);
 }
 
 int CWinThread::GetThreadPriority()

@@ -62,7 +62,7 @@ TS_EXTERN_C_BEGIN
  * GetMessageA or PostQuitMessage on; the queue goes when the thread ends.
  * PostThreadMessageA to a thread without one fails with
  * ERROR_INVALID_THREAD_ID. Messages come in the order posted; a filter of
- * 0, 0 takes every message, min > max those up to max and from min on, and
+ * 0, 0 takes every message, min > max none (as Wine has it), and
  * WM_QUIT passes every filter. PostQuitMessage marks the queue: WM_QUIT
  * (wParam the exit code) is given once no posted message matches. */
 WINBASEAPI BOOL WINAPI PostThreadMessageA(DWORD idThread, UINT Msg, WPARAM wParam, LPARAM lParam);

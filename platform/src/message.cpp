@@ -14,9 +14,7 @@ bool passesFilter(UINT message, UINT first, UINT last)
 {
     if (message == WM_QUIT || (first == 0 && last == 0))
         return true;
-    if (first > last)
-        return message <= last || message >= first;
-    return message >= first && message <= last;
+    return message >= first && message <= last; // an upside-down range takes nothing
 }
 
 // One thread's queue. Posted messages and the quit mark are state under

@@ -67,6 +67,8 @@ UINT Worker(LPVOID param)
 UINT EndingWorker(LPVOID param)
 {
     Probe *p = static_cast<Probe *>(param);
+    if (WaitForSingleObject(p->go, kWaitBound) != WAIT_OBJECT_0)
+        return 1;
     AfxEndThread(33, p->deleteAtEnd);
     p->ranOn = true;
     return 0;
@@ -134,23 +136,35 @@ protected:
     Probe probe_;
 };
 
-TEST_F(Threads, WorkerStartsSuspendedRunsAsItselfAndEndsWithItsResult)
+TEST_F(Threads, WorkerRunsAsItselfAtItsPriorityAndEndsWithItsResult)
 {
-    CWinThread *thread = AfxBeginThread(Worker, &probe_, THREAD_PRIORITY_BELOW_NORMAL, 0, CREATE_SUSPENDED);
+    CWinThread *thread = AfxBeginThread(Worker, &probe_, THREAD_PRIORITY_BELOW_NORMAL);
     ASSERT_NE(thread, nullptr);
-    thread->m_bAutoDelete = FALSE;
-    EXPECT_NE(thread->m_hThread, nullptr);
-    EXPECT_EQ(static_cast<HANDLE>(*thread), thread->m_hThread);
-    EXPECT_NE(thread->m_nThreadID, 0u);
-    EXPECT_EQ(thread->GetThreadPriority(), THREAD_PRIORITY_BELOW_NORMAL);
-    EXPECT_FALSE(probe_.entered.IsSet());
-
-    EXPECT_EQ(thread->ResumeThread(), 1u);
     ASSERT_TRUE(probe_.entered.Await());
+    thread->m_bAutoDelete = FALSE; // the worker waits for go: the object is still there
+    EXPECT_EQ(static_cast<HANDLE>(*thread), thread->m_hThread);
     EXPECT_EQ(probe_.seenThread, thread);
     EXPECT_EQ(probe_.seenId, thread->m_nThreadID);
     EXPECT_EQ(probe_.seenModuleState, AfxGetModuleState());
     EXPECT_EQ(thread->m_pModuleState, AfxGetModuleState());
+    EXPECT_EQ(thread->GetThreadPriority(), THREAD_PRIORITY_BELOW_NORMAL);
+    SetEvent(probe_.go);
+    EXPECT_EQ(ExitCodeOf(*thread), 17u);
+    delete thread;
+}
+
+TEST_F(Threads, SuspendedCreationIsSetUpButRunsNothingUntilResumed)
+{
+    if (tstest::kThreadSanitizer)
+        GTEST_SKIP() << "ThreadSanitizer holds back the signal that suspends a thread standing in a wait";
+    CWinThread *thread = AfxBeginThread(Worker, &probe_, THREAD_PRIORITY_NORMAL, 0, CREATE_SUSPENDED);
+    ASSERT_NE(thread, nullptr);
+    thread->m_bAutoDelete = FALSE;
+    EXPECT_TRUE(thread->PostThreadMessage(WM_APP, 0, 0)) << "its queue is made";
+    EXPECT_FALSE(probe_.entered.IsSet());
+    EXPECT_EQ(thread->ResumeThread(), 1u);
+    ASSERT_TRUE(probe_.entered.Await());
+    EXPECT_EQ(probe_.seenThread, thread);
     SetEvent(probe_.go);
     EXPECT_EQ(ExitCodeOf(*thread), 17u);
     delete thread;
@@ -158,18 +172,17 @@ TEST_F(Threads, WorkerStartsSuspendedRunsAsItselfAndEndsWithItsResult)
 
 TEST_F(Threads, ClassFormRunsInitInstanceThenRunUntilQuitWithItsCode)
 {
-    CWinThread *thread = AfxBeginThread(RUNTIME_CLASS(TracedThread), THREAD_PRIORITY_NORMAL, 0, CREATE_SUSPENDED);
+    CWinThread *thread = AfxBeginThread(RUNTIME_CLASS(TracedThread));
     ASSERT_NE(thread, nullptr);
+    ASSERT_TRUE(probe_.entered.Await()); // InitInstance waits for go: the object is still there
     EXPECT_TRUE(thread->IsKindOf(RUNTIME_CLASS(TracedThread)));
+    EXPECT_EQ(probe_.seenThread, thread);
     HANDLE handle = DuplicateOf(*thread);
-    // Set up, so messages posted before it runs are kept for its Run.
+    DWORD id = thread->m_nThreadID;
+    // Posted before Run: kept for it, the quit after the others.
     EXPECT_TRUE(thread->PostThreadMessage(WM_APP, 2, 0));
     EXPECT_TRUE(thread->PostThreadMessage(WM_APP, 3, 0));
     EXPECT_TRUE(thread->PostThreadMessage(WM_QUIT, 9, 0));
-    DWORD id = thread->m_nThreadID;
-    EXPECT_EQ(thread->ResumeThread(), 1u);
-    ASSERT_TRUE(probe_.entered.Await());
-    EXPECT_EQ(probe_.seenThread, thread);
     SetEvent(probe_.go);
 
     // The object deletes itself at the end (m_bAutoDelete), and the queue
@@ -202,10 +215,10 @@ TEST_F(Threads, CreateThreadWithoutFlagsRunsAtOnceAndQuitsFromItsOwnThread)
 TEST_F(Threads, RefusedInitInstanceEndsWithExitInstanceAndNoRun)
 {
     TracedThread::refuse = true;
-    CWinThread *thread = AfxBeginThread(RUNTIME_CLASS(TracedThread), THREAD_PRIORITY_NORMAL, 0, CREATE_SUSPENDED);
+    CWinThread *thread = AfxBeginThread(RUNTIME_CLASS(TracedThread));
     ASSERT_NE(thread, nullptr);
+    ASSERT_TRUE(probe_.entered.Await());
     thread->m_bAutoDelete = FALSE;
-    thread->ResumeThread();
     SetEvent(probe_.go);
     EXPECT_EQ(ExitCodeOf(*thread), 61u);
     EXPECT_FALSE(probe_.ranRun);
@@ -220,9 +233,9 @@ TEST_F(Threads, EndThreadEndsAtOnceAndDeletesOnlyWhenAsked)
         TracedThread *thread = new TracedThread; // its destructor tells the probe
         thread->m_pfnThreadProc = EndingWorker;
         thread->m_pThreadParams = &local;
-        ASSERT_TRUE(thread->CreateThread(CREATE_SUSPENDED));
-        HANDLE handle = DuplicateOf(*thread);
-        thread->ResumeThread();
+        ASSERT_TRUE(thread->CreateThread());
+        HANDLE handle = DuplicateOf(*thread); // the worker waits for go
+        SetEvent(local.go);
         EXPECT_EQ(ExitCodeOf(handle), 33u);
         EXPECT_FALSE(local.ranOn);
         EXPECT_EQ(probe_.destroyed.IsSet(), deleteObject == TRUE);

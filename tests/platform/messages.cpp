@@ -41,8 +41,11 @@ TEST(Messages, PostingNeedsTheThreadsQueueAndEndsWithItsThread)
     EXPECT_TRUE(PostThreadMessageA(id, WM_APP, 3, 0));
     EXPECT_TRUE(PostThreadMessageA(id, WM_APP, 4, 0));
     EXPECT_TRUE(PostThreadMessageA(id, WM_QUIT, 6, 0));
-    EXPECT_EQ(tstest::ThreadResult(receiver), 706u);
+    ASSERT_EQ(WaitForSingleObject(receiver, tstest::kWaitBound), WAIT_OBJECT_0);
+    // The ended thread's object is still held here: its id names a thread
+    // that has no queue any more.
     EXPECT_EQ(tstest::ErrorOf(PostThreadMessageA(id, WM_APP, 0, 0)), static_cast<DWORD>(ERROR_INVALID_THREAD_ID));
+    EXPECT_EQ(tstest::ThreadResult(receiver), 706u);
     CloseHandle(ready);
     CloseHandle(gate);
 }
@@ -54,7 +57,6 @@ TEST(Messages, FiltersTakeInOrderAndQuitComesAfterPostedMessages)
         MSG msg;
         if (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE))
             return 1u; // a new queue is empty
-        PostQuitMessage(8);
         PostThreadMessageA(self, WM_USER + 5, 1, 0);
         PostThreadMessageA(self, WM_APP, 2, 0);
         PostThreadMessageA(self, WM_USER + 5, 3, 0);
@@ -63,9 +65,12 @@ TEST(Messages, FiltersTakeInOrderAndQuitComesAfterPostedMessages)
             return 2u;
         if (!PeekMessageA(&msg, nullptr, WM_APP, WM_APP, PM_REMOVE) || msg.wParam != 2)
             return 3u;
-        // min > max takes what lies outside (max, min): here WM_USER + 5.
-        if (!PeekMessageA(&msg, nullptr, WM_USER + 6, WM_USER + 5, PM_REMOVE) || msg.wParam != 1)
+        // min > max takes nothing.
+        if (PeekMessageA(&msg, nullptr, WM_USER + 6, WM_USER + 5, PM_REMOVE))
             return 4u;
+        PostQuitMessage(8);
+        if (!PeekMessageA(&msg, nullptr, WM_USER + 5, WM_USER + 5, PM_REMOVE) || msg.wParam != 1)
+            return 8u;
         // The quit mark passes any filter, but only after posted messages.
         if (GetMessageA(&msg, nullptr, 0, 0) != TRUE || msg.wParam != 3)
             return 5u;
