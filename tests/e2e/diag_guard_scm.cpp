@@ -15,9 +15,9 @@ namespace {
 using tstest::DiagTest;
 using tstest::kWaitBound;
 
-class DiagServiceTest : public DiagTest {
+class GuardServiceTest : public DiagTest {
 protected:
-    DiagServiceTest() { hive_ = HKEY_LOCAL_MACHINE; } // what a service reads whichever account it runs as
+    GuardServiceTest() { hive_ = HKEY_LOCAL_MACHINE; } // what a service reads whichever account it runs as
     void SetUp() override
     {
         DiagTest::SetUp();
@@ -93,7 +93,7 @@ protected:
 
 // On a thread other than the named one: SERVICE_STOPPED comes from the
 // guard, with the exit code the service had (0), before the process ends.
-TEST_F(DiagServiceTest, AnotherThreadReportsTheStop)
+TEST_F(GuardServiceTest, AnotherThreadReportsTheStop)
 {
     ExpectReport("other", "worker thread");
     SERVICE_STATUS s{};
@@ -104,7 +104,7 @@ TEST_F(DiagServiceTest, AnotherThreadReportsTheStop)
 // On the named thread: the stop is requested and the process ends at once,
 // so no stop report comes from the service; the manager finds the process
 // gone.
-TEST_F(DiagServiceTest, TheNamedThreadRequestsTheStop)
+TEST_F(GuardServiceTest, TheNamedThreadRequestsTheStop)
 {
     ExpectReport("named", "named thread");
     TS_SKIP_ON_WINE("the service manager does not notice a service process that ends without reporting its stop");
