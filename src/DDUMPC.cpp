@@ -193,9 +193,7 @@ void DiagDumpContext::Diag_OutputString(char const *text)
     // written and the translation goes on in the emptied buffer, so nothing
     // is lost and nothing runs past its end.
     size_t const kept = static_cast<size_t>(msgBufferSize - 20);
-    size_t length = 0; // no further than the cut: a long text is not read to its end
-    while (length < kept && text[length])
-        ++length;
+    size_t length = strnlen(text, kept); // a long text is not read past the cut
     UINT used = 0;
     BOOLTYPE afterCR = FALSE;
     char character[GenericText::MAX_MBCS_BYTES + 1];
