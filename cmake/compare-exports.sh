@@ -30,10 +30,12 @@ command -v nm >/dev/null && command -v c++filt >/dev/null || skip "nm or c++filt
 #   beside each type's typeinfo and a DLL keeps inside it, and the typeinfo
 #   of pointer types ("typeinfo for X*", made for a throw of X *), which each
 #   module makes for itself; both are matched by name at run time;
+# - thread-local variables, which a mingw DLL exports as their emulated
+#   control blocks (__emutls_v.NAME); the name is what is offered;
 # - constructor and destructor variants (complete, base, deleting), which
 #   demangle to one name: each name is listed once.
 normalise() {
-    c++filt |
+    sed 's/^__emutls_v\.//' | c++filt |
         perl -pe 's/\blong (long|double)\b/LONG_$1/g; s/\bunsigned long\b/unsigned int/g; s/\blong\b/int/g;
                   s/\bLONG_(long|double)\b/long $1/g; s/__va_list_tag\*/char*/g' |
         grep -v -E '^typeinfo name for |^typeinfo for .*\*$' |
