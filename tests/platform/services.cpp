@@ -75,8 +75,17 @@ TEST_F(ServiceTest, StartPauseContinueInterrogateStopDelete)
     ASSERT_TRUE(WaitForState(svc, SERVICE_STOPPED));
     EXPECT_TRUE(DeleteService(svc));
     EXPECT_TRUE(CloseServiceHandle(svc));
-    EXPECT_EQ(OpenServiceA(scm_, name.c_str(), SERVICE_ALL_ACCESS), nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SERVICE_DOES_NOT_EXIST));
+    // Windows removes the service once its process has gone as well, which
+    // may be a moment after the stopped report.
+    DWORD openError = 0;
+    EXPECT_TRUE(tstest::Eventually([&] {
+        SC_HANDLE again = OpenServiceA(scm_, name.c_str(), SERVICE_QUERY_STATUS);
+        openError = GetLastError();
+        if (again)
+            CloseServiceHandle(again);
+        return again == nullptr;
+    }));
+    EXPECT_EQ(openError, static_cast<DWORD>(ERROR_SERVICE_DOES_NOT_EXIST));
 }
 
 TEST_F(ServiceTest, ErrorCodesOfTheClientCalls)
