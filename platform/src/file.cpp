@@ -26,7 +26,8 @@ namespace {
 // one description never conflict with each other, so a test for another
 // description's lock (F_OFD_GETLK with a write lock) over a byte range
 // finds the other opens only; one test covers the deny bytes of what an
-// open asks and one the has bytes of what it refuses to share.
+// open asks and one the has bytes of what it refuses to share (two each
+// for read and delete without write, whose bytes are not adjacent).
 //
 // Every open takes its bytes first and tests the others' afterwards, and
 // gives its bytes back when the test finds a conflict. Of two opens that
@@ -34,7 +35,7 @@ namespace {
 // never do both succeed.
 //   - An open that shares everything takes no deny bytes and has no has
 //     bytes to test; it takes its has bytes and tests the deny bytes of what
-//     it asks, without any lock of its own (two system calls).
+//     it asks, without the flock (two system calls).
 //   - Every other open takes and tests under an exclusive flock of the file,
 //     so such opens follow each other one at a time and only ever see each
 //     other's final bytes.
@@ -45,7 +46,8 @@ namespace {
 //     other has finished, so one of the two succeeds; only a third open in
 //     that same instant can make both fail.
 constexpr off_t kShareBase = 0x7FFFFFFFFFFF0000LL;
-// An access's has byte is kHas + its bit, its deny byte kDeny + its bit.
+// An access's has byte is kHas + its position (read 0, write 1, delete 2),
+// its deny byte kDeny + its position.
 constexpr off_t kHas = 1, kDeny = 4;
 constexpr unsigned ReadBit = 1, WriteBit = 2, DeleteBit = 4;
 
