@@ -66,16 +66,22 @@ struct Installed {
         SERVICE_STATUS st{};
         return QueryServiceStatus(svc, &st) ? st.dwCurrentState : 0;
     }
+    // Polls as a client of the manager would, with a short pause between
+    // queries: a query without one takes the processor from the service
+    // that is starting when both share one.
     bool WaitFor(DWORD state)
     {
-        for (int i = 0; i < 1000000; ++i) {
+        for (int i = 0; i < 100000; ++i) {
             DWORD s = State();
             if (s == state)
                 return true;
             if (s == 0)
                 return false;
-            if (i > 2000)
-                Sleep(1); // polls without a pause first: each is a round trip to the manager
+#ifdef _WIN32
+            Sleep(1);
+#else
+            usleep(100);
+#endif
         }
         return false;
     }

@@ -98,8 +98,15 @@ class LockSet {
 public:
     LockSet(Waitable *const *objects, size_t count)
     {
-        for (size_t i = 0; i < count; ++i)
-            add(objects[i]);
+        if (count > kInline) {
+            for (size_t i = 0; i < count; ++i)
+                add(objects[i]);
+            return;
+        }
+        // Sorted at once: added one at a time, each would move up to 63.
+        std::copy(objects, objects + count, inline_);
+        std::sort(inline_, inline_ + count);
+        size_ = static_cast<size_t>(std::unique(inline_, inline_ + count) - inline_);
     }
     void add(Waitable *o)
     {

@@ -1,8 +1,10 @@
 // Files on the POSIX layer: creation dispositions, share modes within one
-// process, the read-only attribute, and directory searches with wildcards.
+// process (racing opens too), the read-only attribute, and directory
+// searches with wildcards.
 #include "ScratchDir.h"
 
 #include <algorithm>
+#include <atomic>
 #include <set>
 #include <string>
 
@@ -93,6 +95,97 @@ TEST(FilesTest, ShareModesWithinOneProcess)
     CloseHandle(again);
     EXPECT_TRUE(DeleteFileA(path.c_str()));
     EXPECT_EQ(GetFileAttributesA(path.c_str()), INVALID_FILE_ATTRIBUTES);
+}
+
+// An open that shares everything takes no lock of its own, yet it is
+// refused by what others deny and holds its access against later opens.
+TEST(FilesTest, OpensThatShareEverythingStillCount)
+{
+    ScratchDir dir;
+    std::string path = dir / "all.txt";
+    ASSERT_TRUE(WriteWholeFile(path, "x"));
+    const DWORD all = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+    HANDLE denier = Open(path, GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING);
+    ASSERT_NE(denier, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(Open(path, GENERIC_WRITE, all, OPEN_EXISTING), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SHARING_VIOLATION));
+    EXPECT_EQ(Open(path, DELETE, all, OPEN_EXISTING), INVALID_HANDLE_VALUE);
+    HANDLE reader = Open(path, GENERIC_READ, all, OPEN_EXISTING);
+    EXPECT_NE(reader, INVALID_HANDLE_VALUE);
+    CloseHandle(denier);
+
+    // The reader that shares everything keeps out an open that denies reading.
+    EXPECT_EQ(Open(path, GENERIC_WRITE, FILE_SHARE_WRITE, OPEN_EXISTING), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SHARING_VIOLATION));
+    HANDLE writer = Open(path, GENERIC_WRITE, all, OPEN_EXISTING);
+    EXPECT_NE(writer, INVALID_HANDLE_VALUE);
+    // And the two of them keep out a reader that denies writing.
+    EXPECT_EQ(Open(path, GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING), INVALID_HANDLE_VALUE);
+    CloseHandle(writer);
+    CloseHandle(reader);
+    HANDLE alone = Open(path, GENERIC_READ, 0, OPEN_EXISTING);
+    EXPECT_NE(alone, INVALID_HANDLE_VALUE);
+    CloseHandle(alone);
+}
+
+// Two threads open the same file over and over, one sharing everything and
+// one denying what the other asks: never are both opens held at once, and
+// both get through some of the time.
+struct ShareRace {
+    std::string path;
+    DWORD access[2];
+    DWORD share[2];
+    std::atomic<int> holding[2];
+    std::atomic<int> overlaps{0};
+    std::atomic<int> successes[2];
+};
+
+DWORD WINAPI RaceOpens(LPVOID arg)
+{
+    auto *race = static_cast<std::pair<ShareRace *, int> *>(arg);
+    ShareRace &r = *race->first;
+    int me = race->second;
+    for (int i = 0; i < 3000; ++i) {
+        HANDLE h = Open(r.path, r.access[me], r.share[me], OPEN_EXISTING);
+        if (h == INVALID_HANDLE_VALUE)
+            continue;
+        r.holding[me].store(1);
+        if (r.holding[1 - me].load())
+            r.overlaps.fetch_add(1);
+        r.successes[me].fetch_add(1);
+        r.holding[me].store(0);
+        CloseHandle(h);
+    }
+    return 0;
+}
+
+TEST(FilesTest, RacingConflictingOpensNeverBothHold)
+{
+    ScratchDir dir;
+    ShareRace r;
+    r.path = dir / "race.txt";
+    ASSERT_TRUE(WriteWholeFile(r.path, "x"));
+    r.access[0] = GENERIC_READ | GENERIC_WRITE;
+    r.share[0] = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    r.access[1] = GENERIC_READ;
+    r.share[1] = FILE_SHARE_READ;
+    for (int i = 0; i < 2; ++i) {
+        r.holding[i] = 0;
+        r.successes[i] = 0;
+    }
+    std::pair<ShareRace *, int> args[2] = {{&r, 0}, {&r, 1}};
+    HANDLE threads[2];
+    for (int i = 0; i < 2; ++i) {
+        threads[i] = CreateThread(nullptr, 0, RaceOpens, &args[i], 0, nullptr);
+        ASSERT_NE(threads[i], nullptr);
+    }
+    ASSERT_EQ(WaitForMultipleObjects(2, threads, TRUE, 120000), WAIT_OBJECT_0);
+    for (HANDLE t : threads)
+        CloseHandle(t);
+    EXPECT_EQ(r.overlaps.load(), 0);
+    EXPECT_GT(r.successes[0].load(), 0);
+    EXPECT_GT(r.successes[1].load(), 0);
 }
 
 TEST(FilesTest, ReadOnlyAttribute)

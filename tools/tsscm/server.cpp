@@ -25,6 +25,8 @@ constexpr int kFirstBackoffMs = 10;
 constexpr int kLongestBackoffMs = 1000;
 // A worker's reply to a client that does not read it gives up after this.
 constexpr int kReplySendTimeoutMs = 5000;
+// How long a worker waits for a client's next request that waits.
+constexpr int kLingerMs = 2;
 
 } // namespace
 
@@ -229,12 +231,20 @@ void Server::serve(Connection &c)
         }
         if (RequestHandler::mayWait(op)) {
             c.busy = true;
-            post([this, fd, peer, frame] {
-                bool stop = false;
-                std::string reply = handler_.handle(frame, peer, &stop);
-                bool ok = sendFrame(fd, reply);
-                if (stop)
-                    stopping_ = true;
+            // Bytes of a next request already read stay the loop's.
+            bool mayLinger = !c.in.partial();
+            post([this, fd, peer, frame, mayLinger] {
+                std::string request = frame;
+                bool ok;
+                for (;;) {
+                    bool stop = false;
+                    std::string reply = handler_.handle(request, peer, &stop);
+                    ok = sendFrame(fd, reply);
+                    if (stop)
+                        stopping_ = true;
+                    if (!ok || stopping_ || !mayLinger || !nextWaitingRequest(fd, request))
+                        break;
+                }
                 finished(fd, ok);
             });
             return;
@@ -246,6 +256,33 @@ void Server::serve(Connection &c)
             return;
         }
     }
+}
+
+// A client that sent one request that waits often sends the next one
+// (a pause, then a continue) as soon as it has the reply. The worker that
+// answered keeps the connection for a moment and serves such a request
+// itself: handing the connection back to the loop and the request on to a
+// worker again would cost two more wake-ups between threads. Anything
+// else, or nothing within the moment, goes back to the loop untouched.
+bool Server::nextWaitingRequest(int fd, std::string &request)
+{
+    pollfd pfd{fd, POLLIN, 0};
+    int r;
+    while ((r = poll(&pfd, 1, kLingerMs)) < 0 && errno == EINTR) {
+    }
+    if (r <= 0 || !(pfd.revents & POLLIN))
+        return false;
+    uint32_t head[2]; // length, operation
+    ssize_t got = recv(fd, head, sizeof head, MSG_PEEK | MSG_DONTWAIT);
+    if (got != static_cast<ssize_t>(sizeof head) || head[0] < sizeof head[1] || head[0] > kMaxFrame ||
+        !RequestHandler::mayWait(static_cast<Op>(head[1])))
+        return false;
+    // Only a request that has arrived whole is taken from the socket.
+    std::string whole(sizeof head[0] + head[0], '\0');
+    got = recv(fd, &whole[0], whole.size(), MSG_PEEK | MSG_DONTWAIT);
+    if (got != static_cast<ssize_t>(whole.size()))
+        return false;
+    return recvFrame(fd, request, 0);
 }
 
 void Server::readSignal()

@@ -3,8 +3,10 @@
 // client that says nothing, or stops in the middle of a request, costs
 // nothing but its descriptor. Requests that answer at once are answered
 // there; those that may wait for a service (start, control, the manager's
-// stop, enumeration) go to a bounded pool of worker threads. Out of
-// descriptors, accepting backs off and resumes when one is freed.
+// stop, enumeration) go to a bounded pool of worker threads, and a
+// worker serves the next such request on the same connection when it
+// follows at once. Out of descriptors, accepting backs off and resumes
+// when one is freed.
 #pragma once
 
 #include "manager.h"
@@ -67,6 +69,7 @@ private:
     void drop(int fd);
     void release(pid_t pid);
     void finished(int fd, bool ok);
+    bool nextWaitingRequest(int fd, std::string &request);
     void workerMain();
     void readSignal();
     int pollTimeoutMs(int64_t now);
