@@ -3,6 +3,7 @@
 // again while services run.
 #include "../platform/ScratchDir.h"
 #include "../platform/ServiceFixture.h"
+#include "ManagerProcess.h"
 
 #include <signal.h>
 
@@ -22,18 +23,6 @@ DWORD HeldProcess(const std::string &file)
     if (!tstest::AwaitFile(file))
         return 0;
     return static_cast<DWORD>(strtoul(tstest::ReadWholeFile(file).c_str(), nullptr, 10));
-}
-
-// The process id of the machine root's daemon, from the newest line of its
-// log that says it listens.
-pid_t DaemonOf(const std::string &root)
-{
-    std::string log = tstest::ReadWholeFile(root + "/run/tsscm.log");
-    size_t at = log.rfind(": listening on");
-    if (at == std::string::npos)
-        return 0;
-    size_t open = log.rfind("tsscm[", at);
-    return open == std::string::npos ? 0 : static_cast<pid_t>(atoi(log.c_str() + open + 6));
 }
 
 // Waits for a process that is not this one's child to end.
@@ -130,7 +119,7 @@ TEST_F(ServiceTest, ManagerKilledAndStartedAgainTakesItsServicesOver)
 
     for (int restart = 0; restart < 3; ++restart) {
         SCOPED_TRACE(restart);
-        pid_t daemon = DaemonOf(root_.path());
+        pid_t daemon = tstest::ManagerProcessOf(root_.path());
         ASSERT_GT(daemon, 0);
         ASSERT_TRUE(tstest::KillProcess(static_cast<DWORD>(daemon)));
         ASSERT_TRUE(Ended(static_cast<DWORD>(daemon)));
@@ -143,7 +132,7 @@ TEST_F(ServiceTest, ManagerKilledAndStartedAgainTakesItsServicesOver)
         // The next call starts a new manager.
         scm_ = OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
         ASSERT_NE(scm_, nullptr) << GetLastError();
-        ASSERT_NE(DaemonOf(root_.path()), daemon);
+        ASSERT_NE(tstest::ManagerProcessOf(root_.path()), daemon);
         kept = OpenServiceA(scm_, keptName.c_str(), SERVICE_ALL_ACCESS);
         ASSERT_NE(kept, nullptr) << GetLastError();
         ASSERT_TRUE(WaitForState(kept, SERVICE_RUNNING, &st)) << "state " << st.dwCurrentState;
