@@ -3,6 +3,7 @@
 // back, nothing crashes, and once there is room again everything works
 // and nothing written before is damaged.
 #include "../platform/RegistryFixture.h"
+#include "StoreIntegrity.h"
 #include "../platform/ScratchDir.h"
 #include "../platform/ServiceFixture.h"
 
@@ -10,7 +11,6 @@
 #include <afx.h>
 
 #include <errno.h>
-#include <sqlite3.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
@@ -64,20 +64,6 @@ std::string Fill(const std::string &folder)
     return path;
 }
 
-std::string IntegrityOf(const std::string &dbPath)
-{
-    sqlite3 *db = nullptr;
-    std::string result;
-    if (sqlite3_open_v2(dbPath.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
-        auto collect = [](void *out, int, char **row, char **) {
-            *static_cast<std::string *>(out) += row[0] ? row[0] : "(null)";
-            return 0;
-        };
-        sqlite3_exec(db, "PRAGMA integrity_check", collect, &result, nullptr);
-    }
-    sqlite3_close(db);
-    return result;
-}
 
 // Points TSUTIL_ROOT at a folder for the life of the object.
 class RootAt {
@@ -157,7 +143,7 @@ TEST(Exhaustion, FullDiskUnderTheRegistryFailsWritesAndLosesNothing)
     EXPECT_EQ(RegSetValueExA(k, "after", 0, REG_DWORD, reinterpret_cast<BYTE *>(&v), 4), ERROR_SUCCESS);
     EXPECT_EQ(RegFlushKey(k), ERROR_SUCCESS);
     RegCloseKey(k);
-    EXPECT_EQ(IntegrityOf(rootPath + "/registry.db"), "ok");
+    EXPECT_EQ(tstest::IntegrityOf(rootPath + "/registry.db"), "ok");
 }
 
 TEST(Exhaustion, FullDiskUnderALogAndADiagnosticFileThrowsAndRecovers)

@@ -3,8 +3,8 @@
 // whole, the change counter is even again after the next write, and the
 // next writer works.
 #include "../platform/RegistryFixture.h"
+#include "StoreIntegrity.h"
 
-#include <sqlite3.h>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -29,23 +29,6 @@ int Rounds()
     return v && atoi(v) > 0 ? atoi(v) : 3;
 }
 
-std::string IntegrityOf(const std::string &dbPath)
-{
-    sqlite3 *db = nullptr;
-    std::string result;
-    if (sqlite3_open_v2(dbPath.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
-        result = "cannot open";
-    } else {
-        auto collect = [](void *out, int, char **row, char **) {
-            *static_cast<std::string *>(out) += row[0] ? row[0] : "(null)";
-            return 0;
-        };
-        if (sqlite3_exec(db, "PRAGMA integrity_check", collect, &result, nullptr) != SQLITE_OK)
-            result = "check failed";
-    }
-    sqlite3_close(db);
-    return result;
-}
 
 // The registry's change counter: the first word of registry.db-seq.
 uint64_t ChangeCounter(const std::string &root)
@@ -91,7 +74,7 @@ TEST_F(RegistryTest, WritersKilledAtRandomMomentsLoseNoWriteThatReturned)
             EXPECT_EQ(w.Wait(), 128 + 9);
         if (ChangeCounter(root_.path()) & 1)
             ++oddAfterKill;
-        EXPECT_EQ(IntegrityOf(root_.path() + "/registry.db"), "ok");
+        EXPECT_EQ(tstest::IntegrityOf(root_.path() + "/registry.db"), "ok");
         for (const std::string &k : keys) {
             HKEY key;
             if (RegOpenKeyExA(HKEY_CURRENT_USER, k.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS)
@@ -120,5 +103,5 @@ TEST_F(RegistryTest, WritersKilledAtRandomMomentsLoseNoWriteThatReturned)
     ChildProcess next;
     ASSERT_TRUE(next.Start("regworker", {"exchange", path_, "n", "m", "50"}));
     EXPECT_EQ(next.Wait(), 0);
-    EXPECT_EQ(IntegrityOf(root_.path() + "/registry.db"), "ok");
+    EXPECT_EQ(tstest::IntegrityOf(root_.path() + "/registry.db"), "ok");
 }
