@@ -64,7 +64,6 @@ std::string Fill(const std::string &folder)
     return path;
 }
 
-
 // Points TSUTIL_ROOT at a folder for the life of the object.
 class RootAt {
 public:

@@ -5,7 +5,6 @@
 #include "../platform/RegistryFixture.h"
 #include "StoreIntegrity.h"
 
-
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -28,7 +27,6 @@ int Rounds()
     const char *v = getenv("TSUTIL_CRASH_ROUNDS");
     return v && atoi(v) > 0 ? atoi(v) : 3;
 }
-
 
 // The registry's change counter: the first word of registry.db-seq.
 uint64_t ChangeCounter(const std::string &root)
