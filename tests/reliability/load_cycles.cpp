@@ -36,12 +36,15 @@ long RssMarginKb()
 #endif
 }
 
-void ExpectLevel(const ResourceLevels &before, const ResourceLevels &after, const char *who)
+// threadsAllowed: threads that may come and stay (a pool that grows to
+// its bound under load is no leak).
+void ExpectLevel(const ResourceLevels &before, const ResourceLevels &after, const char *who, long threadsAllowed = 0)
 {
     printf("%s before: %s\n%s after:  %s\n", who, tstest::Describe(before).c_str(), who,
            tstest::Describe(after).c_str());
     EXPECT_EQ(after.fds, before.fds) << who;
-    EXPECT_EQ(after.threads, before.threads) << who;
+    EXPECT_GE(after.threads, before.threads) << who;
+    EXPECT_LE(after.threads, before.threads + threadsAllowed) << who;
     EXPECT_EQ(after.handles, before.handles) << who;
     EXPECT_LE(after.rssKb - before.rssKb, RssMarginKb()) << who;
 }
@@ -77,7 +80,9 @@ TEST_F(LoadServiceCycles, ThousandControlRoundTripsLeaveNothingBehind)
     ExpectLevel(before, LevelsOf(), "client");
     ResourceLevels daemonAfter = LevelsOf(daemon);
     daemonBefore.rssKb = daemonAfter.rssKb = 0; // the daemon's memory is its own build's matter
-    ExpectLevel(daemonBefore, daemonAfter, "daemon");
+    // Its workers (at most 16, kept once made) may grow in number when the
+    // machine is slow and a request comes while another is served.
+    ExpectLevel(daemonBefore, daemonAfter, "daemon", 16);
     CloseServiceHandle(svc);
 }
 
