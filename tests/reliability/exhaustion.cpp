@@ -95,6 +95,8 @@ TEST(Exhaustion, NoFileDescriptorLeftGivesErrorsAndThenWorksAgain)
     tstest::ScopedMachineRoot root;
     std::string out;
     int rc = tstest::RunCaptured("fdprobe", root.path(), out);
+    if (rc == 77)
+        GTEST_SKIP() << "the sanitizers' own checks need free descriptors";
     EXPECT_EQ(rc, 0) << out;
     // Each call refused with an error of its own kind, none crashed.
     EXPECT_NE(out.find("exhausted file 4 "), std::string::npos) << out; // ERROR_TOO_MANY_OPEN_FILES
