@@ -54,6 +54,9 @@ public:
     // file <old path> to <new path>", closes the old file and empties and
     // opens the new one; when that open fails, the log is closed and errno
     // thrown. Mode 0 logs keep their one name: they make no day check.
+    // A record that does not reach the file whole (a full disk) closes the
+    // log and throws errno (ENOSPC): the file keeps the records before it,
+    // followed by at most a part of it.
     void Log(char const *text);
     // As above, the text formatted in the manner of fprintf, written
     // without a terminating zero byte. Chosen by a call with more than one
@@ -80,7 +83,8 @@ private:
     // Steps common to both Log forms: the lock, the closed test and the
     // day check. False (lock released) when nothing is to be written.
     bool BeginRecord();
-    void EndRecord();
+    // Flushes the record; one not written whole closes the log and throws.
+    void EndRecord(bool written);
     void LockIfUsed();
     void UnlockIfUsed();
     [[noreturn]] void UnlockAndThrow(int error);

@@ -219,9 +219,20 @@ bool LogFile::BeginRecord()
     return true;
 }
 
-void LogFile::EndRecord()
+void LogFile::EndRecord(bool written)
 {
-    fflush(m_pState->logStream);
+    LogFileState &s = *m_pState;
+    int error = written ? 0 : errno;
+    if (fflush(s.logStream) != 0 && !error)
+        error = errno;
+    if (error || ferror(s.logStream)) {
+        // The record did not reach the file whole (a full disk, an I/O
+        // error): the log closes, so that no part of it reaches the file
+        // later, and the caller learns of it. A later Open starts anew.
+        fclose(s.logStream);
+        s.logStream = nullptr;
+        UnlockAndThrow(error ? error : EIO);
+    }
     UnlockIfUsed();
 }
 
@@ -231,8 +242,8 @@ void LogFile::Log(char const *text)
         return;
     if (!text)
         text = "";
-    fwrite(text, strlen(text) + 1, 1, m_pState->logStream);
-    EndRecord();
+    size_t size = strlen(text) + 1;
+    EndRecord(fwrite(text, 1, size, m_pState->logStream) == size);
 }
 
 void LogFile::LogFormatted(char const *format, ...)
@@ -241,7 +252,7 @@ void LogFile::LogFormatted(char const *format, ...)
         return;
     va_list args;
     va_start(args, format);
-    vfprintf(m_pState->logStream, format ? format : "", args);
+    int printed = vfprintf(m_pState->logStream, format ? format : "", args);
     va_end(args);
-    EndRecord();
+    EndRecord(printed >= 0);
 }

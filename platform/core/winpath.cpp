@@ -98,6 +98,43 @@ std::string join(const std::string &base, const std::string &rest)
     return out;
 }
 
+bool isBelow(const std::string &path, const std::string &folder)
+{
+    return path.compare(0, folder.size(), folder) == 0 && (path.size() == folder.size() || path[folder.size()] == '/');
+}
+
+// True when the POSIX path, resolved as the file calls would resolve it,
+// lies outside root (canonical): through a symbolic link, an existing one
+// or a dangling one that a create would follow. The part of the path that
+// does not exist yet is passed over: a missing folder ends the calls that
+// use it anyway, and a name made there lands in the resolved parent.
+bool leavesRoot(std::string path, const std::string &root)
+{
+    for (int links = 0; links < 40;) {
+        while (path.size() > 1 && path.back() == '/')
+            path.pop_back();
+        char resolved[PATH_MAX];
+        if (realpath(path.c_str(), resolved))
+            return !isBelow(resolved, root);
+        if (errno != ENOENT && errno != ENOTDIR)
+            return false; // a loop or a folder not to be read: the call itself fails
+        size_t cut = path.rfind('/');
+        if (cut == std::string::npos)
+            return false;
+        std::string parent = cut == 0 ? "/" : path.substr(0, cut);
+        char target[PATH_MAX];
+        ssize_t n = readlink(path.c_str(), target, sizeof target - 1);
+        if (n > 0) {
+            target[n] = 0;
+            path = target[0] == '/' ? std::string(target) : parent + "/" + target;
+            ++links;
+        } else {
+            path = parent;
+        }
+    }
+    return true; // more links than the kernel follows
+}
+
 } // namespace
 
 std::string currentDirectory()
@@ -187,6 +224,14 @@ uint32_t translateWindowsPath(const char *path, std::string &out)
         rest = cwdRest + "/" + p;
     }
     out = join(base, rest);
+    // The machine root's own drives (c: and the UNC folder) keep to it: a
+    // symbolic link inside that leads out is refused, as ".." is kept
+    // below the drive's root above. z: and the dosdevices drives lead
+    // where they were meant to.
+    const std::string &root = machineRoot();
+    if (!root.empty() && isBelow(base, root) && base.compare(root.size(), 12, "/dosdevices/") != 0 &&
+        leavesRoot(out, root))
+        return ERROR_ACCESS_DENIED;
     return ERROR_SUCCESS;
 }
 

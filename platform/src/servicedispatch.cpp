@@ -4,8 +4,10 @@
 #include "service.h"
 #include "svcwire.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/inotify.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -32,6 +34,8 @@ struct Dispatcher {
 
     std::mutex statusLock; // one SetServiceStatus exchange at a time
     int statusFd = -1;
+    SERVICE_STATUS lastStatus{}; // the latest report, told again to a manager that restarted
+    bool reported = false;
 
     int controlFd = -1; // the dispatcher's connection, set before the service thread starts
 };
@@ -87,6 +91,65 @@ SERVICE_STATUS_HANDLE registerHandler(LPCSTR name, LPHANDLER_FUNCTION h, LPHANDL
     return statusHandle();
 }
 
+
+// Sends the Dispatcher request on a new connection; the connection once
+// the manager took it, else -1.
+int attachToManager(const std::string &request, std::string &reply)
+{
+    unsigned long err = 0;
+    int fd = connectManager(false, &err);
+    if (fd < 0)
+        return -1;
+    if (!sendFrame(fd, request) || !recvFrame(fd, reply, 30000) || Reader(reply).u32() != ERROR_SUCCESS) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+// The manager died while the service runs: waits until a new manager
+// listens (its socket appears in the run folder) and attaches to it, which
+// takes this process over as the service's, then tells it the service's
+// state. The new connection; -1 once the service reports SERVICE_STOPPED
+// first (the wake pipe) or when nothing can tell that a manager came.
+int rejoinManager(Dispatcher &d, const std::string &request)
+{
+    int watch = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+    std::string run = runFolder();
+    if (watch < 0 || run.empty() || inotify_add_watch(watch, run.c_str(), IN_CREATE | IN_MOVED_TO) < 0) {
+        if (watch >= 0)
+            close(watch);
+        return -1;
+    }
+    int fd = -1;
+    for (;;) {
+        std::string reply;
+        if ((fd = attachToManager(request, reply)) >= 0)
+            break;
+        pollfd pfd[2] = {{d.wake[0], POLLIN, 0}, {watch, POLLIN, 0}};
+        if (poll(pfd, 2, -1) < 0 && errno != EINTR)
+            break;
+        if (pfd[0].revents)
+            break;
+        char events[4096];
+        while (read(watch, events, sizeof events) > 0) {
+        }
+    }
+    close(watch);
+    if (fd >= 0) {
+        SERVICE_STATUS last;
+        bool reported;
+        {
+            std::lock_guard<std::mutex> g(d.lock);
+            last = d.lastStatus;
+            reported = d.reported;
+        }
+        if (reported)
+            SetServiceStatus(statusHandle(), &last);
+    }
+    return fd;
+}
+
 } // namespace
 
 extern "C" {
@@ -122,8 +185,9 @@ BOOL WINAPI StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA *lpServiceSta
     w.u32(static_cast<uint32_t>(entries.size()));
     for (const SERVICE_TABLE_ENTRYA *e : entries)
         w.str(e->lpServiceName);
+    const std::string request = w.data();
     std::string reply;
-    if (!sendFrame(fd, w.data()) || !recvFrame(fd, reply, 30000))
+    if (!sendFrame(fd, request) || !recvFrame(fd, reply, 30000))
         return refuse(fd);
     Reader r(reply);
     DWORD code = r.u32();
@@ -176,7 +240,11 @@ BOOL WINAPI StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA *lpServiceSta
             continue;
         std::string frame;
         if (!recvFrame(fd, frame)) {
-            managerGone = true; // the service runs on; no more controls can come
+            // The service runs on, and takes controls again from the
+            // manager that comes next.
+            close(fd);
+            fd = d.controlFd = rejoinManager(d, request);
+            managerGone = fd < 0;
             continue;
         }
         Reader c(frame);
@@ -202,7 +270,8 @@ BOOL WINAPI StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA *lpServiceSta
         inHandler = false;
         sendFrame(fd, Writer().u32(static_cast<uint32_t>(Op::ControlDone)).u32(seq).u32(result).data());
     }
-    close(fd);
+    if (fd >= 0)
+        close(fd);
     return TRUE;
 }
 
@@ -231,6 +300,11 @@ BOOL WINAPI SetServiceStatus(SERVICE_STATUS_HANDLE hServiceStatus, LPSERVICE_STA
     // calls, which the manager restores from this count.
     static std::atomic<uint64_t> reports{0};
     uint64_t seq = ++reports;
+    {
+        std::lock_guard<std::mutex> g(d.lock);
+        d.lastStatus = st;
+        d.reported = true;
+    }
     DWORD code = ERROR_SUCCESS;
     if (inHandler) {
         if (!sendFrame(d.controlFd, Writer().u32(static_cast<uint32_t>(Op::SetStatus)).status(st).u64(seq).data()))

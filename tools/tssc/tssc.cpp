@@ -10,7 +10,7 @@
 // output, as sc.exe prints them.
 #include <windows.h>
 
-#include "casefold.h"
+#include "command.h"
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -110,57 +110,11 @@ int usage()
     return ERROR_INVALID_PARAMETER;
 }
 
-// "key= value" pairs after the name, as sc.exe takes them (the value is
-// the next word; "key=value" in one word is taken too).
-bool options(int argc, char **argv, int from, std::vector<std::pair<std::string, std::string>> &out)
+int create(SC_HANDLE scm, const tssc::Command &c)
 {
-    for (int i = from; i < argc; ++i) {
-        std::string a = argv[i];
-        std::string::size_type eq = a.find('=');
-        if (eq == std::string::npos)
-            return false;
-        std::string key = a.substr(0, eq + 1), value = a.substr(eq + 1);
-        if (value.empty()) {
-            if (i + 1 >= argc)
-                return false;
-            value = argv[++i];
-        }
-        out.emplace_back(tsp::foldLower(key), value);
-    }
-    return true;
-}
-
-int create(SC_HANDLE scm, const char *name, int argc, char **argv)
-{
-    std::vector<std::pair<std::string, std::string>> opts;
-    if (!options(argc, argv, 3, opts))
-        return usage();
-    std::string path, display;
-    bool hasDisplay = false;
-    DWORD start = SERVICE_DEMAND_START;
-    for (auto &o : opts) {
-        if (o.first == "binpath=")
-            path = o.second;
-        else if (o.first == "displayname=") {
-            display = o.second;
-            hasDisplay = true;
-        } else if (o.first == "start=") {
-            if (o.second == "auto")
-                start = SERVICE_AUTO_START;
-            else if (o.second == "demand")
-                start = SERVICE_DEMAND_START;
-            else if (o.second == "disabled")
-                start = SERVICE_DISABLED;
-            else
-                return usage();
-        } else
-            return usage();
-    }
-    if (path.empty())
-        return usage();
-    SC_HANDLE svc = CreateServiceA(scm, name, hasDisplay ? display.c_str() : nullptr, SERVICE_ALL_ACCESS,
-                                   SERVICE_WIN32_OWN_PROCESS, start, SERVICE_ERROR_NORMAL, path.c_str(), nullptr,
-                                   nullptr, nullptr, nullptr, nullptr);
+    SC_HANDLE svc = CreateServiceA(scm, c.name.c_str(), c.hasDisplayName ? c.displayName.c_str() : nullptr,
+                                   SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS, c.startType, SERVICE_ERROR_NORMAL,
+                                   c.binPath.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr);
     if (!svc)
         return failed("CreateService", GetLastError());
     CloseServiceHandle(svc);
@@ -168,22 +122,8 @@ int create(SC_HANDLE scm, const char *name, int argc, char **argv)
     return 0;
 }
 
-int queryAll(SC_HANDLE scm, int argc, char **argv, int from)
+int queryAll(SC_HANDLE scm, DWORD state)
 {
-    std::vector<std::pair<std::string, std::string>> opts;
-    if (!options(argc, argv, from, opts))
-        return usage();
-    DWORD state = SERVICE_ACTIVE;
-    for (auto &o : opts) {
-        if (o.first != "state=")
-            return usage();
-        if (o.second == "all")
-            state = SERVICE_STATE_ALL;
-        else if (o.second == "inactive")
-            state = SERVICE_INACTIVE;
-        else if (o.second != "active")
-            return usage();
-    }
     DWORD resume = 0;
     std::vector<char> buf(16384);
     for (;;) {
@@ -207,37 +147,31 @@ int queryAll(SC_HANDLE scm, int argc, char **argv, int from)
 
 int main(int argc, char **argv)
 {
-    if (argc < 2)
+    tssc::Command c;
+    if (!tssc::parseCommand(argc, argv, c))
         return usage();
-    std::string cmd = tsp::foldLower(argv[1]);
-    bool known = cmd == "create" || cmd == "delete" || cmd == "start" || cmd == "stop" || cmd == "pause" ||
-                 cmd == "continue" || cmd == "interrogate" || cmd == "query";
-    if (!known)
-        return usage();
-    DWORD managerAccess = SC_MANAGER_CONNECT | (cmd == "create" ? SC_MANAGER_CREATE_SERVICE : 0) |
-                          (cmd == "query" ? SC_MANAGER_ENUMERATE_SERVICE : 0);
+    DWORD managerAccess = SC_MANAGER_CONNECT | (c.verb == tssc::Command::Create ? SC_MANAGER_CREATE_SERVICE : 0) |
+                          (c.verb == tssc::Command::QueryAll ? SC_MANAGER_ENUMERATE_SERVICE : 0);
     SC_HANDLE scm = OpenSCManagerA(nullptr, nullptr, managerAccess);
     if (!scm)
         return failed("OpenSCManager", GetLastError());
     int rc;
-    if (cmd == "query" && (argc < 3 || strchr(argv[2], '='))) {
-        rc = queryAll(scm, argc, argv, 2);
-    } else if (argc < 3) {
-        rc = usage();
-    } else if (cmd == "create") {
-        rc = create(scm, argv[2], argc, argv);
+    if (c.verb == tssc::Command::QueryAll) {
+        rc = queryAll(scm, c.state);
+    } else if (c.verb == tssc::Command::Create) {
+        rc = create(scm, c);
     } else {
-        const char *name = argv[2];
+        const char *name = c.name.c_str();
         SC_HANDLE svc = OpenServiceA(scm, name, SERVICE_ALL_ACCESS);
         if (!svc) {
             rc = failed("OpenService", GetLastError());
-        } else if (cmd == "delete") {
-            rc = argc != 3 ? usage() : DeleteService(svc) ? (printf("[SC] DeleteService SUCCESS\n"), 0)
-                                                           : failed("DeleteService", GetLastError());
-        } else if (cmd == "start") {
+        } else if (c.verb == tssc::Command::Delete) {
+            rc = DeleteService(svc) ? (printf("[SC] DeleteService SUCCESS\n"), 0)
+                                    : failed("DeleteService", GetLastError());
+        } else if (c.verb == tssc::Command::Start) {
             std::vector<const char *> args;
-            for (int i = 3; i < argc; ++i)
-                args.push_back(argv[i]);
+            for (const std::string &a : c.args)
+                args.push_back(a.c_str());
             if (!StartServiceA(svc, static_cast<DWORD>(args.size()), args.empty() ? nullptr : args.data())) {
                 rc = failed("StartService", GetLastError());
             } else {
@@ -246,7 +180,7 @@ int main(int argc, char **argv)
                 printStatus(name, nullptr, st);
                 rc = 0;
             }
-        } else if (cmd == "query") {
+        } else if (c.verb == tssc::Command::Query) {
             SERVICE_STATUS st{};
             if (!QueryServiceStatus(svc, &st)) {
                 rc = failed("QueryServiceStatus", GetLastError());
@@ -255,14 +189,12 @@ int main(int argc, char **argv)
                 rc = 0;
             }
         } else {
-            DWORD control = cmd == "stop"       ? SERVICE_CONTROL_STOP
-                            : cmd == "pause"    ? SERVICE_CONTROL_PAUSE
-                            : cmd == "continue" ? SERVICE_CONTROL_CONTINUE
-                                                : SERVICE_CONTROL_INTERROGATE;
+            DWORD control = c.verb == tssc::Command::Stop       ? SERVICE_CONTROL_STOP
+                            : c.verb == tssc::Command::Pause    ? SERVICE_CONTROL_PAUSE
+                            : c.verb == tssc::Command::Continue ? SERVICE_CONTROL_CONTINUE
+                                                                : SERVICE_CONTROL_INTERROGATE;
             SERVICE_STATUS st{};
-            if (argc != 3) {
-                rc = usage();
-            } else if (!ControlService(svc, control, &st)) {
+            if (!ControlService(svc, control, &st)) {
                 rc = failed("ControlService", GetLastError());
             } else {
                 printStatus(name, nullptr, st);

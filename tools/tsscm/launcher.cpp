@@ -1,14 +1,18 @@
 // Starting and reaping service processes.
 #include "launcher.h"
 
+#include "check.h"
 #include "log.h"
 #include "winpath.h"
 
 #include <errno.h>
+#include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -60,6 +64,8 @@ SpawnLauncher::~SpawnLauncher()
     // left to the process's end.
     if (reaper_.joinable())
         reaper_.detach();
+    if (watcher_.joinable())
+        watcher_.detach();
 }
 
 DWORD SpawnLauncher::launch(const std::string &imagePath, pid_t *pid)
@@ -102,6 +108,64 @@ DWORD SpawnLauncher::launch(const std::string &imagePath, pid_t *pid)
         reaper_ = std::thread(&SpawnLauncher::reap, this);
     launched_.notify_all();
     return ERROR_SUCCESS;
+}
+
+void SpawnLauncher::remember(const std::string &serviceName, pid_t pid)
+{
+    if (records_)
+        records_->remember(serviceName, pid);
+}
+
+void SpawnLauncher::forget(const std::string &serviceName)
+{
+    if (records_)
+        records_->forget(serviceName);
+}
+
+std::vector<ProcessRecords::Running> SpawnLauncher::takeOverRecorded(const std::string &runFolder)
+{
+    records_ = std::make_unique<ProcessRecords>(runFolder);
+    std::vector<ProcessRecords::Running> running = records_->stillRunning(), watched;
+    std::vector<std::pair<pid_t, int>> descriptors;
+    for (const ProcessRecords::Running &r : running) {
+        int fd = static_cast<int>(syscall(SYS_pidfd_open, r.pid, 0));
+        if (fd < 0) {
+            // Gone since the record was read, or no descriptor to watch it by.
+            logLine("cannot watch process %d: %s", static_cast<int>(r.pid), strerror(errno));
+            records_->forget(r.serviceName);
+            continue;
+        }
+        fcntl(fd, F_SETFD, FD_CLOEXEC);
+        descriptors.emplace_back(r.pid, fd);
+        watched.push_back(r);
+    }
+    if (!descriptors.empty())
+        watcher_ = std::thread(&SpawnLauncher::watchTakenOver, this, std::move(descriptors));
+    return watched;
+}
+
+// The processes of an earlier daemon are not this one's children: their
+// ends come through their process descriptors.
+void SpawnLauncher::watchTakenOver(std::vector<std::pair<pid_t, int>> processes)
+{
+    while (!processes.empty()) {
+        std::vector<pollfd> fds;
+        for (auto &p : processes)
+            fds.push_back({p.second, POLLIN, 0});
+        if (poll(fds.data(), fds.size(), -1) < 0) {
+            TS_CHECK(errno == EINTR, "poll(process descriptors)");
+            continue;
+        }
+        for (size_t i = fds.size(); i-- > 0;) {
+            if (!fds[i].revents)
+                continue;
+            pid_t pid = processes[i].first;
+            close(processes[i].second);
+            processes.erase(processes.begin() + static_cast<long>(i));
+            if (manager_)
+                manager_->processEnded(pid);
+        }
+    }
 }
 
 void SpawnLauncher::kill(pid_t pid)

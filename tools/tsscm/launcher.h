@@ -1,9 +1,14 @@
 // Service processes as the daemon starts them: the ImagePath as a command
 // line, posix_spawn in a process group of its own with default signals,
-// and one reaper thread that reports each end to the manager.
+// and one reaper thread that reports each end to the manager. The
+// processes that an earlier daemon started and left running are watched
+// through process descriptors by a thread of their own.
 #pragma once
 
 #include "manager.h"
+#include "records.h"
+
+#include <memory>
 
 #include <condition_variable>
 #include <mutex>
@@ -25,9 +30,20 @@ public:
     void reportTo(Manager *manager) { manager_ = manager; }
     DWORD launch(const std::string &imagePath, pid_t *pid) override;
     void kill(pid_t pid) override;
+    void remember(const std::string &serviceName, pid_t pid) override;
+    void forget(const std::string &serviceName) override;
+
+    // Keeps the records of the running processes below runFolder; then the
+    // processes that the records name and that still run, each watched
+    // from now on (its end goes to the manager). Once, before any launch.
+    std::vector<ProcessRecords::Running> takeOverRecorded(const std::string &runFolder);
 
 private:
     void reap();
+    void watchTakenOver(std::vector<std::pair<pid_t, int>> processes);
+
+    std::unique_ptr<ProcessRecords> records_;
+    std::thread watcher_;
 
     Manager *manager_ = nullptr;
     std::mutex lock_;

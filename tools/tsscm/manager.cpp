@@ -251,6 +251,7 @@ DWORD Manager::startLocked(const ServicePtr &s, std::vector<std::string> args, L
     if (DWORD e = launcher_.launch(config.imagePath, &pid))
         return e;
     s->pid = pid;
+    launcher_.remember(s->name, pid);
     s->args = std::move(args);
     s->statusSeq = 0;
     s->launching = true;
@@ -446,6 +447,7 @@ void Manager::processEnded(pid_t pid)
             if (s->pid != pid)
                 continue;
             s->pid = 0;
+            launcher_.forget(s->name);
             if (!s->controlBusy)
                 s->link.reset();
             if (s->launching) {
@@ -470,6 +472,24 @@ void Manager::processEnded(pid_t pid)
     }
     if (hook)
         hook();
+}
+
+void Manager::adopt(const std::string &serviceName, pid_t pid)
+{
+    Lock g(lock_);
+    ServicePtr s = lookupName(serviceName);
+    if (!s) {
+        logLine("%s: process %d runs for a service that is gone; it is ended", serviceName.c_str(),
+                static_cast<int>(pid));
+        launcher_.kill(pid);
+        launcher_.forget(serviceName);
+        return;
+    }
+    s->pid = pid;
+    s->launching = true; // its dispatcher connects again
+    s->statusSeq = 0;
+    s->status = SERVICE_STATUS{SERVICE_WIN32_OWN_PROCESS, SERVICE_START_PENDING, 0, 0, 0, 0, kStartWaitHint};
+    logLine("%s: took over process %d", s->name.c_str(), static_cast<int>(pid));
 }
 
 void Manager::autoStart()

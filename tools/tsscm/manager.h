@@ -31,6 +31,10 @@ public:
     virtual DWORD launch(const std::string &imagePath, pid_t *pid) = 0;
     // Ends the process at once.
     virtual void kill(pid_t pid) = 0;
+    // The service's process runs (remember) or has ended (forget): kept
+    // where a daemon that starts after this one died finds it.
+    virtual void remember(const std::string &serviceName, pid_t pid) {}
+    virtual void forget(const std::string &serviceName) {}
 };
 
 // What a service's dispatcher sends back while a control runs.
@@ -109,6 +113,10 @@ public:
     // The launcher saw a service process end.
     void processEnded(pid_t pid);
 
+    // A process of the service that an earlier daemon started still runs:
+    // it is the service's process, started until its dispatcher connects
+    // again (and reports its state), and never started a second time.
+    void adopt(const std::string &serviceName, pid_t pid);
     // Starts the SERVICE_AUTO_START services.
     void autoStart();
     // Sends SERVICE_CONTROL_SHUTDOWN (or stop) to every running service,

@@ -177,6 +177,12 @@ int main(int argc, char **argv)
     tsscm::Server server(manager, handler, options);
     manager.onProcessEnded([&] { server.wake(); });
 
+    // Service processes that a daemon before this one started and that
+    // still run are this daemon's now; their dispatchers connect again
+    // once the socket is there.
+    for (const tsscm::ProcessRecords::Running &r : launcher.takeOverRecorded(run))
+        manager.adopt(r.serviceName, r.pid);
+
     std::string socketPath = run + "/" + kSocketName;
     if (!server.listenAt(socketPath)) {
         fprintf(stderr, "tsscm: cannot listen on %s: %s\n", socketPath.c_str(), strerror(errno));
