@@ -1,7 +1,11 @@
-// Code page conversions through the bare platform calls: 1 KiB of text of
-// 1252 (Western European) and of 932 (Japanese) to UTF-16 and back, with
+// Code page conversions: 1 KiB of text of 1252 (Western European) and of
+// 932 (Japanese) to UTF-16 and back, through the bare platform calls with
 // the output buffer sized beforehand, as a caller that converts into a
-// buffer of its own does. Run beside the Windows build under Wine.
+// buffer of its own does, and through GenericText, which asks for the size
+// and then converts, on texts ended by their terminator. Run beside the
+// Windows build under Wine.
+#include "GenTxt.h"
+
 #include <windows.h>
 
 #include <benchmark/benchmark.h>
@@ -83,6 +87,37 @@ void From932ToWide(benchmark::State &state) { ToWide(state, 932, Text932()); }
 BENCHMARK(From932ToWide);
 void FromWideTo932(benchmark::State &state) { FromWide(state, 932, Text932()); }
 BENCHMARK(FromWideTo932);
+
+void GenericTextToWide(benchmark::State &state, UINT page, const std::string &text)
+{
+    std::basic_string<unsigned short> out(text.size() + 1, 0);
+    for (auto _ : state) {
+        BOOLTYPE ok = GenericText::ConvertToUnicode(text.c_str(), &out[0], page);
+        benchmark::DoNotOptimize(ok);
+        benchmark::ClobberMemory();
+    }
+}
+
+void GenericTextFromWide(benchmark::State &state, UINT page, const std::string &text)
+{
+    std::basic_string<unsigned short> wide(text.size() + 1, 0);
+    GenericText::ConvertToUnicode(text.c_str(), &wide[0], page);
+    std::string out(text.size() + 1, '\0');
+    for (auto _ : state) {
+        BOOLTYPE ok = GenericText::ConvertToMBCS(wide.c_str(), &out[0], page);
+        benchmark::DoNotOptimize(ok);
+        benchmark::ClobberMemory();
+    }
+}
+
+void GenericTextFrom1252ToWide(benchmark::State &state) { GenericTextToWide(state, 1252, Text1252()); }
+BENCHMARK(GenericTextFrom1252ToWide);
+void GenericTextFromWideTo1252(benchmark::State &state) { GenericTextFromWide(state, 1252, Text1252()); }
+BENCHMARK(GenericTextFromWideTo1252);
+void GenericTextFrom932ToWide(benchmark::State &state) { GenericTextToWide(state, 932, Text932()); }
+BENCHMARK(GenericTextFrom932ToWide);
+void GenericTextFromWideTo932(benchmark::State &state) { GenericTextFromWide(state, 932, Text932()); }
+BENCHMARK(GenericTextFromWideTo932);
 
 } // namespace
 

@@ -11,6 +11,7 @@
 #include "LogFile.h"
 #include "FileDir.h"
 #include "GenTxt.h"
+#include "NetShare.h"
 #include "GenSvc.h"
 #include "DDUMPC.h"
 #include "RegEntry.h"

@@ -9,6 +9,7 @@
 #include <windows.h>
 
 #include <ctype.h>
+#include <dirent.h>
 #include <errno.h>
 #include <limits.h>
 #include <sys/stat.h>
@@ -135,6 +136,79 @@ bool leavesRoot(std::string path, const std::string &root)
     return true; // more links than the kernel follows
 }
 
+// The entry of folder named name but for the case of ASCII letters; of
+// several, the first in byte order, so that the choice does not hang on
+// the order of the folder. False when there is none.
+bool findNoCase(const std::string &folder, const std::string &name, std::string &found)
+{
+    DIR *d = opendir(folder.empty() ? "/" : folder.c_str());
+    if (!d)
+        return false;
+    found.clear();
+    while (dirent *e = readdir(d)) {
+        std::string entry = e->d_name;
+        if (equalNoCase(entry, name) && (found.empty() || entry < found))
+            found = entry;
+    }
+    closedir(d);
+    return !found.empty();
+}
+
+bool exists(const std::string &path)
+{
+    struct stat st;
+    return lstat(path.c_str(), &st) == 0;
+}
+
+// The path of name in folder as it exists, exactly or but for case; false
+// when it exists in no case.
+bool lookUp(const std::string &folder, const std::string &name, std::string &path)
+{
+    std::string found;
+    if (exists(folder + "/" + name))
+        found = name;
+    else if (!findNoCase(folder, name, found))
+        return false;
+    path = folder + "/" + found;
+    return true;
+}
+
+// Gives the components of path below base the case of the entries that
+// exist, as Windows matches names: a path that exists as written is taken
+// at once; otherwise each component that is missing as written is looked
+// up without case in its folder. From the first component that exists in
+// no case on, the rest stays as written, so a new name keeps its case.
+void matchCase(const std::string &base, std::string &path)
+{
+    bool slashAtEnd = path.size() > base.size() + 1 && path.back() == '/';
+    std::string whole = slashAtEnd ? path.substr(0, path.size() - 1) : path;
+    if (whole.size() <= base.size() + 1 || exists(whole))
+        return;
+    // Most often only the last component is new or in other case: start
+    // there when its folder exists as written.
+    size_t from = whole.rfind('/');
+    if (from <= base.size() || !exists(whole.substr(0, from)))
+        from = base.size();
+    std::string out = whole.substr(0, from);
+    while (from < whole.size()) {
+        size_t next = whole.find('/', from + 1);
+        if (next == std::string::npos)
+            next = whole.size();
+        std::string part = whole.substr(from + 1, next - from - 1);
+        std::string found;
+        if (exists(out + "/" + part)) {
+            out += "/" + part;
+        } else if (findNoCase(out, part, found)) {
+            out += "/" + found;
+        } else {
+            out += whole.substr(from);
+            break;
+        }
+        from = next;
+    }
+    path = slashAtEnd ? out + "/" : out;
+}
+
 } // namespace
 
 std::string currentDirectory()
@@ -189,14 +263,14 @@ uint32_t translateWindowsPath(const char *path, std::string &out)
             ++i;
         while (i < p.size() && !isSep(p[i]))
             share += p[i++];
-        struct stat st;
         if (server.empty() || share.empty() || server == "." || server == "..") {
             return ERROR_BAD_PATHNAME;
         }
-        if (stat((base + "/" + server).c_str(), &st) != 0) {
+        std::string serverDir, shareDir;
+        if (!lookUp(base, server, serverDir)) {
             return ERROR_BAD_NETPATH;
         }
-        if (share == "." || share == ".." || stat((base + "/" + server + "/" + share).c_str(), &st) != 0) {
+        if (share == "." || share == ".." || !lookUp(serverDir, share, shareDir)) {
             return ERROR_BAD_NET_NAME;
         }
     } else if (p.size() >= 2 && p[1] == ':' && isalpha(static_cast<unsigned char>(p[0]))) {
@@ -224,6 +298,7 @@ uint32_t translateWindowsPath(const char *path, std::string &out)
         rest = cwdRest + "/" + p;
     }
     out = join(base, rest);
+    matchCase(base, out);
     // The machine root's own drives (c: and the UNC folder) keep to it: a
     // symbolic link inside that leads out is refused, as ".." is kept
     // below the drive's root above. z: and the dosdevices drives lead

@@ -119,9 +119,12 @@ TEST(PathsTest, DrivesAndSharesLandInTheMachineRoot)
     EXPECT_TRUE(fs::is_directory(root + "/posix"));
     EXPECT_TRUE(IsDir("Z:" + root + "\\posix"));
 
-    // Names match with case on POSIX.
+    // A POSIX absolute path keeps POSIX rules: names match with case.
     ASSERT_TRUE(CreateDirectoryA((dir / "Mixed").c_str(), nullptr));
-    EXPECT_FALSE(IsDir(dir / "mixed"));
+    std::string posixDir = root + "/drive_c/" + dir.path().substr(3);
+    EXPECT_TRUE(IsDir(posixDir + "/Mixed"));
+    EXPECT_FALSE(IsDir(posixDir + "/mixed"));
+    EXPECT_TRUE(CreateDirectoryA((posixDir + "/mixed").c_str(), nullptr)) << "a name of its own";
 
     // Another drive letter exists when its link does.
     EXPECT_FALSE(IsDir("D:\\"));
@@ -138,6 +141,7 @@ TEST(PathsTest, DrivesAndSharesLandInTheMachineRoot)
     EXPECT_TRUE(IsDir("\\\\server\\share"));
     ASSERT_TRUE(CreateDirectoryA("\\\\server\\share\\folder", nullptr));
     EXPECT_TRUE(fs::is_directory(root + "/unc/server/share/folder"));
+    EXPECT_TRUE(IsDir("\\\\SERVER\\Share\\FOLDER")) << "UNC names match without case";
     EXPECT_EQ(tstest::ErrorOf(CreateDirectoryA("\\\\server\\other", nullptr)), static_cast<DWORD>(ERROR_BAD_NET_NAME));
     EXPECT_EQ(GetFileAttributesA("\\\\server"), INVALID_FILE_ATTRIBUTES);
 
