@@ -21,9 +21,17 @@ command -v nm >/dev/null && command -v c++filt >/dev/null || skip "nm or c++filt
 
 # What differs between the two lists without being a difference in what the
 # library offers, made equal on both sides:
-# - the spelling of the 32-bit Win32 integers: DWORD and LONG are unsigned
-#   long and long on Windows, unsigned int and int on POSIX; long is spelled
-#   int on both sides (the library's interface uses the Win32 types);
+# - the widths of the integers: 64-bit Windows is LLP64 and POSIX LP64,
+#   so the library's unsigned long (its time limits), DWORD and LONG, size_t
+#   and WPARAM are each spelled differently on the two sides, and POSIX has
+#   overloads for long beside those for the 32-bit Win32 types that are
+#   long on Windows; every unsigned integer is spelled unsigned and every
+#   signed one int, so the lists compare names and the order of the
+#   parameters, and each name is listed once;
+# - the instances of the standard library's templates that a library uses
+#   inside (std::vector<...>::_M_realloc_insert and the like): ELF exports
+#   them as weak symbols, since namespace std has default visibility, and a
+#   DLL never does; they are nothing the library offers;
 # - va_list, a char * on Windows and __va_list_tag * on x86-64 POSIX;
 #   both are spelled char *;
 # - the type names of the C++ ABI ("typeinfo name for X"), which ELF exports
@@ -36,13 +44,15 @@ command -v nm >/dev/null && command -v c++filt >/dev/null || skip "nm or c++filt
 #   demangle to one name: each name is listed once.
 normalise() {
     sed 's/^__emutls_v\.//' | c++filt |
-        perl -pe 's/\blong (long|double)\b/LONG_$1/g; s/\bunsigned long\b/unsigned int/g; s/\blong\b/int/g;
-                  s/\bLONG_(long|double)\b/long $1/g; s/__va_list_tag\*/char*/g' |
+        perl -pe 's/\blong double\b/LONG_DOUBLE/g; s/\bunsigned (long long|long|int)\b/unsigned/g;
+                  s/\b(long long|long)\b/int/g; s/\bLONG_DOUBLE\b/long double/g; s/__va_list_tag\*/char*/g' |
         grep -v -E '^typeinfo name for |^typeinfo for .*\*$' |
         sort -u
 }
 
-posix_exports() { nm -D --defined-only -P "$1" | awk '$2 != "A" { print $1 }' | normalise; }
+posix_exports() {
+    nm -D --defined-only -P "$1" | awk '$2 != "A" && !($2 == "W" && $1 ~ /^_Z(NK?)?St/) { print $1 }' | normalise
+}
 
 dll_exports() {
     "$pe_objdump" -p "$1" |

@@ -37,7 +37,9 @@ public:
     TessaviInitInfo() {}
     TessaviInitInfo(TessaviInitInfo const &) {}
     TessaviInitInfo &operator=(TessaviInitInfo const &) { return *this; }
-    virtual ~TessaviInitInfo() {}
+    // Out of line, so that the library itself holds the class's table of
+    // virtual functions and its type information on both platforms.
+    virtual ~TessaviInitInfo();
 
     // Opens the base key (with full access: a base key that can only be
     // read counts as missing), then "Diagnostics", whose switches it reads

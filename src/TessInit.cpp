@@ -10,6 +10,8 @@
 BOOLTYPE TessaviInitInfo::foundTessaviInit = FALSE;
 RegistryKey *TessaviInitInfo::regBaseKeyPtr = nullptr;
 RegistryKey *TessaviInitInfo::initDataRegKeyPtr = nullptr;
+
+TessaviInitInfo::~TessaviInitInfo() {}
 char TessaviInitInfo::diagnosticDirPath[256] = "c:\\TSDiag";
 char TessaviInitInfo::dataDirPath[256] = "c:\\TSFiles";
 
