@@ -53,6 +53,17 @@ class DiagGuard;
 #endif
 extern TSUTIL_API TSUTIL_THREAD_SLOT DiagGuard *threadDiagGuardPtr;
 
+// How code reaches the slot. The library itself, and programs on ELF
+// systems (where the exported slot is one variable for every module), read
+// and write it inline. A Windows DLL's thread-local variable cannot be
+// shared with the program that imports it (each module would see a slot of
+// its own), so there programs go through the library's exported calls.
+#if defined(TSUTIL_BUILD) || defined(__ELF__)
+#define TSUTIL_THREAD_SLOT_INLINE 1
+#else
+#define TSUTIL_THREAD_SLOT_INLINE 0
+#endif
+
 class TSUTIL_API DiagGuard : public CObject {
 public:
     // A class's index in a guard's table of masks. Only the values are
@@ -116,12 +127,29 @@ public:
     DiagGuard &operator=(DiagGuard const &) = delete;
 
     // The calling thread's guard; null when it has none.
-    static DiagGuard *GetThreadDiagGuardPtr() { return threadDiagGuardPtr; }
+    static DiagGuard *GetThreadDiagGuardPtr()
+    {
+#if TSUTIL_THREAD_SLOT_INLINE
+        return threadDiagGuardPtr;
+#else
+        return ThreadGuard();
+#endif
+    }
     // Makes guard (null for none) the calling thread's guard, overwriting
     // what stood there: guards are neither chained nor restored. For the
     // thread and application objects, and for programs with threads of
     // their own. The guard stays its creator's.
-    static void SetThreadDiagGuardPtr(DiagGuard *guard) { threadDiagGuardPtr = guard; }
+    static void SetThreadDiagGuardPtr(DiagGuard *guard)
+    {
+#if TSUTIL_THREAD_SLOT_INLINE
+        threadDiagGuardPtr = guard;
+#else
+        SetThreadGuard(guard);
+#endif
+    }
+    // The same through the library, for modules that cannot share the slot.
+    static DiagGuard *ThreadGuard();
+    static void SetThreadGuard(DiagGuard *guard);
 
     // The switches. While monitoring is on each call first reads its value
     // from the registry into this guard's field (not into the static).
@@ -167,7 +195,7 @@ public:
     // emitted now, else null. The bit is tested first, inline.
     static DiagGuard *Gate(ClassNameIndex classIndex, MaskBits kind)
     {
-        DiagGuard *g = threadDiagGuardPtr;
+        DiagGuard *g = GetThreadDiagGuardPtr();
         if (g == nullptr || (g->classDiagMasks[classIndex] & kind) == 0)
             return nullptr;
         return g->SwitchesAllow(kind) ? g : nullptr;

@@ -12,6 +12,9 @@
 
 TSUTIL_THREAD_SLOT DiagGuard *threadDiagGuardPtr = nullptr;
 
+DiagGuard *DiagGuard::ThreadGuard() { return threadDiagGuardPtr; }
+void DiagGuard::SetThreadGuard(DiagGuard *guard) { threadDiagGuardPtr = guard; }
+
 BOOLTYPE DiagGuard::initDiagEnable = FALSE;
 BOOLTYPE DiagGuard::initDiagAst = FALSE;
 BOOLTYPE DiagGuard::initDiagAstv = FALSE;

@@ -112,12 +112,21 @@ int RunCaptured(const std::string &program, const std::string &args, std::string
 {
     // cmd.exe strips one pair of outer quotes.
     std::string cmd = "\"\"" + SiblingProgram(program) + "\" " + args + "\"";
-    output.clear();
-    FILE *p = _popen(cmd.c_str(), "r");
-    if (!p)
-        return -1;
-    output = ReadStream(p);
-    return _pclose(p);
+    // Under load, Wine's cmd.exe now and then answers 9009 ("not
+    // recognized") for a program that is there, having run nothing: the
+    // run is tried again, a bounded number of times.
+    int result = -1;
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        output.clear();
+        FILE *p = _popen(cmd.c_str(), "r");
+        if (!p)
+            return -1;
+        output = ReadStream(p);
+        result = _pclose(p);
+        if (result != 9009 || !output.empty())
+            break;
+    }
+    return result;
 }
 
 } // namespace tstest
