@@ -6,6 +6,7 @@
 #pragma once
 
 #include "TSDefs.h"
+#include "DiagGrd.h"
 
 #include <afx.h>
 
@@ -43,7 +44,7 @@ public:
 class TSUTIL_API GenericFile : public CObject {
 public:
     // The class's index in a diagnostic guard's table of masks.
-    static const int CLASS_INDEX;
+    static const DiagGuard::ClassNameIndex CLASS_INDEX = DiagGuard::GenericFileIndex;
 
     enum ReturnCodes {
         BranchDone = 1,     // the directory exists now

@@ -9,13 +9,14 @@
 #pragma once
 
 #include "TSDefs.h"
+#include "DiagGrd.h"
 
 #include <afx.h>
 
 class TSUTIL_API GenericText : public CObject {
 public:
     // The class's index in a diagnostic guard's table of masks.
-    static const int CLASS_INDEX;
+    static const DiagGuard::ClassNameIndex CLASS_INDEX = DiagGuard::GenericTextIndex;
     // The most bytes that one multibyte character may take.
     static const int MAX_MBCS_BYTES = 2;
 

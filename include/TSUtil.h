@@ -17,3 +17,6 @@
 #include "RegKey.h"
 #include "RegValue.h"
 #include "RegDB.h"
+#include "DiagGrd.h"
+#include "DiagSvc.h"
+#include "TessInit.h"

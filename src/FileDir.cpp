@@ -125,7 +125,7 @@ int CFileDirectory::IsValidFileName(const CString &path)
 
 CFileDirectory &CFileDirectory::operator=(const CFileDirectory &) { return *this; }
 
-const int GenericFile::CLASS_INDEX = 3;
+const DiagGuard::ClassNameIndex GenericFile::CLASS_INDEX;
 
 GenericFile::~GenericFile() {}
 

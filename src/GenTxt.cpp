@@ -4,7 +4,7 @@
 #include <mbstring.h>
 #include <stdlib.h>
 
-const int GenericText::CLASS_INDEX = 4;
+const DiagGuard::ClassNameIndex GenericText::CLASS_INDEX;
 
 GenericText::~GenericText() {}
 

@@ -1,0 +1,116 @@
+// DiagGuardService in a real service process under the service manager
+// (children/diagsvc_probe): an assertion on the thread the program named
+// asks the service to stop and ends the process before any stop report;
+// one on another thread reports SERVICE_STOPPED first. Both write the
+// report into the guard's file.
+#include "../lib/DiagFixture.h"
+#include "../platform/ServiceFixture.h"
+
+#include <chrono>
+#include <regex>
+#include <string>
+
+namespace {
+
+using tstest::DiagTest;
+using tstest::kWaitBound;
+
+class GuardServiceTest : public DiagTest {
+protected:
+    GuardServiceTest() { hive_ = HKEY_LOCAL_MACHINE; } // what a service reads whichever account it runs as
+    void SetUp() override
+    {
+        DiagTest::SetUp();
+        scm_ = OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
+        ASSERT_NE(scm_, nullptr) << "no service manager, error " << GetLastError();
+        CreateKey("Diagnostics");
+        SetDword("Diagnostics", "AllowDiagnostics", 1);
+    }
+    void TearDown() override
+    {
+        if (service_) {
+            SERVICE_STATUS s{};
+            ControlService(service_, SERVICE_CONTROL_STOP, &s);
+            tstest::ServiceTest::WaitForState(service_, SERVICE_STOPPED);
+            DeleteService(service_);
+            CloseServiceHandle(service_);
+        }
+        if (scm_)
+            CloseServiceHandle(scm_);
+        if (tstest::RunningOnPosix()) {
+            EXPECT_EQ(tstest::StopManager(), 0);
+        }
+        DiagTest::TearDown();
+    }
+
+    // Installs and starts the probe in a mode; its report goes to FILE.
+    void Start(const std::string &mode)
+    {
+        std::string name = "TSDiagSvc" + std::to_string(GetCurrentProcessId()) + mode;
+        std::string command = "\"" + tstest::SiblingProgram("diagsvc_probe") + "\" HKLM " + base_ + " " +
+                              File(mode + ".txt") + " " + mode;
+        service_ = CreateServiceA(scm_, name.c_str(), name.c_str(), SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS,
+                                  SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL, command.c_str(), nullptr, nullptr,
+                                  nullptr, nullptr, nullptr);
+        ASSERT_NE(service_, nullptr) << "CreateServiceA, error " << GetLastError();
+        ASSERT_NE(StartServiceA(service_, 0, nullptr), 0) << "StartServiceA, error " << GetLastError();
+    }
+
+    // The file's text once it holds a whole report (at most kWaitBound).
+    std::string AwaitReport(const std::string &file)
+    {
+        auto start = std::chrono::steady_clock::now();
+        std::string text;
+        do {
+            text = Content(file);
+            if (text.find("\r\n Assertion:\r\n  FALSE\r\n\r\n") != std::string::npos)
+                break;
+            Sleep(10);
+        } while (tstest::MsSince(start) < kWaitBound);
+        return text;
+    }
+
+    // Starts the probe in a mode and expects the report of a thread that
+    // emitted where before its assertion.
+    void ExpectReport(const std::string &mode, const std::string &where)
+    {
+        static const std::regex report(
+            R"((.*)\r\n\r\n\r\n\*\*Tessavi Assertion Failed\*\*\r\n     File: .*diagsvc_probe\.cpp ,  )"
+            R"(Line: \d+\r\n       Time/date of compile: [^\r]+\r\n\r\n Assertion:\r\n  FALSE\r\n\r\n)");
+        ASSERT_NO_FATAL_FAILURE(Start(mode));
+        std::smatch m;
+        std::string text = AwaitReport(mode + ".txt");
+        SERVICE_STATUS s{};
+        QueryServiceStatus(service_, &s);
+        ASSERT_TRUE(std::regex_match(text, m, report))
+            << text << "\nservice state " << s.dwCurrentState << ", exit code " << s.dwWin32ExitCode;
+        EXPECT_EQ(m[1].str(), where);
+    }
+
+    SC_HANDLE scm_ = nullptr;
+    SC_HANDLE service_ = nullptr;
+};
+
+// On a thread other than the named one: SERVICE_STOPPED comes from the
+// guard, with the exit code the service had (0), before the process ends.
+TEST_F(GuardServiceTest, AnotherThreadReportsTheStop)
+{
+    ExpectReport("other", "worker thread");
+    SERVICE_STATUS s{};
+    ASSERT_TRUE(tstest::ServiceTest::WaitForState(service_, SERVICE_STOPPED, &s));
+    EXPECT_EQ(s.dwWin32ExitCode, 0u) << "the stop was reported, not found by the manager";
+}
+
+// On the named thread: the stop is requested and the process ends at once,
+// so no stop report comes from the service; the manager finds the process
+// gone.
+TEST_F(GuardServiceTest, TheNamedThreadRequestsTheStop)
+{
+    ExpectReport("named", "named thread");
+    TS_SKIP_ON_WINE("the service manager does not notice a service process that ends without reporting its stop");
+    SERVICE_STATUS s{};
+    ASSERT_TRUE(tstest::ServiceTest::WaitForState(service_, SERVICE_STOPPED, &s));
+    EXPECT_EQ(s.dwWin32ExitCode, static_cast<DWORD>(ERROR_PROCESS_ABORTED)) << "no stop report came from the service";
+}
+
+} // namespace
