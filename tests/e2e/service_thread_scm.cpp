@@ -1,0 +1,96 @@
+// A service under the service manager whose worker is a ServiceThread
+// (children/svcthread_probe): it answers start, pause, continue and stop,
+// each seen by the manager, and its guard (a DiagGuardService of its own)
+// writes one gated message per answer between the messages of its
+// InitInstance and ExitInstance.
+#include "../lib/DiagFixture.h"
+#include "../platform/ServiceFixture.h"
+
+#include <chrono>
+#include <string>
+
+namespace {
+
+using tstest::DiagTest;
+using tstest::kWaitBound;
+
+class ServiceThreadScmTest : public DiagTest {
+protected:
+    ServiceThreadScmTest() { hive_ = HKEY_LOCAL_MACHINE; } // what a service reads whichever account it runs as
+    void SetUp() override
+    {
+        DiagTest::SetUp();
+        scm_ = OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
+        ASSERT_NE(scm_, nullptr) << "no service manager, error " << GetLastError();
+        CreateKey("Diagnostics");
+        SetDword("Diagnostics", "AllowDiagnostics", 1);
+    }
+    void TearDown() override
+    {
+        if (service_) {
+            SERVICE_STATUS s{};
+            ControlService(service_, SERVICE_CONTROL_STOP, &s);
+            tstest::ServiceTest::WaitForState(service_, SERVICE_STOPPED);
+            DeleteService(service_);
+            CloseServiceHandle(service_);
+        }
+        if (scm_)
+            CloseServiceHandle(scm_);
+        if (tstest::RunningOnPosix()) {
+            EXPECT_EQ(tstest::StopManager(), 0);
+        }
+        DiagTest::TearDown();
+    }
+
+    // The control's answer as the manager reports it once it is settled.
+    DWORD Settled(DWORD control, DWORD state)
+    {
+        SERVICE_STATUS s{};
+        EXPECT_NE(ControlService(service_, control, &s), 0) << "control " << control << ", error " << GetLastError();
+        EXPECT_TRUE(tstest::ServiceTest::WaitForState(service_, state, &s)) << "state " << s.dwCurrentState;
+        return s.dwCurrentState;
+    }
+
+    // The file's text once it ends with the exit message (at most kWaitBound).
+    std::string AwaitExitMessage(const std::string &file)
+    {
+        const std::string last = "   and ServiceThread (base class) exiting -- ExitInstance().\r\n";
+        auto start = std::chrono::steady_clock::now();
+        std::string text;
+        do {
+            text = Content(file);
+            if (text.size() >= last.size() && text.compare(text.size() - last.size(), last.size(), last) == 0)
+                break;
+            Sleep(10);
+        } while (tstest::MsSince(start) < kWaitBound);
+        return text;
+    }
+
+    SC_HANDLE scm_ = nullptr;
+    SC_HANDLE service_ = nullptr;
+};
+
+} // namespace
+
+TEST_F(ServiceThreadScmTest, AServiceThreadAnswersStartPauseContinueAndStop)
+{
+    std::string name = "TSSvcThread" + std::to_string(GetCurrentProcessId());
+    std::string command = "\"" + tstest::SiblingProgram("svcthread_probe") + "\" HKLM " + base_ + " " + File("worker.txt");
+    service_ = CreateServiceA(scm_, name.c_str(), name.c_str(), SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS,
+                              SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL, command.c_str(), nullptr, nullptr, nullptr,
+                              nullptr, nullptr);
+    ASSERT_NE(service_, nullptr) << "CreateServiceA, error " << GetLastError();
+    ASSERT_NE(StartServiceA(service_, 0, nullptr), 0) << "StartServiceA, error " << GetLastError();
+    SERVICE_STATUS s{};
+    ASSERT_TRUE(tstest::ServiceTest::WaitForState(service_, SERVICE_RUNNING, &s)) << "state " << s.dwCurrentState;
+
+    EXPECT_EQ(Settled(SERVICE_CONTROL_PAUSE, SERVICE_PAUSED), static_cast<DWORD>(SERVICE_PAUSED));
+    EXPECT_EQ(Settled(SERVICE_CONTROL_CONTINUE, SERVICE_RUNNING), static_cast<DWORD>(SERVICE_RUNNING));
+    EXPECT_EQ(Settled(SERVICE_CONTROL_STOP, SERVICE_STOPPED), static_cast<DWORD>(SERVICE_STOPPED));
+    EXPECT_EQ(AwaitExitMessage("worker.txt"), "ServiceThread (base class) initializing -- InitInstance().\r\n"
+                                              "answered start\r\n"
+                                              "answered pause\r\n"
+                                              "answered continue\r\n"
+                                              "answered stop\r\n"
+                                              "   and ServiceThread (base class) exiting -- ExitInstance().\r\n");
+}
