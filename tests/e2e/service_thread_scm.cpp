@@ -3,45 +3,17 @@
 // each seen by the manager, and its guard (a DiagGuardService of its own)
 // writes one gated message per answer between the messages of its
 // InitInstance and ExitInstance.
-#include "../lib/DiagFixture.h"
-#include "../platform/ServiceFixture.h"
+#include "ServiceProbeFixture.h"
 
 #include <chrono>
 #include <string>
 
 namespace {
 
-using tstest::DiagTest;
 using tstest::kWaitBound;
 
-class ServiceThreadScmTest : public DiagTest {
+class ServiceThreadScmTest : public tstest::ServiceProbeTest {
 protected:
-    ServiceThreadScmTest() { hive_ = HKEY_LOCAL_MACHINE; } // what a service reads whichever account it runs as
-    void SetUp() override
-    {
-        DiagTest::SetUp();
-        scm_ = OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
-        ASSERT_NE(scm_, nullptr) << "no service manager, error " << GetLastError();
-        CreateKey("Diagnostics");
-        SetDword("Diagnostics", "AllowDiagnostics", 1);
-    }
-    void TearDown() override
-    {
-        if (service_) {
-            SERVICE_STATUS s{};
-            ControlService(service_, SERVICE_CONTROL_STOP, &s);
-            tstest::ServiceTest::WaitForState(service_, SERVICE_STOPPED);
-            DeleteService(service_);
-            CloseServiceHandle(service_);
-        }
-        if (scm_)
-            CloseServiceHandle(scm_);
-        if (tstest::RunningOnPosix()) {
-            EXPECT_EQ(tstest::StopManager(), 0);
-        }
-        DiagTest::TearDown();
-    }
-
     // The control's answer as the manager reports it once it is settled.
     DWORD Settled(DWORD control, DWORD state)
     {
@@ -65,22 +37,14 @@ protected:
         } while (tstest::MsSince(start) < kWaitBound);
         return text;
     }
-
-    SC_HANDLE scm_ = nullptr;
-    SC_HANDLE service_ = nullptr;
 };
 
 } // namespace
 
 TEST_F(ServiceThreadScmTest, AServiceThreadAnswersStartPauseContinueAndStop)
 {
-    std::string name = "TSSvcThread" + std::to_string(GetCurrentProcessId());
-    std::string command = "\"" + tstest::SiblingProgram("svcthread_probe") + "\" HKLM " + base_ + " " + File("worker.txt");
-    service_ = CreateServiceA(scm_, name.c_str(), name.c_str(), SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS,
-                              SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL, command.c_str(), nullptr, nullptr, nullptr,
-                              nullptr, nullptr);
-    ASSERT_NE(service_, nullptr) << "CreateServiceA, error " << GetLastError();
-    ASSERT_NE(StartServiceA(service_, 0, nullptr), 0) << "StartServiceA, error " << GetLastError();
+    ASSERT_NO_FATAL_FAILURE(InstallAndStart("TSSvcThread" + std::to_string(GetCurrentProcessId()), "svcthread_probe",
+                                            "HKLM " + base_ + " " + File("worker.txt")));
     SERVICE_STATUS s{};
     ASSERT_TRUE(tstest::ServiceTest::WaitForState(service_, SERVICE_RUNNING, &s)) << "state " << s.dwCurrentState;
 
