@@ -21,3 +21,5 @@
 #include "DiagGrd.h"
 #include "DiagSvc.h"
 #include "TessInit.h"
+#include "SvcThrd.h"
+#include "WinApp.h"

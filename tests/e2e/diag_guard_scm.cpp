@@ -3,8 +3,7 @@
 // asks the service to stop and ends the process before any stop report;
 // one on another thread reports SERVICE_STOPPED first. Both write the
 // report into the guard's file.
-#include "../lib/DiagFixture.h"
-#include "../platform/ServiceFixture.h"
+#include "ServiceProbeFixture.h"
 
 #include <chrono>
 #include <regex>
@@ -12,48 +11,15 @@
 
 namespace {
 
-using tstest::DiagTest;
 using tstest::kWaitBound;
 
-class GuardServiceTest : public DiagTest {
+class GuardServiceTest : public tstest::ServiceProbeTest {
 protected:
-    GuardServiceTest() { hive_ = HKEY_LOCAL_MACHINE; } // what a service reads whichever account it runs as
-    void SetUp() override
-    {
-        DiagTest::SetUp();
-        scm_ = OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
-        ASSERT_NE(scm_, nullptr) << "no service manager, error " << GetLastError();
-        CreateKey("Diagnostics");
-        SetDword("Diagnostics", "AllowDiagnostics", 1);
-    }
-    void TearDown() override
-    {
-        if (service_) {
-            SERVICE_STATUS s{};
-            ControlService(service_, SERVICE_CONTROL_STOP, &s);
-            tstest::ServiceTest::WaitForState(service_, SERVICE_STOPPED);
-            DeleteService(service_);
-            CloseServiceHandle(service_);
-        }
-        if (scm_)
-            CloseServiceHandle(scm_);
-        if (tstest::RunningOnPosix()) {
-            EXPECT_EQ(tstest::StopManager(), 0);
-        }
-        DiagTest::TearDown();
-    }
-
     // Installs and starts the probe in a mode; its report goes to FILE.
     void Start(const std::string &mode)
     {
-        std::string name = "TSDiagSvc" + std::to_string(GetCurrentProcessId()) + mode;
-        std::string command = "\"" + tstest::SiblingProgram("diagsvc_probe") + "\" HKLM " + base_ + " " +
-                              File(mode + ".txt") + " " + mode;
-        service_ = CreateServiceA(scm_, name.c_str(), name.c_str(), SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS,
-                                  SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL, command.c_str(), nullptr, nullptr,
-                                  nullptr, nullptr, nullptr);
-        ASSERT_NE(service_, nullptr) << "CreateServiceA, error " << GetLastError();
-        ASSERT_NE(StartServiceA(service_, 0, nullptr), 0) << "StartServiceA, error " << GetLastError();
+        InstallAndStart("TSDiagSvc" + std::to_string(GetCurrentProcessId()) + mode, "diagsvc_probe",
+                        "HKLM " + base_ + " " + File(mode + ".txt") + " " + mode);
     }
 
     // The file's text once it holds a whole report (at most kWaitBound).
@@ -86,9 +52,6 @@ protected:
             << text << "\nservice state " << s.dwCurrentState << ", exit code " << s.dwWin32ExitCode;
         EXPECT_EQ(m[1].str(), where);
     }
-
-    SC_HANDLE scm_ = nullptr;
-    SC_HANDLE service_ = nullptr;
 };
 
 // On a thread other than the named one: SERVICE_STOPPED comes from the
