@@ -63,7 +63,9 @@ TEST_F(ThreadProcessTest, AnApplicationWithNoMainOfItsOwnRunsAndWritesTheDefault
 {
     CreateKey("Diagnostics");
     SetDword("Diagnostics", "AllowDiagnostics", 1);
-    EXPECT_EQ(Run("winapp_probe", {"HKCU", base_, File("")}), 7);
+    // The folder as "dir/.": a trailing separator would escape the closing
+    // quote of the argument on a Windows command line.
+    EXPECT_EQ(Run("winapp_probe", {"HKCU", base_, File(".")}), 7);
     EXPECT_EQ(Content("defWDiag.txt"), "WinApp initializing -- InitInstance().\r\n"
                                        "application asks the thread to quit\r\n"
                                        "application ends\r\n"
