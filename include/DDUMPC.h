@@ -126,7 +126,9 @@ private:
     BOOLTYPE fileOpen;
     char *dumpFileName;  // MAX_FILE_NAME_LEN + 1 zero-filled bytes, or null
     int outputState;     // 0 output works, 3 output has stopped for good
-    int textOutBufferSize;
+    // Kept for code that reads the layout; the stream itself sizes its
+    // buffers from msgBufferSize.
+    [[maybe_unused]] int textOutBufferSize;
     int msgBufferSize;
     char *textInBuffer;  // INIT_MSG_BUFFER_SIZE + 1 bytes: the piece from its first byte of 0x80 up
     char *textOutBuffer; // msgBufferSize + 1 bytes: the piece translated

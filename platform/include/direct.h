@@ -4,13 +4,9 @@
 
 #include <stddef.h>
 
-#ifndef TSCRT_API
-#define TSCRT_API __attribute__((visibility("default")))
-#endif
+#include "tscrtapi.h"
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+TSCRT_BEGIN_DECLS
 
 /* 0, or -1 with errno (EEXIST, ENOENT). */
 TSCRT_API int _mkdir(const char *dirname);
@@ -20,8 +16,6 @@ TSCRT_API int _chdir(const char *dirname);
  * malloc of at least maxlen bytes. Null with ERANGE when it does not fit. */
 TSCRT_API char *_getcwd(char *buffer, int maxlen);
 
-#ifdef __cplusplus
-}
-#endif
+TSCRT_END_DECLS
 
 #endif /* TSPLATFORM_DIRECT_H */

@@ -2,13 +2,9 @@
 #ifndef TSPLATFORM_IO_H
 #define TSPLATFORM_IO_H
 
-#ifndef TSCRT_API
-#define TSCRT_API __attribute__((visibility("default")))
-#endif
+#include "tscrtapi.h"
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+TSCRT_BEGIN_DECLS
 
 /* mode 0 exists, 2 may be written, 4 may be read, 6 both. 0 when so; else
  * -1 with errno ENOENT (nothing there), EACCES (a file whose read-only
@@ -43,8 +39,6 @@ TSCRT_API int _write(int fd, const void *buffer, unsigned int count);
  * before the start). */
 TSCRT_API long _lseek(int fd, long offset, int origin);
 
-#ifdef __cplusplus
-}
-#endif
+TSCRT_END_DECLS
 
 #endif /* TSPLATFORM_IO_H */

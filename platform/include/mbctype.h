@@ -2,18 +2,14 @@
 #ifndef TSPLATFORM_MBCTYPE_H
 #define TSPLATFORM_MBCTYPE_H
 
-#ifndef TSCRT_API
-#define TSCRT_API __attribute__((visibility("default")))
-#endif
+#include "tscrtapi.h"
 
 #define _MB_CP_SBCS    0
 #define _MB_CP_OEM     (-2)
 #define _MB_CP_ANSI    (-3)
 #define _MB_CP_LOCALE  (-4)
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+TSCRT_BEGIN_DECLS
 
 /* Sets the code page that the _mbs functions follow: a single-byte or
  * double-byte code page (932, 936, 949, 950, 1250-1258, 437, 850, ...),
@@ -27,8 +23,6 @@ TSCRT_API int _getmbcp(void);
 TSCRT_API int _ismbblead(unsigned int c);
 TSCRT_API int _ismbbtrail(unsigned int c);
 
-#ifdef __cplusplus
-}
-#endif
+TSCRT_END_DECLS
 
 #endif /* TSPLATFORM_MBCTYPE_H */

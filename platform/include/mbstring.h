@@ -8,9 +8,7 @@
 
 #include "mbctype.h"
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+TSCRT_BEGIN_DECLS
 
 /* Characters before the terminator. */
 TSCRT_API size_t _mbslen(const unsigned char *str);
@@ -46,8 +44,6 @@ TSCRT_API int _mbsicmp(const unsigned char *a, const unsigned char *b);
 TSCRT_API int _mbsnbcmp(const unsigned char *a, const unsigned char *b, size_t count);
 TSCRT_API int _mbscmp(const unsigned char *a, const unsigned char *b);
 
-#ifdef __cplusplus
-}
-#endif
+TSCRT_END_DECLS
 
 #endif /* TSPLATFORM_MBSTRING_H */

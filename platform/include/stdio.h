@@ -4,13 +4,9 @@
 #ifndef TSPLATFORM_STDIO_H
 #define TSPLATFORM_STDIO_H
 
-#ifndef TSCRT_API
-#define TSCRT_API __attribute__((visibility("default")))
-#endif
+#include "tscrtapi.h"
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+TSCRT_BEGIN_DECLS
 
 /* fopen with a Windows path and a share flag of <share.h>: the file is
  * checked against every other open of it as CreateFileA does, and a
@@ -19,8 +15,6 @@ extern "C" {
  * stream is never inherited by a program started with exec. */
 TSCRT_API FILE *_fsopen(const char *filename, const char *mode, int shflag);
 
-#ifdef __cplusplus
-}
-#endif
+TSCRT_END_DECLS
 
 #endif /* TSPLATFORM_STDIO_H */

@@ -4,9 +4,7 @@
 #ifndef TSPLATFORM_STDLIB_H
 #define TSPLATFORM_STDLIB_H
 
-#ifndef TSCRT_API
-#define TSCRT_API __attribute__((visibility("default")))
-#endif
+#include "tscrtapi.h"
 
 #define _MAX_PATH   260
 #define _MAX_DRIVE  3
@@ -15,9 +13,7 @@
 #define _MAX_EXT    256
 #define _CVTBUFSIZE 349
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+TSCRT_BEGIN_DECLS
 
 /* value in the radix (2 to 36) into buffer; negative only in radix 10,
  * other radixes show the two's complement. Gives buffer. */
@@ -40,9 +36,9 @@ TSCRT_API char *_gcvt(double value, int digits, char *buffer);
  * _MAX_EXT bytes with its terminator; a null buffer is skipped. */
 TSCRT_API void _splitpath(const char *path, char *drive, char *dir, char *fname, char *ext);
 
-#ifdef __cplusplus
-}
+TSCRT_END_DECLS
 
+#ifdef __cplusplus
 /* mbstowcs and wcstombs for 16-bit wide strings (WCHAR, unsigned short),
  * as the Microsoft runtime has them where wchar_t is 16 bits. The text is
  * in the ANSI code page (GetACP). mbstowcs writes at most count units: the

@@ -4,13 +4,9 @@
 #ifndef TSPLATFORM_STRING_H
 #define TSPLATFORM_STRING_H
 
-#ifndef TSCRT_API
-#define TSCRT_API __attribute__((visibility("default")))
-#endif
+#include "tscrtapi.h"
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+TSCRT_BEGIN_DECLS
 
 /* A copy from malloc, or null (for a null source too). */
 TSCRT_API char *_strdup(const char *s);
@@ -18,8 +14,6 @@ TSCRT_API char *_strdup(const char *s);
 TSCRT_API int _stricmp(const char *a, const char *b);
 TSCRT_API int _strnicmp(const char *a, const char *b, size_t n);
 
-#ifdef __cplusplus
-}
-#endif
+TSCRT_END_DECLS
 
 #endif /* TSPLATFORM_STRING_H */

@@ -4,13 +4,9 @@
 #ifndef TSPLATFORM_TIME_H
 #define TSPLATFORM_TIME_H
 
-#ifndef TSCRT_API
-#define TSCRT_API __attribute__((visibility("default")))
-#endif
+#include "tscrtapi.h"
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+TSCRT_BEGIN_DECLS
 
 /* Takes up the time zone setting (TZ) afresh. */
 TSCRT_API void _tzset(void);
@@ -19,8 +15,6 @@ TSCRT_API char *_strdate(char *buffer);
 /* The local time as "hh:mm:ss"; gives buffer. */
 TSCRT_API char *_strtime(char *buffer);
 
-#ifdef __cplusplus
-}
-#endif
+TSCRT_END_DECLS
 
 #endif /* TSPLATFORM_TIME_H */

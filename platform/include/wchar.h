@@ -5,13 +5,9 @@
 #ifndef TSPLATFORM_WCHAR_H
 #define TSPLATFORM_WCHAR_H
 
-#ifndef TSCRT_API
-#define TSCRT_API __attribute__((visibility("default")))
-#endif
+#include "tscrtapi.h"
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+TSCRT_BEGIN_DECLS
 
 /* A copy from malloc, or null (for a null source too). */
 TSCRT_API wchar_t *_wcsdup(const wchar_t *s);
@@ -19,8 +15,6 @@ TSCRT_API wchar_t *_wcsdup(const wchar_t *s);
 TSCRT_API int _wcsicmp(const wchar_t *a, const wchar_t *b);
 TSCRT_API int _wcsnicmp(const wchar_t *a, const wchar_t *b, size_t n);
 
-#ifdef __cplusplus
-}
-#endif
+TSCRT_END_DECLS
 
 #endif /* TSPLATFORM_WCHAR_H */
