@@ -5,8 +5,9 @@
 // switched on), and on a console to the screen.
 #pragma once
 
+#include "AnswerLoop.h"
+
 #include <LogFile.h>
-#include <MultiLck.h>
 #include <SvcThrd.h>
 
 #include <stdio.h>
@@ -20,11 +21,6 @@ namespace heartbeat {
 // messages on, as for every program class.
 const DiagGuard::ClassNameIndex kHeartbeatClass = DiagGuard::FirstProgramIndex;
 
-// The child sides of the service's interlocks.
-struct Answers {
-    ChildInterlockSepThread *start, *stop, *pause, *resume;
-};
-
 class HeartbeatWorker : public ServiceThread {
 public:
     // Writes its diagnostics to diagFile (the thread's own guard), its
@@ -37,36 +33,14 @@ public:
 
     unsigned long Beats() const { return beats_; }
 
-    // Answers the start, then beats until the stop; while paused it stands
-    // still. A request stays raised until the run loop has seen its answer,
-    // so the worker watches only the requests that change its state: stop
-    // and pause while running, stop and continue while paused.
+    // Answers the start, then beats until the stop (AnswerLoop.h); while
+    // paused it stands still.
     int Run() override
     {
-        ChildInterlockSepThread *whileRunning[] = {answers_.stop, answers_.pause, nullptr};
-        ChildInterlockSepThread *whilePaused[] = {answers_.stop, answers_.resume, nullptr};
-        ChildMultiLockSepThread running(whileRunning), paused(whilePaused);
-        Record("started", "the worker answered the start request; the service runs, a beat a second");
-        answers_.start->NotifyStateReached();
-        bool isPaused = false;
-        for (;;) {
-            ChildInterlock *found = nullptr;
-            if (!(isPaused ? paused : running).DetectRequest(&found, isPaused ? INFINITE : beatMs_)) {
-                if (!isPaused)
-                    Beat();
-                continue;
-            }
-            if (found == answers_.stop) {
-                Record("stopped", "the worker answered the stop request");
-                answers_.stop->NotifyStateReached();
-                return ExitInstance();
-            }
-            isPaused = found == answers_.pause;
-            Record(isPaused ? "paused" : "continued",
-                   isPaused ? "the worker answered the pause request; no beats until continued"
-                            : "the worker answered the continue request; beating again");
-            static_cast<ChildInterlockSepThread *>(found)->NotifyStateReached();
-        }
+        AnswerUntilStop(
+            answers_, beatMs_, [this](Change change) { Record(kEvents[change][0], kEvents[change][1]); },
+            [](Change) {}, [this] { Beat(); });
+        return ExitInstance();
     }
 
 private:
@@ -94,6 +68,15 @@ private:
             fflush(stdout);
         }
     }
+
+    // For each change: the word of the log and the diagnostics, the words
+    // of the console.
+    static constexpr char const *kEvents[4][2] = {
+        {"started", "the worker answered the start request; the service runs, a beat a second"},
+        {"stopped", "the worker answered the stop request"},
+        {"paused", "the worker answered the pause request; no beats until continued"},
+        {"continued", "the worker answered the continue request; beating again"},
+    };
 
     Answers answers_;
     LogFile &log_;

@@ -44,8 +44,9 @@ beats() { grep -c 'heartbeat: beat ' "$out" || true; }
 
 say "A fresh machine root: TSUTIL_ROOT=$TSUTIL_ROOT"
 say "heartbeat console: the service runs on this console"
+: >"$out"
 set -m # the service gets a process group of its own, and the console's signals
-"$bin/heartbeat" console >"$out" 2>&1 &
+"$bin/heartbeat" console >>"$out" 2>&1 &
 pid=$!
 await "beat 2"
 
