@@ -1,4 +1,4 @@
-// A service built on GenericService (the example service, svcdemo, built
+// A service built on GenericService (the example service, heartbeat, built
 // beside this program) under the service manager: from StartServiceA to
 // SERVICE_RUNNING, a pause and continue round trip through the control
 // handler, the interlocks, the worker's answers and the run loop, and an
@@ -16,10 +16,10 @@
 
 namespace {
 
-char const kShortName[] = "TSSvcDemo";
-char const kLongName[] = "TSUtil Demo Service";
+char const kShortName[] = "TSHeartbeat";
+char const kLongName[] = "TSUtil Heartbeat Service";
 
-// svcdemo's full path: this program's folder and extension.
+// heartbeat's full path: this program's folder and extension.
 std::string DemoPath()
 {
     char self[MAX_PATH] = {0};
@@ -29,7 +29,7 @@ std::string DemoPath()
     std::string name = path.substr(slash + 1);
     size_t dot = name.rfind('.');
     std::string ext = dot == std::string::npos ? "" : name.substr(dot);
-    return path.substr(0, slash + 1) + "svcdemo" + ext;
+    return path.substr(0, slash + 1) + "heartbeat" + ext;
 }
 
 // Polls until the service reports state; false after 10 s or a failed query.

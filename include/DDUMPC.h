@@ -79,6 +79,7 @@ public:
     // Hands written data to the disk; a failure silences the stream.
     void Diag_Flush();
 
+    // One piece each, in the formats of the table at the top; the stream.
     DiagDumpContext &operator<<(char const *text);
     DiagDumpContext &operator<<(CString const &text);
     DiagDumpContext &operator<<(unsigned char value);

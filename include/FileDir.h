@@ -38,6 +38,7 @@ public:
     // wildcards; else 0.
     static int IsValidFileName(const CString &path);
 
+    // The class has no state: assignment does nothing.
     CFileDirectory &operator=(const CFileDirectory &);
 };
 
@@ -53,6 +54,7 @@ public:
         BranchFailed = 4,   // a level could not be made, a UNC path without a share, or a path over 255 bytes
     };
 
+    // The class has no state.
     virtual ~GenericFile();
 
     // Creates the chain of directories of path, one level per call, the

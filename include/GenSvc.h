@@ -127,6 +127,7 @@ public:
     void PauseService();
     void ContinueService();
 
+    // The fields as the constructor and the derived class set them.
     BOOLTYPE IsRunningAsService() const { return runAsService; }
     char const *GetShortNameByPtr() const { return shortName; }
     unsigned long GetServiceStartTimeout() const { return startTimeout; }

@@ -19,6 +19,7 @@ public:
     // The most bytes that one multibyte character may take.
     static const int MAX_MBCS_BYTES = 2;
 
+    // The class holds no state of its own.
     virtual ~GenericText();
 
     // Copies the first character of in (one or two bytes) and a

@@ -24,6 +24,8 @@ public:
     // Shares the request cell of child's parent; a child without a parent
     // (or a null child) gives a parent with a cell of its own.
     ParentInterlockSepJob(ChildInterlockSepJob *child);
+    // Frees the request cell unless it is shared, the response cell, and
+    // deletes the spawned child.
     virtual ~ParentInterlockSepJob();
 
     ParentInterlockSepJob(ParentInterlockSepJob const &) = delete;
@@ -42,6 +44,9 @@ public:
     ChildInterlockSepJob *SpawnChildInterlockSepJob();
 
 protected:
+    // The constructors' work: other's request cell (null: a new one) and a
+    // new response cell, both clear; a cell that cannot be allocated stays
+    // null and the parent's operations give FALSE.
     void InitSyncObjectsSepJob(ParentInterlockSepJob *other);
 
 private:
@@ -59,7 +64,9 @@ public:
     // A child without a parent: it serves only as an argument to a parent's
     // constructor; its operations give FALSE.
     ChildInterlockSepJob();
+    // The child of parent, which is not owned and must outlive it.
     ChildInterlockSepJob(ParentInterlockSepJob *parent);
+    // Touches neither the parent nor its cells.
     virtual ~ChildInterlockSepJob();
 
     // The parent's request cell, at once. A request stays detected until

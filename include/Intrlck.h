@@ -21,9 +21,12 @@ class ParentMultiLockSepThread;
 // The responding side. The base's operations work, do nothing and give FALSE.
 class TSUTIL_API ChildInterlock {
 public:
+    // No state: the derived classes hold the parent.
     ChildInterlock();
     virtual ~ChildInterlock();
+    // Waits at most timeout for the parent's request: TRUE when it is there.
     virtual BOOLTYPE DetectRequest(unsigned long const &timeout);
+    // Tells the parent that the requested state is reached: TRUE when told.
     virtual BOOLTYPE NotifyStateReached();
 };
 
@@ -36,8 +39,11 @@ public:
     // The argument is not read; m_bSharedRequest is 0.
     ParentInterlock(ChildInterlock *child);
     virtual ~ParentInterlock();
+    // Raises the request: TRUE when raised.
     virtual BOOLTYPE MakeRequest();
+    // Waits at most timeout for the child's response: TRUE when it is there.
     virtual BOOLTYPE WaitForResponse(unsigned long const &timeout);
+    // Clears request and response for the next round: TRUE when cleared.
     virtual BOOLTYPE ResetInterlock();
 
 protected:
@@ -98,6 +104,10 @@ public:
     ChildInterlockSepThread *SpawnChildInterlockSepThread();
 
 protected:
+    // The constructors' work: other's request event (null: a new one of
+    // this parent's kind) and a new manual-reset response event, both
+    // unsignalled. An event that cannot be made stays null, and the
+    // operations that need it give FALSE.
     void InitSyncObjectsSepThread(ParentInterlockSepThread *other);
 
 private:
@@ -119,7 +129,9 @@ public:
     // A child without a parent: it serves only as an argument to a parent's
     // constructor; its DetectRequest and NotifyStateReached give FALSE.
     ChildInterlockSepThread();
+    // The child of parent, which is not owned and must outlive it.
     ChildInterlockSepThread(ParentInterlockSepThread *parent);
+    // Touches neither the parent nor its events.
     virtual ~ChildInterlockSepThread();
 
     // Waits at most timeout for the parent's request. TRUE when it is there

@@ -78,16 +78,22 @@ public:
     static DateSource SetDateSource(DateSource source);
 
 private:
+    // The day of the month, two digits, from the date source into day.
     void FindDayOfMonth(char *day);
+    // Takes up the new day when the date's day differs from the one kept:
+    // 1 when it did (the caller moves to the day's file), else 0.
     int SwapLog();
     // Steps common to both Log forms: the lock, the closed test and the
     // day check. False (lock released) when nothing is to be written.
     bool BeginRecord();
     // Flushes the record; one not written whole closes the log and throws.
     void EndRecord(bool written);
+    // The lock, taken and given up only when useLock was not 0.
     void LockIfUsed();
     void UnlockIfUsed();
+    // Gives up the lock (if used) and throws error.
     [[noreturn]] void UnlockAndThrow(int error);
+    // Drops this copy's share; the last closes the stream and frees the names.
     void Release();
 
     LogFileState *m_pState;

@@ -25,8 +25,11 @@
 // writes nothing.
 class TSUTIL_API ChildMultiLock {
 public:
+    // An empty list.
     ChildMultiLock();
+    // A copy of list (see the top of this header).
     ChildMultiLock(ChildInterlock **const list);
+    // Frees the copied list; the interlocks stay the caller's.
     virtual ~ChildMultiLock();
 
     ChildMultiLock(ChildMultiLock const &) = delete;
@@ -37,7 +40,8 @@ public:
     virtual BOOLTYPE DetectRequest(ChildInterlock **found, unsigned long const &timeout);
 
 protected:
-    // Copies list. A list of the length of the former one reuses the array.
+    // Copies list. A list of the length of the former one reuses the array;
+    // when no memory can be had the list becomes empty.
     void InitSyncObjects(ChildInterlock **list);
 
     ChildInterlock **m_ppInterlocks; // the list's entries, without the null
@@ -49,8 +53,11 @@ protected:
 // writes nothing.
 class TSUTIL_API ParentMultiLock {
 public:
+    // An empty list.
     ParentMultiLock();
+    // A copy of list (see the top of this header).
     ParentMultiLock(ParentInterlock **const list);
+    // Frees the copied list; the interlocks stay the caller's.
     virtual ~ParentMultiLock();
 
     ParentMultiLock(ParentMultiLock const &) = delete;
@@ -65,6 +72,7 @@ public:
     int GetInterlockCount() const;
 
 protected:
+    // Copies list, as ChildMultiLock's does.
     void InitSyncObjects(ParentInterlock **list);
 
     ParentInterlock **m_ppInterlocks;
@@ -76,15 +84,21 @@ protected:
 // at once; timeout is not read.
 class TSUTIL_API ChildMultiLockSepJob : public ChildMultiLock {
 public:
+    // An empty list: DetectRequest gives FALSE.
     ChildMultiLockSepJob();
+    // A copy of list with the request cell of each child's parent.
     ChildMultiLockSepJob(ChildInterlockSepJob **const list);
+    // Frees the copies; the interlocks stay the caller's.
     virtual ~ChildMultiLockSepJob();
 
     // TRUE with the first child whose request stands; FALSE when none does.
     virtual BOOLTYPE DetectRequest(ChildInterlock **found, unsigned long const &timeout);
+    // Replaces the list with a copy of list, and the cells with its
+    // parents' (a child without a parent is never reported).
     void ReviseInterlocksSepJob(ChildInterlockSepJob **const list);
 
 protected:
+    // The work of the constructor and of the revision.
     void InitSyncObjectsSepJob(ChildInterlockSepJob **list);
 
     int **m_pSyncObjects; // the request cell of each child's parent
@@ -94,20 +108,26 @@ protected:
 // request events of the children's parents.
 class TSUTIL_API ChildMultiLockSepThread : public ChildMultiLock {
 public:
+    // An empty list: DetectRequest gives FALSE at once.
     ChildMultiLockSepThread();
     // With deferSyncObjects FALSE the event array is built here; otherwise
     // it is left to a derived class, and until then DetectRequest gives
     // FALSE at once.
     ChildMultiLockSepThread(ChildInterlockSepThread **const list, BOOLTYPE deferSyncObjects = FALSE);
+    // Frees the copies; the interlocks and their events stay the caller's.
     virtual ~ChildMultiLockSepThread();
 
     // TRUE with a child whose request came; FALSE on time-out, failure or
     // an empty list. An auto-reset request that is reported is taken.
     virtual BOOLTYPE DetectRequest(ChildInterlock **found, unsigned long const &timeout);
-    // Not for ChildResp1MultiLockSepThread, which has its own revision.
+    // Replaces the list with a copy of list, and the events with its
+    // parents' request events. Not for ChildResp1MultiLockSepThread, which
+    // has its own revision (after this one its DetectRequest gives FALSE
+    // until that revision).
     void ReviseInterlocksSepThread(ChildInterlockSepThread **const list);
 
 protected:
+    // The work of the constructor and of the revision.
     void InitSyncObjectsSepThread(ChildInterlockSepThread **list);
 
     HANDLE *m_pSyncObjects; // the request event of each child's parent
@@ -120,18 +140,25 @@ protected:
 // that parent's ResetInterlock.
 class TSUTIL_API ChildResp1MultiLockSepThread : public ChildMultiLockSepThread {
 public:
+    // An empty list and no response parent: DetectRequest gives FALSE.
     ChildResp1MultiLockSepThread();
     // responseParent may be null: the multi-lock then acts as a
     // ChildMultiLockSepThread.
     ChildResp1MultiLockSepThread(ChildInterlockSepThread **const list, ParentInterlockSepThread *responseParent);
+    // Frees the copies; neither the interlocks nor the response parent are
+    // owned.
     virtual ~ChildResp1MultiLockSepThread();
 
     // TRUE with a child: a request. TRUE with *found null: the response of
     // the response parent. FALSE: time-out or failure.
     virtual BOOLTYPE DetectRequest(ChildInterlock **found, unsigned long const &timeout);
+    // Replaces the list and the response parent (null: none), as the
+    // constructor sets them.
     void ReviseInterlocksResp1SepThread(ChildInterlockSepThread **const list, ParentInterlockSepThread *responseParent);
 
 protected:
+    // Copies list and builds the event array anew, the response parent's
+    // response event last; without memory the list becomes empty.
     void InitSyncObjectsResp1SepThread(ChildInterlockSepThread **list);
 
     ParentInterlockSepThread *m_pResponseParent;
@@ -142,8 +169,11 @@ protected:
 // cells, at once; timeout is not read.
 class TSUTIL_API ParentMultiLockSepJob : public ParentMultiLock {
 public:
+    // An empty list: WaitForResponse gives FALSE.
     ParentMultiLockSepJob();
+    // A copy of list with each parent's response cell.
     ParentMultiLockSepJob(ParentInterlockSepJob **const list);
+    // Frees the copies; the interlocks stay the caller's.
     virtual ~ParentMultiLockSepJob();
 
     // waitAll TRUE: TRUE when every parent has its response (found is not
@@ -151,9 +181,12 @@ public:
     // has one. waitAll FALSE without found: FALSE, whatever the cells hold.
     // An empty list gives FALSE and writes nothing.
     virtual BOOLTYPE WaitForResponse(unsigned long const &timeout, BOOLTYPE waitAll, ParentInterlock **found);
+    // Replaces the list with a copy of list, and the cells with its
+    // parents'.
     void ReviseInterlocksSepJob(ParentInterlockSepJob **const list);
 
 protected:
+    // The work of the constructor and of the revision.
     void InitSyncObjectsSepJob(ParentInterlockSepJob **list);
 
     int **m_pSyncObjects; // the response cell of each parent
@@ -163,8 +196,11 @@ protected:
 // the parents' response events.
 class TSUTIL_API ParentMultiLockSepThread : public ParentMultiLock {
 public:
+    // An empty list: WaitForResponse gives FALSE.
     ParentMultiLockSepThread();
+    // A copy of list with each parent's response event.
     ParentMultiLockSepThread(ParentInterlockSepThread **const list);
+    // Frees the copies; the interlocks and their events stay the caller's.
     virtual ~ParentMultiLockSepThread();
 
     // TRUE when a response (waitAll FALSE; the parent goes into found if it
@@ -172,9 +208,12 @@ public:
     // came within timeout; FALSE on time-out, failure or an empty list (the
     // last writes nothing).
     virtual BOOLTYPE WaitForResponse(unsigned long const &timeout, BOOLTYPE waitAll, ParentInterlock **found);
+    // Replaces the list with a copy of list, and the events with its
+    // parents' response events.
     void ReviseInterlocksSepThread(ParentInterlockSepThread **const list);
 
 protected:
+    // The work of the constructor and of the revision.
     void InitSyncObjectsSepThread(ParentInterlockSepThread **list);
 
     HANDLE *m_pSyncObjects; // the response event of each parent

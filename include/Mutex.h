@@ -17,6 +17,7 @@ public:
     // Creates a free, unnamed platform mutex. A failed creation is not
     // tested here; it shows as -1 from lock.
     Mutex();
+    // Shares other's lock: both objects then lock the same platform mutex.
     Mutex(Mutex const &other);
     // Makes this object share other's lock. Its former lock is given up,
     // and closed if no other object shares it.
@@ -106,6 +107,7 @@ private:
     // The core shared by the five waits; ticket is the signal count the
     // caller saw while its condition was still guarded.
     int waitCore(unsigned long ticket, DWORD milliseconds);
+    // The signal count now, under the inner lock.
     unsigned long ticket() const;
 
     CondState *m_pState;

@@ -70,6 +70,7 @@ public:
     // text.
     static char const *EquivalentBaseHiveString(HKEY const &hive);
 
+    // The names as built; null where the entry has none.
     HKEY GetBaseHiveHandle() const { return baseHive; }
     char const *GetLocalName() const { return localName; }
     char const *GetParentKeyPath() const { return parentKeyPath; }

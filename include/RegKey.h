@@ -53,6 +53,8 @@ public:
     // HANDLE_NOT_AVAIL when it cannot be opened (the next call tries again).
     HKEY GetHandle();
 
+    // The walks of the subkeys and of the values, by cursor (see the top of
+    // this header): the platform's status, the name in name.
     int GetStartSubkey(unsigned int *cursor, char *name, unsigned int capacity);
     int GetStartSubkey(unsigned int *cursor, CString *name);
     int GetNextSubkey(unsigned int *cursor, char *name, unsigned int capacity);

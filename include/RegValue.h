@@ -22,9 +22,13 @@
 
 class TSUTIL_API RegistryValue : public RegistryEntry {
 public:
+    // Names nothing: every read and write fails.
     RegistryValue();
+    // The value name in the key at the default parent path (see RegEntry.h).
     explicit RegistryValue(char const *name);
+    // The value name in key, which is not owned and must outlive it.
     RegistryValue(char const *name, RegistryKey &key);
+    // Touches neither the registry nor the key.
     virtual ~RegistryValue();
 
 protected:
@@ -46,9 +50,11 @@ private:
 // most regStringMaxLength bytes, terminator included.
 class TSUTIL_API RegistryString : public RegistryValue {
 public:
+    // The three forms of RegistryValue's constructors; no buffer yet.
     RegistryString();
     explicit RegistryString(char const *name);
     RegistryString(char const *name, RegistryKey &key);
+    // Frees the buffer; the registry keeps the value.
     virtual ~RegistryString();
 
     // Path with hive, " = \n  ", then the text or "(NULL)" when it cannot
@@ -85,6 +91,7 @@ protected:
 // range of int instead of undefined past it). An empty text is 0.
 class TSUTIL_API RegistryInt : public RegistryString {
 public:
+    // The three forms of RegistryValue's constructors.
     RegistryInt();
     explicit RegistryInt(char const *name);
     RegistryInt(char const *name, RegistryKey &key);
@@ -93,6 +100,8 @@ public:
     // Path with hive, " = \n  ", then the number ("%d"; 0 when unreadable).
     virtual void Dump(DiagDumpContext &stream) override;
 
+    // Reads the text into *value as told above. FALSE, *value untouched,
+    // for a null pointer, a failed read or a character outside the set.
     BOOLTYPE Get(int *value);
     // Stores the decimal text: "-" for a negative number, no leading zeros.
     BOOLTYPE Set(int const &value);
@@ -106,6 +115,7 @@ protected:
 // no text of an infinity or a NaN).
 class TSUTIL_API RegistryReal : public RegistryString {
 public:
+    // The three forms of RegistryValue's constructors.
     RegistryReal();
     explicit RegistryReal(char const *name);
     RegistryReal(char const *name, RegistryKey &key);
@@ -114,6 +124,9 @@ public:
     // Path with hive, " = \n  ", then the number ("%.6g"; 0 when unreadable).
     virtual void Dump(DiagDumpContext &stream) override;
 
+    // Reads the text as a real (GenericText::StringToReal). FALSE, *value
+    // untouched, for a null pointer, a failed read or a character outside
+    // the set.
     BOOLTYPE Get(double *value);
     // As the double form, narrowed; a number beyond the range of float
     // becomes an infinity of its sign.
@@ -133,6 +146,7 @@ protected:
 // fills only the low bytes of the number; one of more bytes is refused.
 class TSUTIL_API RegistryUint : public RegistryValue {
 public:
+    // The three forms of RegistryValue's constructors.
     RegistryUint();
     explicit RegistryUint(char const *name);
     RegistryUint(char const *name, RegistryKey &key);
@@ -141,6 +155,10 @@ public:
     // Path with hive, " = \n  ", then the number ("0x%X"; 0 when unreadable).
     virtual void Dump(DiagDumpContext &stream) override;
 
+    // Reads the value's data into *value (see above). FALSE for a null
+    // pointer or a failed read.
     BOOLTYPE Get(unsigned int *value);
+    // Creates or replaces the value as a REG_DWORD. FALSE when the platform
+    // refused.
     BOOLTYPE Set(unsigned int const &value);
 };

@@ -55,7 +55,9 @@ private:
     SngLinkQue(const SngLinkQue &) = delete;
     SngLinkQue &operator=(const SngLinkQue &) = delete;
 
+    // Wakes every waiting consumer; the condition's result.
     int Broadcast();
+    // Take and give up m_queueLock; the lock's results.
     int lock();
     int unlock();
 
@@ -70,6 +72,7 @@ class TSUTIL_API Iterator {
 public:
     // Starts at the list's head (null for an empty list).
     explicit Iterator(CObList &list);
+    // Leaves the list alone.
     ~Iterator();
 
     // The object at the cursor, and the cursor moves on; null when the

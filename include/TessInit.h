@@ -34,6 +34,7 @@ class RegistryKey;
 
 class TSUTIL_API TessaviInitInfo {
 public:
+    // Objects carry nothing: everything is static. Copies are free.
     TessaviInitInfo() {}
     TessaviInitInfo(TessaviInitInfo const &) {}
     TessaviInitInfo &operator=(TessaviInitInfo const &) { return *this; }

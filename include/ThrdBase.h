@@ -21,10 +21,12 @@
 // object they are called on. Several keep a POSIX name and do nothing.
 class TSUTIL_API ThreadBase {
 public:
+    // No thread yet, not killed; create starts routine through cover_routine.
     ThreadBase();
     // The copy shares the source's state lock, and copies its thread id,
     // start routine and state.
     ThreadBase(ThreadBase const &other);
+    // The same for an existing object, which then shares the source's lock.
     ThreadBase &operator=(ThreadBase const &other);
     // Does not touch a running thread: the object must outlive its thread.
     virtual ~ThreadBase();
@@ -60,7 +62,7 @@ public:
     // argument is not read.
     void texit(void *value);
 
-    // The calling thread's id.
+    // The calling thread's id (both).
     long getThread();
     long self();
     // 1 when the calling thread is the one that called create on this
@@ -105,10 +107,12 @@ public:
     int detach();               // 0
     int getScheduler();         // 0
     int join(void *&);          // 0; waits for nothing, writes nothing
-    static void lockGlobal();
-    static void unlockGlobal();
+    static void lockGlobal();   // takes no lock
+    static void unlockGlobal(); // gives up no lock
 
 private:
+    // The new thread's start: tells create that it runs, then calls the
+    // routine of arg (a ThreadBase).
     static void cover_routine(void *arg);
 
     long m_tid;                          // who called create; not the new thread

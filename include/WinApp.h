@@ -58,8 +58,11 @@ public:
     // The application will work with guard, which stays its creator's;
     // appName goes to CWinApp.
     WinApp(DiagGuard *guard, char const *appName);
+    // Gives back the name's block; a guard of its own is gone by then
+    // (ExitInstance), a given one stays its creator's.
     virtual ~WinApp();
 
+    // See the top of this header.
     virtual BOOL InitInstance() override;
     virtual int ExitInstance() override;
 
@@ -81,8 +84,10 @@ public:
     explicit WinThread(char const *diagFileName);
     // The thread will work with guard, which stays its creator's.
     explicit WinThread(DiagGuard *guard);
+    // As WinApp's.
     virtual ~WinThread();
 
+    // See the top of this header.
     virtual BOOL InitInstance() override;
     virtual int ExitInstance() override;
 

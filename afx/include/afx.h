@@ -65,6 +65,7 @@ public:                                                                         
 // Serialize, AssertValid, Dump.
 class TSAFX_API CObject {
 public:
+    // The object's class (classCObject here; DECLARE_DYNAMIC overrides it).
     virtual CRuntimeClass *GetRuntimeClass() const;
     virtual ~CObject() = 0;
     // The base does nothing: a class that stores itself overrides it.
@@ -74,7 +75,10 @@ public:
     // The base writes "a <class name> at $<address>" to dc.
     virtual void Dump(CDumpContext &dc) const;
 
+    // True when the object's class is pClass or derives from it.
     BOOL IsKindOf(const CRuntimeClass *pClass) const;
+    // True when the class's schema is not 0xFFFF, which IMPLEMENT_DYNAMIC
+    // and IMPLEMENT_DYNCREATE give.
     BOOL IsSerializable() const;
 
     static const CRuntimeClass classCObject;
@@ -96,14 +100,17 @@ struct CStringData;
 
 class TSAFX_API CString {
 public:
+    // The empty string; a copy shares src's text until either changes.
     CString();
     CString(const CString &src);
     CString(LPCSTR psz);                  // null gives the empty string
     CString(LPCSTR pch, int nLength);     // nLength bytes, which may hold zero bytes
     CString(const unsigned char *psz);
     explicit CString(char ch, int nRepeat = 1);
+    // Drops this string's share of the text.
     ~CString();
 
+    // Assignment and appending, with the same sources as the constructors.
     const CString &operator=(const CString &src);
     const CString &operator=(LPCSTR psz);
     const CString &operator=(const unsigned char *psz);
@@ -113,25 +120,30 @@ public:
     const CString &operator+=(LPCSTR psz);
     const CString &operator+=(char ch);
 
+    // The two texts joined, in a new string.
     friend TSAFX_API CString operator+(const CString &a, const CString &b);
     friend TSAFX_API CString operator+(const CString &a, LPCSTR b);
     friend TSAFX_API CString operator+(LPCSTR a, const CString &b);
     friend TSAFX_API CString operator+(const CString &a, char b);
     friend TSAFX_API CString operator+(char a, const CString &b);
 
+    // Bytes before the terminator; whether there are none; make it so.
     int GetLength() const;
     BOOL IsEmpty() const;
     void Empty();
 
     char GetAt(int nIndex) const;       // nIndex in [0, GetLength())
-    char operator[](int nIndex) const;
+    char operator[](int nIndex) const;  // as GetAt
     void SetAt(int nIndex, char ch);    // an index outside the text changes nothing
+    // The text with its terminator, valid until the string changes.
     operator LPCSTR() const;
 
     // strcmp order; CompareNoCase folds ASCII letters.
     int Compare(LPCSTR psz) const;
     int CompareNoCase(LPCSTR psz) const;
 
+    // Parts of the text in new strings: from nFirst to the end, or nCount
+    // bytes from nFirst, or the first or last nCount bytes.
     CString Mid(int nFirst) const;
     CString Mid(int nFirst, int nCount) const;
     CString Left(int nCount) const;     // counts are clamped to the text
@@ -143,6 +155,7 @@ public:
     void MakeLower();
     void MakeReverse();
 
+    // Remove spaces and the controls tab to carriage return at the start (end).
     void TrimLeft();
     void TrimRight();
 
@@ -165,6 +178,8 @@ public:
     void ReleaseBuffer(int nNewLength = -1);
 
 private:
+    // The shared block before the text, its allocation, sharing and
+    // copying on write.
     CStringData *GetData() const;
     void Init();
     void AllocBuffer(int nLen);
@@ -179,6 +194,7 @@ private:
 };
 static_assert(sizeof(CString) == sizeof(void *), "CString is one pointer wide");
 
+// Comparisons in strcmp order.
 TSAFX_API bool operator==(const CString &a, const CString &b);
 TSAFX_API bool operator==(const CString &a, LPCSTR b);
 TSAFX_API bool operator==(LPCSTR a, const CString &b);
@@ -199,6 +215,7 @@ TSAFX_API bool operator>=(const CString &a, const CString &b);
 class TSAFX_API CException : public CObject {
     DECLARE_DYNAMIC(CException)
 public:
+    // bAutoDelete TRUE: made on the heap, and Delete frees it.
     explicit CException(BOOL bAutoDelete = TRUE);
     virtual ~CException();
     // The text of the error into lpszError (at most nMaxError bytes with the
@@ -206,6 +223,7 @@ public:
     virtual BOOL GetErrorMessage(LPSTR lpszError, UINT nMaxError, PUINT pnHelpContext = nullptr);
     // Shows the error text through AfxMessageBox.
     virtual int ReportError(UINT nType = 0, UINT nMessageID = 0);
+    // Frees the exception when m_bAutoDelete is TRUE; the catcher's call.
     void Delete();
 
     BOOL m_bAutoDelete;
@@ -214,9 +232,11 @@ public:
 class TSAFX_API CMemoryException : public CException {
     DECLARE_DYNAMIC(CMemoryException)
 public:
+    // On the heap (Delete frees it), or as told.
     CMemoryException();
     explicit CMemoryException(BOOL bAutoDelete);
     virtual ~CMemoryException();
+    // The text of an exhausted memory.
     virtual BOOL GetErrorMessage(LPSTR lpszError, UINT nMaxError, PUINT pnHelpContext = nullptr);
 };
 
@@ -245,12 +265,15 @@ public:
         endOfFile = 14,
     };
 
+    // A heap exception with the cause, the platform's number and the file.
     explicit CFileException(int cause = none, LONG lOsError = -1, LPCSTR lpszArchiveName = nullptr);
     virtual ~CFileException();
+    // The text of the cause, with the file's name.
     virtual BOOL GetErrorMessage(LPSTR lpszError, UINT nMaxError, PUINT pnHelpContext = nullptr);
 
     // The cause for a GetLastError number (genericException for any other).
     static int OsErrorToException(LONG lOsError);
+    // Throws a new CFileException * of that number's cause.
     [[noreturn]] static void ThrowOsError(LONG lOsError, LPCSTR lpszFileName = nullptr);
 
     int m_cause;
@@ -258,6 +281,7 @@ public:
     CString m_strFileName;
 };
 
+// Throws a new CFileException * with these fields.
 [[noreturn]] TSAFX_API void AfxThrowFileException(int cause, LONG lOsError = -1, LPCSTR lpszFileName = nullptr);
 
 // A guarded section of the calling thread. Building the link enters it in
@@ -265,6 +289,7 @@ public:
 // when the link is destroyed, whichever comes first. A caught exception
 // stored in m_pException is deleted (Delete()) when the section is left.
 struct TSAFX_API AFX_EXCEPTION_LINK {
+    // Enter the section; leave it (see above).
     AFX_EXCEPTION_LINK();
     ~AFX_EXCEPTION_LINK();
 
@@ -346,6 +371,8 @@ public:
     virtual UINT Read(void *lpBuf, UINT nCount);
     // Writes all nCount bytes (0 does nothing); throws CFileException *.
     virtual void Write(const void *lpBuf, UINT nCount);
+    // Moves the position by lOff from begin, current or end; gives the new
+    // position. These three throw CFileException * when the platform refuses.
     virtual LONG Seek(LONG lOff, UINT nFrom);
     virtual DWORD GetPosition() const;
     virtual DWORD GetLength() const;
@@ -357,8 +384,10 @@ public:
     // Closes the file and swallows any error.
     virtual void Abort();
 
+    // Seek to the start, to the end (giving the length).
     void SeekToBegin();
     DWORD SeekToEnd();
+    // The name as opened; its last component (after the last \, / or :).
     CString GetFilePath() const;
     CString GetFileName() const;
 
@@ -378,17 +407,21 @@ public:
 
 class TSAFX_API CDumpContext {
 public:
+    // Writes to pFile, not owned, or with null to standard error.
     explicit CDumpContext(CFile *pFile = nullptr);
+    // Leaves the file alone.
     virtual ~CDumpContext();
 
+    // The depth of object dumps; kept, read by no operator here.
     int GetDepth() const;
     void SetDepth(int nNewDepth);
 
     CDumpContext &operator<<(LPCSTR lpsz);     // null gives "(NULL)"
     CDumpContext &operator<<(const CString &s);
     CDumpContext &operator<<(const void *lp);  // "$" and the address in hexadecimal
-    CDumpContext &operator<<(const CObject *pOb);
+    CDumpContext &operator<<(const CObject *pOb); // the object's Dump; null gives "NULL"
     CDumpContext &operator<<(const CObject &ob);
+    // Numbers in printf's "%u", "%d", "%ld", "%lu" and "%g".
     CDumpContext &operator<<(BYTE by);
     CDumpContext &operator<<(WORD w);
     CDumpContext &operator<<(UINT u);
@@ -396,7 +429,10 @@ public:
     CDumpContext &operator<<(long l);
     CDumpContext &operator<<(unsigned long dw);
     CDumpContext &operator<<(double d);
+    // nBytes bytes in hexadecimal, nWidth (at least 1) a line, each line
+    // led by lpszLine.
     void HexDump(LPCSTR lpszLine, BYTE *pby, int nBytes, int nWidth);
+    // Flushes the file, if any.
     void Flush();
 
 protected:

@@ -25,6 +25,7 @@ public:
     explicit CObList(int nBlockSize = 10); // nBlockSize below 1 counts as 1
     virtual ~CObList();                    // drops the nodes; deletes no object
 
+    // The number of elements; whether there are none.
     int GetCount() const { return m_nCount; }
     BOOL IsEmpty() const { return m_nCount == 0; }
 
@@ -35,6 +36,8 @@ public:
     CObject *RemoveHead();
     CObject *RemoveTail();
 
+    // Add one element (giving its node), or a copy of every element of
+    // another list, at the head (tail).
     POSITION AddHead(CObject *newElement);
     POSITION AddTail(CObject *newElement);
     void AddHead(CObList *pNewList);
@@ -42,6 +45,10 @@ public:
     // Drops every node; the objects stay the caller's.
     void RemoveAll();
 
+    // The walk (see the top of this header): the first and last node (null
+    // for an empty list); the element at a node, moving on or back; the
+    // element at a node in place; removal of a node; a new node before
+    // (after) a node, or at the head (tail) for a null position.
     POSITION GetHeadPosition() const { return reinterpret_cast<POSITION>(m_pNodeHead); }
     POSITION GetTailPosition() const { return reinterpret_cast<POSITION>(m_pNodeTail); }
     CObject *&GetNext(POSITION &rPosition);
@@ -60,12 +67,16 @@ public:
     // The node at nIndex counted from 0, or null.
     POSITION FindIndex(int nIndex) const;
 
+    // Serialize and AssertValid do nothing; Dump writes CObject's text and
+    // "with <count> elements" and a line feed.
     virtual void Serialize(CArchive &ar);
     virtual void Dump(CDumpContext &dc) const;
     virtual void AssertValid() const;
 
 protected:
     template <class> friend struct NodeList; // the shared list machinery (afx/src)
+    // A node from the free nodes (a new block when none is left; throws
+    // CMemoryException * when it cannot be had); back to the free nodes.
     CNode *NewNode(CNode *pPrev, CNode *pNext);
     void FreeNode(CNode *pNode);
 
@@ -86,18 +97,21 @@ public:
         CString data;
     };
 
-    explicit CStringList(int nBlockSize = 10);
-    virtual ~CStringList();
+    explicit CStringList(int nBlockSize = 10); // nBlockSize below 1 counts as 1
+    virtual ~CStringList();                    // drops the nodes and their strings
 
+    // The number of elements; whether there are none.
     int GetCount() const { return m_nCount; }
     BOOL IsEmpty() const { return m_nCount == 0; }
 
     // Head and tail of a non-empty list; the empty string for an empty one.
     CString GetHead() const;
     CString GetTail() const;
+    // Remove and give the head (tail); an empty list gives the empty string.
     CString RemoveHead();
     CString RemoveTail();
 
+    // As CObList's, with copies of the strings.
     POSITION AddHead(LPCSTR newElement);
     POSITION AddTail(LPCSTR newElement);
     POSITION AddHead(const CString &newElement);
@@ -106,6 +120,7 @@ public:
     void AddTail(CStringList *pNewList);
     void RemoveAll();
 
+    // The walk, as CObList's.
     POSITION GetHeadPosition() const { return reinterpret_cast<POSITION>(m_pNodeHead); }
     POSITION GetTailPosition() const { return reinterpret_cast<POSITION>(m_pNodeTail); }
     CString &GetNext(POSITION &rPosition);
@@ -119,15 +134,21 @@ public:
     POSITION InsertBefore(POSITION position, LPCSTR newElement);
     POSITION InsertAfter(POSITION position, LPCSTR newElement);
 
+    // The first node whose string equals searchValue after startAfter (or
+    // from the head); the node at nIndex from 0; null when none.
     POSITION Find(LPCSTR searchValue, POSITION startAfter = nullptr) const;
     POSITION FindIndex(int nIndex) const;
 
+    // Serialize and AssertValid do nothing; Dump writes CObject's text and
+    // "with <count> elements" and a line feed.
     virtual void Serialize(CArchive &ar);
     virtual void Dump(CDumpContext &dc) const;
     virtual void AssertValid() const;
 
 protected:
     template <class> friend struct NodeList; // the shared list machinery (afx/src)
+    // A node from the free nodes (a new block when none is left; throws
+    // CMemoryException * when it cannot be had); back to the free nodes.
     CNode *NewNode(CNode *pPrev, CNode *pNext);
     void FreeNode(CNode *pNode);
 

@@ -39,6 +39,7 @@ public:
     // started, or when this object already has one (m_hThread is set).
     BOOL CreateThread(DWORD dwCreateFlags = 0, UINT nStackSize = 0, LPSECURITY_ATTRIBUTES lpSecurityAttrs = nullptr);
 
+    // The thread handle, null until started.
     operator HANDLE() const { return m_hThread; }
     // The platform's calls on m_hThread, with their results.
     int GetThreadPriority();

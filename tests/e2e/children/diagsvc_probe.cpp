@@ -12,7 +12,7 @@
 //           reported, then the process ends.
 // Each failing thread has a DiagGuardService of its own writing to FILE;
 // the process ends with exit code 1. Started by hand it ends with 2.
-#include "../../../examples/service/WorkerService.h"
+#include "WorkerService.h"
 
 #include "DiagSvc.h"
 #include "RegEntry.h"

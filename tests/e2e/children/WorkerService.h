@@ -6,12 +6,14 @@
 // does while it runs; Join waits for the worker after Begin has returned.
 #pragma once
 
+#include "AnswerLoop.h" // the example service's answers (examples/heartbeat)
+
 #include <GenSvc.h>
 
 class WorkerService : public GenericService {
 public:
     // The change of state that an answer completes.
-    enum Change { Start, Stop, Pause, Continue };
+    using Change = heartbeat::Change;
 
     WorkerService(char const *shortName, char const *longName, BOOLTYPE asService, unsigned long beatMs)
         : GenericService(shortName, longName, asService, 1000), beatMs_(beatMs)
@@ -60,33 +62,15 @@ private:
         return 0;
     }
 
-    // A request stays raised until the run loop has seen its answer, so
-    // the worker watches only the requests that would change its state:
-    // stop and pause while running, stop and continue while paused.
     void Work()
     {
-        ChildInterlockSepThread *whileRunning[] = {stop_, pause_, nullptr};
-        ChildInterlockSepThread *whilePaused[] = {stop_, continue_, nullptr};
-        ChildMultiLockSepThread running(whileRunning), paused(whilePaused);
-        Answering(Start);
-        start_->NotifyStateReached();
-        Started();
-        bool isPaused = false;
-        for (;;) {
-            ChildInterlock *found = nullptr;
-            // No time limit while paused.
-            if (!(isPaused ? paused : running).DetectRequest(&found, isPaused ? INFINITE : beatMs_)) {
-                if (!isPaused)
-                    Beat();
-                continue;
-            }
-            Change change = found == stop_ ? Stop : found == pause_ ? Pause : Continue;
-            Answering(change);
-            static_cast<ChildInterlockSepThread *>(found)->NotifyStateReached();
-            if (change == Stop)
-                return;
-            isPaused = change == Pause;
-        }
+        heartbeat::AnswerUntilStop(
+            {start_, stop_, pause_, continue_}, beatMs_, [this](Change change) { Answering(change); },
+            [this](Change change) {
+                if (change == heartbeat::Start)
+                    Started();
+            },
+            [this] { Beat(); });
     }
 
     unsigned long beatMs_;
