@@ -72,6 +72,17 @@ private:
     void satisfyWaiters();
 };
 
+// Objects have no names here: a name given to a Create call is refused
+// with ERROR_NOT_SUPPORTED (true), and no name passes (false).
+inline bool refuseObjectName(LPCSTR name)
+{
+    if (name && *name) {
+        SetLastError(ERROR_NOT_SUPPORTED);
+        return true;
+    }
+    return false;
+}
+
 // Runs the wait of WaitForSingleObject / WaitForMultipleObjects on objects
 // the caller keeps alive. Gives the Win32 result.
 DWORD waitForObjects(DWORD count, Waitable *const *objects, bool waitAll, DWORD milliseconds);
