@@ -3,8 +3,6 @@
 
 #include <sched.h>
 
-#include <mutex>
-
 namespace tsp {
 namespace {
 
@@ -35,14 +33,7 @@ DWORD WINAPI WaitForSingleObject(HANDLE hHandle, DWORD dwMilliseconds)
     ThreadObject *self = currentThreadObject();
     if (w->kind() == ObjectKind::Mutex && static_cast<MutexObject *>(w)->tryFastAcquire(self))
         return WAIT_OBJECT_0;
-    {
-        std::lock_guard<ObjectLock> guard(w->lock);
-        if (w->isSignaledFor(self))
-            return w->acquire(self);
-        if (dwMilliseconds == 0)
-            return WAIT_TIMEOUT;
-    }
-    return waitForObjects(1, &w, false, dwMilliseconds);
+    return waitForObject(w, dwMilliseconds);
 }
 
 DWORD WINAPI WaitForMultipleObjects(DWORD nCount, const HANDLE *lpHandles, BOOL bWaitAll, DWORD dwMilliseconds)

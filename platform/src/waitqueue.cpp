@@ -18,10 +18,23 @@ struct Waiter {
     static constexpr uint32_t kCancelled = 0xFFFFFFFFu;
 
     std::atomic<uint32_t> state{kWaiting};
-    ThreadObject *thread = nullptr;
-    bool waitAll = false;
-    DWORD count = 0;
-    WaitLink links[MAXIMUM_WAIT_OBJECTS];
+    ThreadObject *thread;
+    bool waitAll;
+    DWORD count;
+    WaitLink links[MAXIMUM_WAIT_OBJECTS]; // the first count are in use
+
+    // Set up before any object is locked, so the locks are held only for
+    // the test and the registration.
+    Waiter(ThreadObject *self, bool all, DWORD n, Waitable *const *objects) : thread(self), waitAll(all), count(n)
+    {
+        for (DWORD i = 0; i < n; ++i) {
+            links[i].waiter = this;
+            links[i].object = objects[i];
+            links[i].index = i;
+            links[i].prev = links[i].next = nullptr;
+            links[i].queued = false;
+        }
+    }
 
     bool claim(DWORD result)
     {
@@ -238,46 +251,12 @@ bool Waitable::signalWithWaitAllLocks(void (*op)(void *), void *opCtx, void (*af
     return complete;
 }
 
-DWORD waitForObjects(DWORD count, Waitable *const *objects, bool waitAll, DWORD milliseconds)
+namespace {
+
+// Sleeps until the registered wait w is satisfied or its limit passes,
+// then takes its remaining links out of their queues. Gives the result.
+DWORD sleepOn(Waiter &w, Waitable *const *objects, DWORD milliseconds)
 {
-    ThreadObject *self = currentThreadObject();
-    LockSet ordered(objects, count);
-    if (waitAll && ordered.size() != count) {
-        // The same object twice in a wait for all of them.
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return WAIT_FAILED;
-    }
-
-    ordered.lockAll();
-    if (!waitAll) {
-        for (DWORD i = 0; i < count; ++i)
-            if (objects[i]->isSignaledFor(self)) {
-                DWORD r = objects[i]->acquire(self) + i;
-                ordered.unlockAll();
-                return r;
-            }
-    } else if (std::all_of(objects, objects + count, [self](Waitable *o) { return o->isSignaledFor(self); })) {
-        DWORD r = acquireAll(objects, count, self);
-        ordered.unlockAll();
-        return r;
-    }
-    if (milliseconds == 0) {
-        ordered.unlockAll();
-        return WAIT_TIMEOUT;
-    }
-
-    Waiter w;
-    w.thread = self;
-    w.waitAll = waitAll;
-    w.count = count;
-    for (DWORD i = 0; i < count; ++i) {
-        w.links[i].waiter = &w;
-        w.links[i].object = objects[i];
-        w.links[i].index = i;
-        objects[i]->enqueue(&w.links[i]);
-    }
-    ordered.unlockAll();
-
     Deadline deadline = Deadline::after(milliseconds);
     uint32_t s;
     for (;;) {
@@ -297,9 +276,9 @@ DWORD waitForObjects(DWORD count, Waitable *const *objects, bool waitAll, DWORD 
     // that was satisfied lost its satisfied link already; a satisfied
     // wait-all lost all of them.
     DWORD result = s == Waiter::kCancelled ? WAIT_TIMEOUT : s - 1;
-    if (s == Waiter::kCancelled || !waitAll) {
+    if (s == Waiter::kCancelled || !w.waitAll) {
         DWORD satisfied = s == Waiter::kCancelled ? MAXIMUM_WAIT_OBJECTS : (result & ~WAIT_ABANDONED_0);
-        for (DWORD i = 0; i < count; ++i) {
+        for (DWORD i = 0; i < w.count; ++i) {
             if (i == satisfied)
                 continue;
             std::lock_guard<ObjectLock> guard(objects[i]->lock);
@@ -307,6 +286,57 @@ DWORD waitForObjects(DWORD count, Waitable *const *objects, bool waitAll, DWORD 
         }
     }
     return result;
+}
+
+} // namespace
+
+DWORD waitForObjects(DWORD count, Waitable *const *objects, bool waitAll, DWORD milliseconds)
+{
+    ThreadObject *self = currentThreadObject();
+    LockSet ordered(objects, count);
+    if (waitAll && ordered.size() != count) {
+        // The same object twice in a wait for all of them.
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return WAIT_FAILED;
+    }
+    Waiter w(self, waitAll, count, objects);
+
+    ordered.lockAll();
+    if (!waitAll) {
+        for (DWORD i = 0; i < count; ++i)
+            if (objects[i]->isSignaledFor(self)) {
+                DWORD r = objects[i]->acquire(self) + i;
+                ordered.unlockAll();
+                return r;
+            }
+    } else if (std::all_of(objects, objects + count, [self](Waitable *o) { return o->isSignaledFor(self); })) {
+        DWORD r = acquireAll(objects, count, self);
+        ordered.unlockAll();
+        return r;
+    }
+    if (milliseconds == 0) {
+        ordered.unlockAll();
+        return WAIT_TIMEOUT;
+    }
+    for (DWORD i = 0; i < count; ++i)
+        objects[i]->enqueue(&w.links[i]);
+    ordered.unlockAll();
+    return sleepOn(w, objects, milliseconds);
+}
+
+DWORD waitForObject(Waitable *object, DWORD milliseconds)
+{
+    ThreadObject *self = currentThreadObject();
+    Waiter w(self, false, 1, &object);
+    {
+        std::lock_guard<ObjectLock> guard(object->lock);
+        if (object->isSignaledFor(self))
+            return object->acquire(self);
+        if (milliseconds == 0)
+            return WAIT_TIMEOUT;
+        object->enqueue(&w.links[0]);
+    }
+    return sleepOn(w, &object, milliseconds);
 }
 
 } // namespace tsp
