@@ -26,6 +26,18 @@ private:
     bool signaled_; // under lock
 };
 
+// Looks up hEvent and runs op on it; FALSE for a handle of no event.
+template <class Op>
+BOOL onEvent(HANDLE hEvent, Op op)
+{
+    HandleRef ref;
+    EventObject *e = lookupCachedAs<EventObject>(hEvent, ObjectKind::Event, ref);
+    if (!e)
+        return FALSE;
+    op(e);
+    return TRUE;
+}
+
 } // namespace
 } // namespace tsp
 
@@ -37,43 +49,27 @@ HANDLE WINAPI CreateEventA(LPSECURITY_ATTRIBUTES, BOOL bManualReset, BOOL bIniti
 {
     if (refuseObjectName(lpName))
         return nullptr;
-    HANDLE h = insertHandle(new EventObject(bManualReset != FALSE, bInitialState != FALSE), EVENT_ALL_ACCESS);
-    if (h)
-        SetLastError(ERROR_SUCCESS);
-    return h;
+    return insertNewObject(new EventObject(bManualReset != FALSE, bInitialState != FALSE), EVENT_ALL_ACCESS);
 }
 
 BOOL WINAPI SetEvent(HANDLE hEvent)
 {
-    HandleRef ref;
-    EventObject *e = lookupCachedAs<EventObject>(hEvent, ObjectKind::Event, ref);
-    if (!e)
-        return FALSE;
-    e->signal([e] { e->set(); });
-    return TRUE;
+    return onEvent(hEvent, [](EventObject *e) { e->signal([e] { e->set(); }); });
 }
 
 BOOL WINAPI ResetEvent(HANDLE hEvent)
 {
-    HandleRef ref;
-    EventObject *e = lookupCachedAs<EventObject>(hEvent, ObjectKind::Event, ref);
-    if (!e)
-        return FALSE;
-    std::lock_guard<ObjectLock> guard(e->lock);
-    e->reset();
-    return TRUE;
+    return onEvent(hEvent, [](EventObject *e) {
+        std::lock_guard<ObjectLock> guard(e->lock);
+        e->reset();
+    });
 }
 
 BOOL WINAPI PulseEvent(HANDLE hEvent)
 {
-    HandleRef ref;
-    EventObject *e = lookupCachedAs<EventObject>(hEvent, ObjectKind::Event, ref);
-    if (!e)
-        return FALSE;
     // Set, hand to the waits queued now, reset: all under the event's lock,
     // so a wait that registers a moment later finds the event unsignalled.
-    e->signal([e] { e->set(); }, [e] { e->reset(); });
-    return TRUE;
+    return onEvent(hEvent, [](EventObject *e) { e->signal([e] { e->set(); }, [e] { e->reset(); }); });
 }
 
 } // extern "C"

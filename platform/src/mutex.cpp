@@ -87,10 +87,7 @@ HANDLE WINAPI CreateMutexA(LPSECURITY_ATTRIBUTES, BOOL bInitialOwner, LPCSTR lpN
         std::lock_guard<ObjectLock> guard(m->lock);
         m->acquire(currentThreadObject());
     }
-    HANDLE h = insertHandle(m, MUTEX_ALL_ACCESS);
-    if (h)
-        SetLastError(ERROR_SUCCESS);
-    return h;
+    return insertNewObject(m, MUTEX_ALL_ACCESS);
 }
 
 BOOL WINAPI ReleaseMutex(HANDLE hMutex)

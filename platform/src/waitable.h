@@ -85,6 +85,16 @@ inline bool refuseObjectName(LPCSTR name)
     return false;
 }
 
+// Enters a new object in the handle table for a Create call, which clears
+// the last error on success.
+inline HANDLE insertNewObject(KernelObject *object, DWORD access)
+{
+    HANDLE h = insertHandle(object, access);
+    if (h)
+        SetLastError(ERROR_SUCCESS);
+    return h;
+}
+
 // Runs the wait of WaitForSingleObject / WaitForMultipleObjects on objects
 // the caller keeps alive. Gives the Win32 result.
 DWORD waitForObjects(DWORD count, Waitable *const *objects, bool waitAll, DWORD milliseconds);
