@@ -20,6 +20,17 @@ inline bool readOnlyMode(const struct stat &st)
     return S_ISREG(st.st_mode) && !(st.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH));
 }
 
+// The Win32 attributes of a file or folder.
+inline DWORD attributesOf(const struct stat &st)
+{
+    if (S_ISDIR(st.st_mode))
+        return FILE_ATTRIBUTE_DIRECTORY;
+    DWORD a = FILE_ATTRIBUTE_ARCHIVE;
+    if (readOnlyMode(st))
+        a |= FILE_ATTRIBUTE_READONLY;
+    return a;
+}
+
 // Opens posixPath as CreateFileA does with these arguments and gives the
 // descriptor (close-on-exec), or -1 with error set. The share mode is held
 // by locks on the open file description itself, so it lasts exactly as
