@@ -45,8 +45,14 @@ constexpr unsigned kShareBytes = 6;
 constexpr unsigned ReadBit = 1, WriteBit = 2, DeleteBit = 4;
 
 // The byte masks of the accesses in mask (read, write, delete).
-unsigned hasBytes(unsigned mask) { return ((mask & ReadBit) ? 4 : 0) | ((mask & WriteBit) ? 8 : 0) | ((mask & DeleteBit) ? 16 : 0); }
-unsigned denyBytes(unsigned mask) { return ((mask & ReadBit) ? 32 : 0) | ((mask & WriteBit) ? 2 : 0) | ((mask & DeleteBit) ? 1 : 0); }
+unsigned hasBytes(unsigned mask)
+{
+    return ((mask & ReadBit) ? 4 : 0) | ((mask & WriteBit) ? 8 : 0) | ((mask & DeleteBit) ? 16 : 0);
+}
+unsigned denyBytes(unsigned mask)
+{
+    return ((mask & ReadBit) ? 32 : 0) | ((mask & WriteBit) ? 2 : 0) | ((mask & DeleteBit) ? 1 : 0);
+}
 
 // The runs of adjacent bits in a mask of the share bytes: (first bit, count).
 template <class Run>

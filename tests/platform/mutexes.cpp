@@ -165,7 +165,8 @@ TEST(Mutexes, HandOffAtTheMomentAWaitTimesOutIsNeverLost)
         HANDLE handles[2];
         BOOL all;
         DWORD got; // the result when the mutex was handed over
-    } kinds[] = {{1, {m}, FALSE, WAIT_OBJECT_0}, {2, {idle, m}, FALSE, WAIT_OBJECT_0 + 1}, {2, {m, set}, TRUE, WAIT_OBJECT_0}};
+    } kinds[] = {
+        {1, {m}, FALSE, WAIT_OBJECT_0}, {2, {idle, m}, FALSE, WAIT_OBJECT_0 + 1}, {2, {m, set}, TRUE, WAIT_OBJECT_0}};
     for (const Kind &k : kinds) {
         int handed = 0, missed = 0;
         for (int i = 0; i < 200; ++i) {
