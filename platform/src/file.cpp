@@ -1,181 +1,21 @@
-// Files, directories and directory searches.
+// Files: CreateFileA and the calls on an open file, deleting and
+// attributes (share modes are in fileshare.cpp, folders in directory.cpp).
 #include "check.h"
 #include "fileshare.h"
 #include "object.h"
 #include "path.h"
 
-#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <string.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <mutex>
 #include <string>
-#include <vector>
 
 namespace tsp {
 
 namespace {
-
-// Share modes are kept as open-file-description locks on bytes far beyond
-// any data: a shared lock on a "has" byte for each access the open holds,
-// and on a "deny" byte for each access its share mode refuses. Locks of
-// one description never conflict with each other, so a test for another
-// description's lock (F_OFD_GETLK with a write lock) over a byte range
-// finds the other opens only; one test covers the deny bytes of what an
-// open asks and one the has bytes of what it refuses to share (two each
-// for read and delete without write, whose bytes are not adjacent).
-//
-// Every open takes its bytes first and tests the others' afterwards, and
-// gives its bytes back when the test finds a conflict. Of two opens that
-// conflict, at least one therefore sees the other, whatever their order:
-// never do both succeed.
-//   - An open that shares everything takes no deny bytes and has no has
-//     bytes to test; it takes its has bytes and tests the deny bytes of what
-//     it asks, without the flock (two system calls).
-//   - Every other open takes and tests under an exclusive flock of the file,
-//     so such opens follow each other one at a time and only ever see each
-//     other's final bytes.
-//   - Both can still see each other when they race (the one that shares
-//     everything took its has bytes, then the other one its deny bytes, then
-//     both test). The one that shares everything then gives its bytes back
-//     and tries once more under the flock, which it can take only after the
-//     other has finished, so one of the two succeeds; only a third open in
-//     that same instant can make both fail.
-constexpr off_t kShareBase = 0x7FFFFFFFFFFF0000LL;
-// An access's has byte is kHas + its position (read 0, write 1, delete 2),
-// its deny byte kDeny + its position.
-constexpr off_t kHas = 1, kDeny = 4;
-constexpr unsigned ReadBit = 1, WriteBit = 2, DeleteBit = 4;
-
-// The runs of adjacent bits in a three-bit mask: (first bit, count).
-template <class Run>
-void forEachRun(unsigned mask, Run run)
-{
-    for (unsigned b = 0; b < 3;) {
-        if (!(mask & (1u << b))) {
-            ++b;
-            continue;
-        }
-        unsigned n = 0;
-        while (b + n < 3 && (mask & (1u << (b + n))))
-            ++n;
-        run(b, n);
-        b += n;
-    }
-}
-
-struct flock shareLock(short type, off_t first, off_t count)
-{
-    struct flock fl = {};
-    fl.l_type = type;
-    fl.l_whence = SEEK_SET;
-    fl.l_start = kShareBase + first;
-    fl.l_len = count;
-    return fl;
-}
-
-bool lockingUnsupported(int err) { return err == ENOLCK || err == EINVAL || err == EOPNOTSUPP; }
-
-// Whether another open holds one of the bytes at + each bit of mask.
-bool othersHold(int fd, off_t at, unsigned mask)
-{
-    bool held = false;
-    forEachRun(mask, [&](unsigned b, unsigned n) {
-        if (held)
-            return;
-        struct flock fl = shareLock(F_WRLCK, at + b, n);
-        if (fcntl(fd, F_OFD_GETLK, &fl) != 0) {
-            TS_CHECK(lockingUnsupported(errno), "fcntl(F_OFD_GETLK) of share bytes");
-            return; // no locks, no share modes
-        }
-        held = fl.l_type != F_UNLCK;
-    });
-    return held;
-}
-
-// Takes the bytes at + each bit of mask. A file system without these
-// locks, or a write-only descriptor, keeps no share modes.
-void hold(int fd, off_t at, unsigned mask)
-{
-    forEachRun(mask, [&](unsigned b, unsigned n) {
-        struct flock fl = shareLock(F_RDLCK, at + b, n);
-        if (fcntl(fd, F_OFD_SETLK, &fl) != 0)
-            TS_CHECK(lockingUnsupported(errno) || errno == EBADF, "fcntl(F_OFD_SETLK) of share bytes");
-    });
-}
-
-void releaseAll(int fd)
-{
-    struct flock fl = shareLock(F_UNLCK, kHas, kDeny + 3 - kHas);
-    if (fcntl(fd, F_OFD_SETLK, &fl) != 0)
-        TS_CHECK(lockingUnsupported(errno) || errno == EBADF, "fcntl(F_OFD_SETLK) releasing share bytes");
-}
-
-constexpr DWORD kReadRights = GENERIC_READ | GENERIC_ALL | 0x0001 /* FILE_READ_DATA */;
-constexpr DWORD kWriteRights = GENERIC_WRITE | GENERIC_ALL | 0x0002 /* FILE_WRITE_DATA */ | 0x0004 /* FILE_APPEND_DATA */;
-constexpr DWORD kDeleteRights = DELETE | GENERIC_ALL;
-
-// Takes this open's bytes and tests the others'; on a conflict gives its
-// bytes back and says false.
-bool takeAndTest(int fd, unsigned asks, unsigned denies)
-{
-    hold(fd, kHas, asks);
-    hold(fd, kDeny, denies);
-    if (othersHold(fd, kDeny, asks) || othersHold(fd, kHas, denies)) {
-        releaseAll(fd);
-        return false;
-    }
-    return true;
-}
-
-// Tests the share mode against the other opens and takes this open's
-// bytes, as the comment above the bytes tells. False when they conflict.
-bool claimShare(int fd, DWORD access, DWORD share)
-{
-    unsigned asks = ((access & kReadRights) ? ReadBit : 0) | ((access & kWriteRights) ? WriteBit : 0) |
-                    ((access & kDeleteRights) ? DeleteBit : 0);
-    if (!asks)
-        return true; // an open for attributes only takes part in no share check
-    unsigned denies = ((share & FILE_SHARE_READ) ? 0 : ReadBit) | ((share & FILE_SHARE_WRITE) ? 0 : WriteBit) |
-                      ((share & FILE_SHARE_DELETE) ? 0 : DeleteBit);
-    if (!denies && takeAndTest(fd, asks, 0))
-        return true;
-    int locked;
-    while ((locked = flock(fd, LOCK_EX)) != 0 && errno == EINTR) {
-    }
-    // Without the flock, opens that deny something may race each other,
-    // but that is no reason to refuse this one.
-    TS_CHECK(locked == 0 || errno == ENOLCK || errno == EOPNOTSUPP, "flock(LOCK_EX) of a share check");
-    bool ok = takeAndTest(fd, asks, denies);
-    if (locked == 0)
-        TS_CHECK(flock(fd, LOCK_UN) == 0, "flock(LOCK_UN) of a share check");
-    return ok;
-}
-
-bool readOnlyMode(const struct stat &st) { return S_ISREG(st.st_mode) && !(st.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)); }
-
-DWORD attributesOf(const struct stat &st)
-{
-    if (S_ISDIR(st.st_mode))
-        return FILE_ATTRIBUTE_DIRECTORY;
-    DWORD a = FILE_ATTRIBUTE_ARCHIVE;
-    if (readOnlyMode(st))
-        a |= FILE_ATTRIBUTE_READONLY;
-    return a;
-}
-
-FILETIME fileTimeOf(const struct timespec &ts)
-{
-    uint64_t t = (static_cast<uint64_t>(ts.tv_sec) + 11644473600ull) * 10000000ull + static_cast<uint64_t>(ts.tv_nsec) / 100;
-    FILETIME ft;
-    ft.dwLowDateTime = static_cast<DWORD>(t);
-    ft.dwHighDateTime = static_cast<DWORD>(t >> 32);
-    return ft;
-}
 
 class FileObject : public KernelObject {
 public:
@@ -192,15 +32,6 @@ public:
     const DWORD access;
     const bool isDirectory;
     const std::string path;
-};
-
-class FindObject : public KernelObject {
-public:
-    FindObject() : KernelObject(ObjectKind::FindFile) {}
-    std::mutex lock;
-    std::string directory;            // POSIX folder searched
-    std::vector<std::string> names;   // the matches, in directory order
-    size_t next = 0;
 };
 
 FileObject *fileOf(HANDLE h, HandleRef &ref) { return lookupAs<FileObject>(h, ObjectKind::File, ref); }
@@ -271,127 +102,7 @@ bool statPath(LPCSTR name, std::string &p, struct stat &st)
     return true;
 }
 
-// "*" any run of characters, "?" one character; "*.*" is every name.
-bool wildMatch(const char *pat, const char *name)
-{
-    const char *star = nullptr, *resume = nullptr;
-    while (*name) {
-        if (*pat == '?' || (*pat && *pat == *name)) {
-            ++pat;
-            ++name;
-        } else if (*pat == '*') {
-            star = pat++;
-            resume = name;
-        } else if (star) {
-            pat = star + 1;
-            name = ++resume;
-        } else {
-            return false;
-        }
-    }
-    while (*pat == '*')
-        ++pat;
-    // A trailing ".*" also matches a name without a dot, as "*.*" does.
-    if (pat[0] == '.' && pat[1] == '*' && pat[2] == 0)
-        return true;
-    return *pat == 0;
-}
-
-bool fillFindData(const std::string &dir, const std::string &name, WIN32_FIND_DATAA *data)
-{
-    struct stat st;
-    std::string full = dir == "/" ? "/" + name : dir + "/" + name;
-    if (stat(full.c_str(), &st) != 0 && lstat(full.c_str(), &st) != 0)
-        return false;
-    memset(data, 0, sizeof *data);
-    data->dwFileAttributes = attributesOf(st);
-    data->ftCreationTime = fileTimeOf(st.st_ctim);
-    data->ftLastAccessTime = fileTimeOf(st.st_atim);
-    data->ftLastWriteTime = fileTimeOf(st.st_mtim);
-    if (!S_ISDIR(st.st_mode)) {
-        uint64_t size = static_cast<uint64_t>(st.st_size);
-        data->nFileSizeHigh = static_cast<DWORD>(size >> 32);
-        data->nFileSizeLow = static_cast<DWORD>(size);
-    }
-    size_t n = name.size() < MAX_PATH - 1 ? name.size() : MAX_PATH - 1;
-    memcpy(data->cFileName, name.c_str(), n);
-    return true;
-}
-
 } // namespace
-
-int openShared(const std::string &posixPath, DWORD access, DWORD share, DWORD disposition, DWORD flagsAndAttributes,
-               bool append, DWORD &error, bool &existed, bool *isDirectory)
-{
-    if (disposition < CREATE_NEW || disposition > TRUNCATE_EXISTING) {
-        error = ERROR_INVALID_PARAMETER;
-        return -1;
-    }
-    bool wantWrite = access & kWriteRights;
-    bool truncates = disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING;
-    int flags = O_CLOEXEC | (wantWrite || truncates ? O_RDWR : O_RDONLY) | (append ? O_APPEND : 0);
-    mode_t mode = (flagsAndAttributes & FILE_ATTRIBUTE_READONLY) ? 0444 : 0666;
-    // The file is opened first and looked at through the descriptor: an
-    // existing file is opened without O_CREAT, a missing one created with
-    // O_EXCL, so that existed is exact even when others create or remove
-    // the file at the same time.
-    int fd = -1, err = 0;
-    for (int attempt = 0; attempt < 100 && fd < 0; ++attempt) {
-        if (disposition != CREATE_NEW) {
-            existed = true;
-            fd = open(posixPath.c_str(), flags, mode);
-            // A folder asked for writing opens for reading, and only with
-            // backup semantics; without them EISDIR is "access denied".
-            if (fd < 0 && errno == EISDIR && (flagsAndAttributes & FILE_FLAG_BACKUP_SEMANTICS))
-                fd = open(posixPath.c_str(), O_CLOEXEC | O_RDONLY | O_DIRECTORY);
-            if (fd < 0 && errno == EACCES && (flags & O_ACCMODE) == O_RDWR && !truncates && !(access & kReadRights))
-                // Write-only to a file that may not be read: no share locks then.
-                fd = open(posixPath.c_str(), (flags & ~O_ACCMODE) | O_WRONLY, mode);
-            err = errno;
-            if (fd >= 0 || err != ENOENT || disposition == OPEN_EXISTING || disposition == TRUNCATE_EXISTING)
-                break;
-        }
-        existed = false;
-        fd = open(posixPath.c_str(), flags | O_CREAT | O_EXCL, mode);
-        err = errno;
-        if (fd >= 0 || err != EEXIST || disposition == CREATE_NEW)
-            break;
-    }
-    if (fd < 0) {
-        error = err == EEXIST ? ERROR_FILE_EXISTS : win32ErrorFromErrno(err, posixPath);
-        return -1;
-    }
-    if (existed) {
-        struct stat st;
-        TS_CHECK(fstat(fd, &st) == 0, "fstat of an open file");
-        bool dir = S_ISDIR(st.st_mode);
-        if (isDirectory)
-            *isDirectory = dir;
-        // The read-only attribute holds for every user, root included.
-        if ((dir && !(flagsAndAttributes & FILE_FLAG_BACKUP_SEMANTICS)) ||
-            (readOnlyMode(st) && (wantWrite || truncates))) {
-            closeDescriptor(fd);
-            error = ERROR_ACCESS_DENIED;
-            return -1;
-        }
-    } else if (isDirectory) {
-        *isDirectory = false;
-    }
-    if (!claimShare(fd, access, share)) {
-        closeDescriptor(fd);
-        error = ERROR_SHARING_VIOLATION;
-        return -1;
-    }
-    // Emptied only now that the share check has passed.
-    if (truncates && existed && ftruncate(fd, 0) != 0) {
-        error = win32ErrorFromErrno(errno, posixPath);
-        closeDescriptor(fd);
-        return -1;
-    }
-    error = existed && (disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS) ? ERROR_ALREADY_EXISTS
-                                                                                     : ERROR_SUCCESS;
-    return fd;
-}
 
 } // namespace tsp
 
@@ -540,7 +251,7 @@ BOOL WINAPI DeleteFileA(LPCSTR lpFileName)
     // A file that another open holds without FILE_SHARE_DELETE stays.
     int fd = open(p.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd >= 0) {
-        bool denied = othersHold(fd, kDeny, DeleteBit);
+        bool denied = othersDenyDelete(fd);
         closeDescriptor(fd);
         if (denied) {
             SetLastError(ERROR_SHARING_VIOLATION);
@@ -578,123 +289,6 @@ BOOL WINAPI SetFileAttributesA(LPCSTR lpFileName, DWORD dwFileAttributes)
         mode |= S_IWUSR;
     if (chmod(p.c_str(), mode) != 0) {
         SetLastError(win32ErrorFromErrno(errno, p));
-        return FALSE;
-    }
-    return TRUE;
-}
-
-BOOL WINAPI CreateDirectoryA(LPCSTR lpPathName, LPSECURITY_ATTRIBUTES lpSecurityAttributes)
-{
-    std::string p;
-    if (!toPosixPath(lpPathName, p))
-        return FALSE;
-    if (mkdir(p.c_str(), 0777) != 0) {
-        SetLastError(win32ErrorFromErrno(errno, p));
-        return FALSE;
-    }
-    return TRUE;
-}
-
-BOOL WINAPI RemoveDirectoryA(LPCSTR lpPathName)
-{
-    std::string p;
-    if (!toPosixPath(lpPathName, p))
-        return FALSE;
-    if (rmdir(p.c_str()) != 0) {
-        int err = errno;
-        SetLastError(err == ENOTDIR ? ERROR_DIRECTORY : win32ErrorFromErrno(err, p));
-        return FALSE;
-    }
-    return TRUE;
-}
-
-HANDLE WINAPI FindFirstFileA(LPCSTR lpFileName, LPWIN32_FIND_DATAA lpFindFileData)
-{
-    if (!lpFileName || !*lpFileName || !lpFindFileData) {
-        SetLastError(lpFindFileData ? ERROR_PATH_NOT_FOUND : ERROR_INVALID_PARAMETER);
-        return INVALID_HANDLE_VALUE;
-    }
-    // The folder part and the pattern of the last component.
-    std::string whole(lpFileName);
-    size_t cut = whole.find_last_of("\\/");
-    std::string folder, pattern;
-    if (cut == std::string::npos) {
-        if (whole.size() >= 2 && whole[1] == ':') {
-            folder = whole.substr(0, 2);
-            pattern = whole.substr(2);
-        } else {
-            folder = ".";
-            pattern = whole;
-        }
-    } else {
-        folder = whole.substr(0, cut + 1);
-        pattern = whole.substr(cut + 1);
-    }
-    if (pattern.empty()) {
-        SetLastError(ERROR_FILE_NOT_FOUND);
-        return INVALID_HANDLE_VALUE;
-    }
-    std::string dir;
-    if (!toPosixPath(folder.c_str(), dir))
-        return INVALID_HANDLE_VALUE;
-    while (dir.size() > 1 && dir.back() == '/')
-        dir.pop_back();
-    DIR *d = opendir(dir.c_str());
-    if (!d) {
-        int err = errno;
-        SetLastError(err == ENOENT || err == ENOTDIR ? ERROR_PATH_NOT_FOUND : win32ErrorFromErrno(err, dir));
-        return INVALID_HANDLE_VALUE;
-    }
-    FindObject *find = new FindObject;
-    find->directory = dir;
-    if (pattern == "*.*")
-        pattern = "*";
-    while (dirent *e = readdir(d))
-        if (wildMatch(pattern.c_str(), e->d_name))
-            find->names.push_back(e->d_name);
-    closedir(d);
-    // The first entry that can still be examined.
-    while (find->next < find->names.size() &&
-           !fillFindData(find->directory, find->names[find->next], lpFindFileData))
-        ++find->next;
-    if (find->next >= find->names.size()) {
-        find->release();
-        SetLastError(ERROR_FILE_NOT_FOUND);
-        return INVALID_HANDLE_VALUE;
-    }
-    ++find->next;
-    HANDLE h = insertHandle(find, 0);
-    return h ? h : INVALID_HANDLE_VALUE;
-}
-
-BOOL WINAPI FindNextFileA(HANDLE hFindFile, LPWIN32_FIND_DATAA lpFindFileData)
-{
-    HandleRef ref;
-    FindObject *find = lookupAs<FindObject>(hFindFile, ObjectKind::FindFile, ref);
-    if (!find)
-        return FALSE;
-    if (!lpFindFileData) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return FALSE;
-    }
-    std::lock_guard<std::mutex> guard(find->lock);
-    while (find->next < find->names.size()) {
-        const std::string &name = find->names[find->next++];
-        if (fillFindData(find->directory, name, lpFindFileData))
-            return TRUE;
-    }
-    SetLastError(ERROR_NO_MORE_FILES);
-    return FALSE;
-}
-
-BOOL WINAPI FindClose(HANDLE hFindFile)
-{
-    HandleRef ref;
-    if (!lookupAs<FindObject>(hFindFile, ObjectKind::FindFile, ref))
-        return FALSE;
-    ref.reset();
-    if (!closeTableHandle(hFindFile)) {
-        SetLastError(ERROR_INVALID_HANDLE);
         return FALSE;
     }
     return TRUE;

@@ -20,13 +20,15 @@ class ThreadObject;
 class Waitable;
 struct Waiter;
 
+// One object's place in a wait. Left uninitialised until the wait sets up
+// the links it uses: a wait holds room for 64, and most use one.
 struct WaitLink {
-    Waiter *waiter = nullptr;
-    Waitable *object = nullptr;
-    WaitLink *prev = nullptr;
-    WaitLink *next = nullptr;
-    DWORD index = 0;
-    bool queued = false; // guarded by object->lock
+    Waiter *waiter;
+    Waitable *object;
+    WaitLink *prev;
+    WaitLink *next;
+    DWORD index;
+    bool queued; // guarded by object->lock
 };
 
 class Waitable : public KernelObject {
@@ -72,9 +74,33 @@ private:
     void satisfyWaiters();
 };
 
+// Objects have no names here: a name given to a Create call is refused
+// with ERROR_NOT_SUPPORTED (true), and no name passes (false).
+inline bool refuseObjectName(LPCSTR name)
+{
+    if (name && *name) {
+        SetLastError(ERROR_NOT_SUPPORTED);
+        return true;
+    }
+    return false;
+}
+
+// Enters a new object in the handle table for a Create call, which clears
+// the last error on success.
+inline HANDLE insertNewObject(KernelObject *object, DWORD access)
+{
+    HANDLE h = insertHandle(object, access);
+    if (h)
+        SetLastError(ERROR_SUCCESS);
+    return h;
+}
+
 // Runs the wait of WaitForSingleObject / WaitForMultipleObjects on objects
 // the caller keeps alive. Gives the Win32 result.
 DWORD waitForObjects(DWORD count, Waitable *const *objects, bool waitAll, DWORD milliseconds);
+// The same for one object: the test and the registration are one hold of
+// its lock.
+DWORD waitForObject(Waitable *object, DWORD milliseconds);
 
 template <class Op, class After>
 void Waitable::signal(Op op, After after)

@@ -150,3 +150,52 @@ TEST(Mutexes, ContendedMutexKeepsACounterExact)
         CloseHandle(t);
     CloseHandle(m);
 }
+
+// A release that meets a wait running out of time hands the mutex over
+// exactly once: the wait either has it (a single wait, one for any with an
+// unsignalled event before it, one for all with a set event beside it) or
+// ended without it, and in both cases the mutex is free again afterwards.
+TEST(Mutexes, HandOffAtTheMomentAWaitTimesOutIsNeverLost)
+{
+    HANDLE m = CreateMutexA(nullptr, FALSE, nullptr);
+    HANDLE idle = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    HANDLE set = CreateEventA(nullptr, TRUE, TRUE, nullptr);
+    struct Kind {
+        DWORD count;
+        HANDLE handles[2];
+        BOOL all;
+        DWORD got; // the result when the mutex was handed over
+    } kinds[] = {
+        {1, {m}, FALSE, WAIT_OBJECT_0}, {2, {idle, m}, FALSE, WAIT_OBJECT_0 + 1}, {2, {m, set}, TRUE, WAIT_OBJECT_0}};
+    for (const Kind &k : kinds) {
+        int handed = 0, missed = 0;
+        for (int i = 0; i < 200; ++i) {
+            ASSERT_EQ(WaitForSingleObject(m, 0), WAIT_OBJECT_0);
+            HANDLE t = tstest::StartThread([&k, m] {
+                DWORD r = WaitForMultipleObjects(k.count, k.handles, k.all, 1);
+                BOOL owned = ReleaseMutex(m);
+                return r == k.got && owned ? 1u : r == WAIT_TIMEOUT && !owned ? 0u : 2u;
+            });
+            for (volatile int spin = 0; spin < (i % 8) * 300; ++spin) {
+            }
+            Sleep(i % 2);
+            ASSERT_TRUE(ReleaseMutex(m));
+            ASSERT_EQ(WaitForSingleObject(t, 10000), WAIT_OBJECT_0);
+            DWORD code = 2;
+            GetExitCodeThread(t, &code);
+            CloseHandle(t);
+            ASSERT_LT(code, 2u) << "iteration " << i << " of a wait on " << k.count;
+            (code ? handed : missed)++;
+            // Neither held nor abandoned.
+            EXPECT_EQ(tstest::RunOnOtherThread([m] {
+                          DWORD r = WaitForSingleObject(m, 0);
+                          ReleaseMutex(m);
+                          return static_cast<unsigned>(r);
+                      }),
+                      WAIT_OBJECT_0);
+        }
+        EXPECT_GT(handed, 0);
+    }
+    for (HANDLE h : {m, idle, set})
+        CloseHandle(h);
+}
