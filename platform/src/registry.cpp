@@ -1,5 +1,6 @@
 // The registry calls of Advapi32 over the SQLite store (regstore.h).
 #include "object.h"
+#include "regsql.h"
 #include "regstore.h"
 
 #include <string.h>
@@ -82,31 +83,93 @@ DWORD mapAccess(REGSAM sam)
     return a & ~static_cast<DWORD>(GENERIC_READ | GENERIC_WRITE | GENERIC_EXECUTE | GENERIC_ALL | MAXIMUM_ALLOWED);
 }
 
+// Text of the process's ANSI code page as UTF-16, and back: a character the
+// code page lacks becomes its default character, as on Windows.
+Name widen(const char *s, size_t n)
+{
+    Name out(n, u'\0'); // never more units than bytes
+    if (n) {
+        int got = MultiByteToWideChar(CP_ACP, 0, s, static_cast<int>(n), reinterpret_cast<LPWSTR>(&out[0]),
+                                      static_cast<int>(n));
+        out.resize(got > 0 ? static_cast<size_t>(got) : 0);
+    }
+    return out;
+}
+
+std::string narrow(const char16_t *s, size_t n)
+{
+    if (!n)
+        return std::string();
+    LPCWSTR w = reinterpret_cast<LPCWSTR>(s);
+    int size = WideCharToMultiByte(CP_ACP, 0, w, static_cast<int>(n), nullptr, 0, nullptr, nullptr);
+    std::string out(size > 0 ? static_cast<size_t>(size) : 0, '\0');
+    if (size > 0)
+        TS_CHECK(WideCharToMultiByte(CP_ACP, 0, w, static_cast<int>(n), &out[0], size, nullptr, nullptr) == size,
+                 "WideCharToMultiByte(CP_ACP)");
+    return out;
+}
+
+std::string narrow(const Name &s) { return narrow(s.data(), s.size()); }
+
+// A null name stays null: it means something else than "".
+bool widenName(LPCSTR s, Name &out)
+{
+    out = s ? widen(s, strlen(s)) : Name();
+    return s != nullptr;
+}
+
+Name nameOfW(LPCWSTR s)
+{
+    if (!s)
+        return Name();
+    size_t n = 0;
+    while (s[n])
+        ++n;
+    return Name(reinterpret_cast<const char16_t *>(s), n);
+}
+
+bool isStringType(DWORD type) { return type == REG_SZ || type == REG_EXPAND_SZ || type == REG_MULTI_SZ; }
+
+// The data of an A call as the store keeps it: text of the string types in
+// UTF-16LE, everything else as it is.
+std::string dataFromAnsi(DWORD type, const BYTE *data, DWORD size)
+{
+    const char *p = reinterpret_cast<const char *>(data);
+    if (!isStringType(type) || !size)
+        return std::string(p ? p : "", p ? size : 0);
+    return nameBytes(widen(p, size));
+}
+
+// The stored data as an A call gives it; an odd last byte of a string
+// type has no unit and is dropped, as on Windows.
+std::string dataToAnsi(DWORD type, const std::string &data)
+{
+    if (!isStringType(type))
+        return data;
+    return narrow(nameOf(data.data(), data.size()));
+}
+
 // Splits a subkey path at "\"; empty levels are skipped.
-LONG splitPath(LPCSTR sub, std::vector<std::string> &out)
+LONG splitPath(const Name &sub, std::vector<Name> &out)
 {
     out.clear();
-    if (!sub)
-        return ERROR_SUCCESS;
-    if (*sub == '\\')
+    if (!sub.empty() && sub[0] == u'\\')
         return ERROR_BAD_PATHNAME;
-    const char *p = sub;
-    while (*p) {
-        const char *end = strchr(p, '\\');
-        size_t n = end ? static_cast<size_t>(end - p) : strlen(p);
+    size_t p = 0;
+    while (p < sub.size()) {
+        size_t end = sub.find(u'\\', p);
+        size_t n = (end == Name::npos ? sub.size() : end) - p;
         if (n > kMaxKeyNameLength)
             return ERROR_INVALID_PARAMETER;
         if (n)
-            out.emplace_back(p, n);
-        p += n;
-        if (*p)
-            ++p;
+            out.push_back(sub.substr(p, n));
+        p += n + 1;
     }
     return ERROR_SUCCESS;
 }
 
 // The key a handle names and the path of a subkey below it.
-LONG resolvePath(HKEY h, LPCSTR sub, KeyRef &k, std::vector<std::string> &path)
+LONG resolvePath(HKEY h, const Name &sub, KeyRef &k, std::vector<Name> &path)
 {
     if (LONG e = resolve(h, k))
         return e;
@@ -131,21 +194,19 @@ void toFileTime(int64_t t, PFILETIME ft)
     }
 }
 
-std::string valueName(LPCSTR name) { return name ? std::string(name) : std::string(); }
-
 // Copies text with its terminator into a buffer of *cch characters; sets
 // *cch to the length without the terminator. ERROR_MORE_DATA when short.
-LONG copyName(const std::string &s, LPSTR buf, LPDWORD cch)
+template <class Ch, class Text> LONG copyName(const Text &s, Ch *buf, LPDWORD cch)
 {
     if (s.size() + 1 > *cch)
         return ERROR_MORE_DATA;
-    memcpy(buf, s.data(), s.size());
-    buf[s.size()] = '\0';
+    memcpy(buf, s.data(), s.size() * sizeof(Ch));
+    buf[s.size()] = 0;
     *cch = static_cast<DWORD>(s.size());
     return ERROR_SUCCESS;
 }
 
-// Copies value data the way RegQueryValueExA does.
+// Copies value data the way RegQueryValueEx does.
 LONG copyData(const std::string &data, LPBYTE buf, LPDWORD cb)
 {
     DWORD size = static_cast<DWORD>(data.size());
@@ -162,203 +223,157 @@ LONG copyData(const std::string &data, LPBYTE buf, LPDWORD cb)
     return ERROR_SUCCESS;
 }
 
-} // namespace
-
-extern "C" {
-
-LSTATUS WINAPI RegOpenKeyExA(HKEY hKey, LPCSTR lpSubKey, DWORD ulOptions, REGSAM samDesired, PHKEY phkResult)
+// The calls' work on UTF-16 names; the A and W calls convert around them.
+LONG openKey(HKEY hKey, const Name &sub, REGSAM sam, PHKEY out)
 {
-    if (!phkResult)
+    if (!out)
         return ERROR_INVALID_PARAMETER;
     KeyRef k;
-    std::vector<std::string> path;
-    if (LONG e = resolvePath(hKey, lpSubKey, k, path))
+    std::vector<Name> path;
+    if (LONG e = resolvePath(hKey, sub, k, path))
         return e;
     if (path.empty() && k.hive) {
-        *phkResult = hKey; // a hive opens as itself, as on Windows
+        *out = hKey; // a hive opens as itself, as on Windows
         return ERROR_SUCCESS;
     }
     KeyId id;
     if (LONG e = k.store->openKey(k.id, path, &id))
         return e;
-    return newHandle(k, id, mapAccess(samDesired), phkResult);
+    return newHandle(k, id, mapAccess(sam), out);
 }
 
-LSTATUS WINAPI RegCreateKeyExA(HKEY hKey, LPCSTR lpSubKey, DWORD Reserved, LPSTR lpClass, DWORD dwOptions,
-                               REGSAM samDesired, const LPSECURITY_ATTRIBUTES lpSecurityAttributes,
-                               PHKEY phkResult, LPDWORD lpdwDisposition)
+LONG createKey(HKEY hKey, const Name &sub, const Name *cls, DWORD options, REGSAM sam, PHKEY out,
+               LPDWORD dispositionOut)
 {
-    if (!phkResult || (dwOptions & REG_OPTION_CREATE_LINK))
+    if (!out || (options & REG_OPTION_CREATE_LINK))
         return ERROR_INVALID_PARAMETER;
     KeyRef k;
-    std::vector<std::string> path;
-    if (LONG e = resolvePath(hKey, lpSubKey, k, path))
+    std::vector<Name> path;
+    if (LONG e = resolvePath(hKey, sub, k, path))
         return e;
     DWORD disposition = REG_OPENED_EXISTING_KEY;
     if (path.empty() && k.hive) {
-        *phkResult = hKey;
+        *out = hKey;
     } else {
-        std::string cls = lpClass ? std::string(lpClass) : std::string();
         KeyId id;
-        if (LONG e = k.store->createKey(k.id, path, lpClass ? &cls : nullptr, (dwOptions & REG_OPTION_VOLATILE) != 0,
-                                        &id, &disposition))
+        if (LONG e = k.store->createKey(k.id, path, cls, (options & REG_OPTION_VOLATILE) != 0, &id, &disposition))
             return e;
-        if (LONG e = newHandle(k, id, mapAccess(samDesired), phkResult))
+        if (LONG e = newHandle(k, id, mapAccess(sam), out))
             return e;
     }
-    if (lpdwDisposition)
-        *lpdwDisposition = disposition;
+    if (dispositionOut)
+        *dispositionOut = disposition;
     return ERROR_SUCCESS;
 }
 
-LSTATUS WINAPI RegCloseKey(HKEY hKey)
-{
-    if (hiveValue(hKey))
-        return ERROR_SUCCESS;
-    {
-        HandleRef ref;
-        if (!lookupAs<RegKeyObject>(reinterpret_cast<HANDLE>(hKey), ObjectKind::RegistryKey, ref))
-            return ERROR_INVALID_HANDLE;
-    }
-    return closeTableHandle(reinterpret_cast<HANDLE>(hKey)) ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
-}
-
-LSTATUS WINAPI RegEnumKeyExA(HKEY hKey, DWORD dwIndex, LPSTR lpName, LPDWORD lpcchName, LPDWORD lpReserved,
-                             LPSTR lpClass, LPDWORD lpcchClass, PFILETIME lpftLastWriteTime)
+// The subkey at index, for RegEnumKeyEx.
+LONG subkeyAt(HKEY hKey, DWORD index, const SubkeyEntry **entry, std::shared_ptr<const std::vector<SubkeyEntry>> &list)
 {
     KeyRef k;
     if (LONG e = resolveFor(hKey, KEY_ENUMERATE_SUB_KEYS, k))
         return e;
-    if (!lpName || !lpcchName || (lpClass && !lpcchClass))
-        return ERROR_INVALID_PARAMETER;
-    std::shared_ptr<const std::vector<SubkeyEntry>> list;
     if (LONG e = k.store->subkeys(k.id, &list))
         return e;
-    if (dwIndex >= list->size())
+    if (index >= list->size())
         return ERROR_NO_MORE_ITEMS;
-    const SubkeyEntry &entry = (*list)[dwIndex];
-    if (entry.name.size() + 1 > *lpcchName)
+    *entry = &(*list)[index];
+    return ERROR_SUCCESS;
+}
+
+template <class Ch, class Text>
+LONG enumKey(const Text &name, const Text &cls, int64_t lastWrite, Ch *lpName, LPDWORD lpcchName, Ch *lpClass,
+             LPDWORD lpcchClass, PFILETIME lpftLastWriteTime)
+{
+    if (name.size() + 1 > *lpcchName)
         return ERROR_MORE_DATA;
     if (lpClass) {
-        if (LONG e = copyName(entry.cls, lpClass, lpcchClass))
+        if (LONG e = copyName(cls, lpClass, lpcchClass))
             return e;
     } else if (lpcchClass) {
-        *lpcchClass = static_cast<DWORD>(entry.cls.size());
+        *lpcchClass = static_cast<DWORD>(cls.size());
     }
-    copyName(entry.name, lpName, lpcchName);
-    toFileTime(entry.lastWrite, lpftLastWriteTime);
+    copyName(name, lpName, lpcchName);
+    toFileTime(lastWrite, lpftLastWriteTime);
     return ERROR_SUCCESS;
 }
 
-LSTATUS WINAPI RegEnumKeyA(HKEY hKey, DWORD dwIndex, LPSTR lpName, DWORD cchName)
-{
-    return RegEnumKeyExA(hKey, dwIndex, lpName, &cchName, nullptr, nullptr, nullptr, nullptr);
-}
-
-LSTATUS WINAPI RegEnumValueA(HKEY hKey, DWORD dwIndex, LPSTR lpValueName, LPDWORD lpcchValueName,
-                             LPDWORD lpReserved, LPDWORD lpType, LPBYTE lpData, LPDWORD lpcbData)
+LONG valueAt(HKEY hKey, DWORD index, const ValueEntry **entry, std::shared_ptr<const std::vector<ValueEntry>> &list)
 {
     KeyRef k;
     if (LONG e = resolveFor(hKey, KEY_QUERY_VALUE, k))
         return e;
-    if (!lpValueName || !lpcchValueName || (lpData && !lpcbData))
-        return ERROR_INVALID_PARAMETER;
-    std::shared_ptr<const std::vector<ValueEntry>> list;
     if (LONG e = k.store->values(k.id, &list))
         return e;
-    if (dwIndex >= list->size())
+    if (index >= list->size())
         return ERROR_NO_MORE_ITEMS;
-    const ValueEntry &entry = (*list)[dwIndex];
-    if (entry.name.size() + 1 > *lpcchValueName)
-        return ERROR_MORE_DATA;
-    if (lpType)
-        *lpType = entry.type;
-    if (LONG e = copyData(entry.data, lpData, lpcbData))
-        return e;
-    copyName(entry.name, lpValueName, lpcchValueName);
+    *entry = &(*list)[index];
     return ERROR_SUCCESS;
 }
 
-LSTATUS WINAPI RegQueryValueExA(HKEY hKey, LPCSTR lpValueName, LPDWORD lpReserved, LPDWORD lpType, LPBYTE lpData,
-                                LPDWORD lpcbData)
+template <class Ch, class Text>
+LONG enumValue(const Text &name, DWORD type, const std::string &data, Ch *lpValueName, LPDWORD lpcchValueName,
+               LPDWORD lpType, LPBYTE lpData, LPDWORD lpcbData)
+{
+    if (name.size() + 1 > *lpcchValueName)
+        return ERROR_MORE_DATA;
+    if (lpType)
+        *lpType = type;
+    if (LONG e = copyData(data, lpData, lpcbData))
+        return e;
+    copyName(name, lpValueName, lpcchValueName);
+    return ERROR_SUCCESS;
+}
+
+LONG queryValue(HKEY hKey, const Name &name, LPDWORD lpReserved, DWORD *type, std::string *data)
 {
     KeyRef k;
     if (LONG e = resolveFor(hKey, KEY_QUERY_VALUE, k))
         return e;
-    if ((lpData && !lpcbData) || lpReserved)
+    if (lpReserved)
         return ERROR_INVALID_PARAMETER;
-    DWORD type;
-    std::string data;
-    if (LONG e = k.store->queryValue(k.id, valueName(lpValueName), &type, &data))
-        return e;
-    if (lpType)
-        *lpType = type;
-    return copyData(data, lpData, lpcbData);
+    return k.store->queryValue(k.id, name, type, data);
 }
 
-LSTATUS WINAPI RegSetValueExA(HKEY hKey, LPCSTR lpValueName, DWORD Reserved, DWORD dwType, const BYTE *lpData,
-                              DWORD cbData)
+LONG setValue(HKEY hKey, const Name &name, DWORD type, const void *data, size_t size)
 {
     KeyRef k;
     if (LONG e = resolveFor(hKey, KEY_SET_VALUE, k))
         return e;
-    std::string name = valueName(lpValueName);
     if (name.size() > kMaxValueNameLength)
         return ERROR_INVALID_PARAMETER;
-    if (!lpData && cbData)
-        return ERROR_NOACCESS;
-    return k.store->setValue(k.id, name, dwType, lpData, cbData);
+    return k.store->setValue(k.id, name, type, data, size);
 }
 
-LSTATUS WINAPI RegFlushKey(HKEY hKey)
-{
-    KeyRef k;
-    if (LONG e = resolve(hKey, k))
-        return e;
-    // The store is one database: flushing one key flushes them all.
-    return k.store->flush();
-}
-
-LSTATUS WINAPI RegDeleteValueA(HKEY hKey, LPCSTR lpValueName)
+LONG deleteValue(HKEY hKey, const Name &name)
 {
     KeyRef k;
     if (LONG e = resolveFor(hKey, KEY_SET_VALUE, k))
         return e;
-    return k.store->deleteValue(k.id, valueName(lpValueName));
+    return k.store->deleteValue(k.id, name);
 }
 
-LSTATUS WINAPI RegDeleteKeyA(HKEY hKey, LPCSTR lpSubKey)
+LONG deleteKey(HKEY hKey, const Name &sub)
 {
-    if (!lpSubKey)
-        return ERROR_INVALID_PARAMETER;
     KeyRef k;
-    std::vector<std::string> path;
-    if (LONG e = resolvePath(hKey, lpSubKey, k, path))
+    std::vector<Name> path;
+    if (LONG e = resolvePath(hKey, sub, k, path))
         return e;
     return k.store->deleteKey(k.id, path);
 }
 
-LSTATUS WINAPI RegQueryInfoKeyA(HKEY hKey, LPSTR lpClass, LPDWORD lpcchClass, LPDWORD lpReserved,
-                                LPDWORD lpcSubKeys, LPDWORD lpcbMaxSubKeyLen, LPDWORD lpcbMaxClassLen,
-                                LPDWORD lpcValues, LPDWORD lpcbMaxValueNameLen, LPDWORD lpcbMaxValueLen,
-                                LPDWORD lpcbSecurityDescriptor, PFILETIME lpftLastWriteTime)
+template <class Ch, class Text>
+LONG queryInfo(const KeyInfo &info, const Text &cls, Ch *lpClass, LPDWORD lpcchClass, LPDWORD lpcSubKeys,
+               LPDWORD lpcbMaxSubKeyLen, LPDWORD lpcbMaxClassLen, LPDWORD lpcValues, LPDWORD lpcbMaxValueNameLen,
+               LPDWORD lpcbMaxValueLen, LPDWORD lpcbSecurityDescriptor, PFILETIME lpftLastWriteTime)
 {
-    KeyRef k;
-    if (LONG e = resolveFor(hKey, KEY_QUERY_VALUE, k))
-        return e;
-    if (lpReserved || (lpClass && !lpcchClass))
-        return ERROR_INVALID_PARAMETER;
-    KeyInfo info;
-    if (LONG e = k.store->info(k.id, &info))
-        return e;
     if (lpClass) {
-        if (info.cls.size() + 1 > *lpcchClass) {
-            *lpcchClass = static_cast<DWORD>(info.cls.size());
+        if (cls.size() + 1 > *lpcchClass) {
+            *lpcchClass = static_cast<DWORD>(cls.size());
             return ERROR_MORE_DATA;
         }
-        copyName(info.cls, lpClass, lpcchClass);
+        copyName(cls, lpClass, lpcchClass);
     } else if (lpcchClass) {
-        *lpcchClass = static_cast<DWORD>(info.cls.size());
+        *lpcchClass = static_cast<DWORD>(cls.size());
     }
     if (lpcSubKeys)
         *lpcSubKeys = info.subkeys;
@@ -376,6 +391,230 @@ LSTATUS WINAPI RegQueryInfoKeyA(HKEY hKey, LPSTR lpClass, LPDWORD lpcchClass, LP
         *lpcbSecurityDescriptor = 0;
     toFileTime(info.lastWrite, lpftLastWriteTime);
     return ERROR_SUCCESS;
+}
+
+LONG keyInfo(HKEY hKey, LPDWORD lpReserved, bool classWanted, LPDWORD lpcchClass, KeyInfo *info)
+{
+    KeyRef k;
+    if (LONG e = resolveFor(hKey, KEY_QUERY_VALUE, k))
+        return e;
+    if (lpReserved || (classWanted && !lpcchClass))
+        return ERROR_INVALID_PARAMETER;
+    return k.store->info(k.id, info);
+}
+
+} // namespace
+
+extern "C" {
+
+LSTATUS WINAPI RegOpenKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD, REGSAM samDesired, PHKEY phkResult)
+{
+    return openKey(hKey, nameOfW(lpSubKey), samDesired, phkResult);
+}
+
+LSTATUS WINAPI RegOpenKeyExA(HKEY hKey, LPCSTR lpSubKey, DWORD, REGSAM samDesired, PHKEY phkResult)
+{
+    Name sub;
+    widenName(lpSubKey, sub);
+    return openKey(hKey, sub, samDesired, phkResult);
+}
+
+LSTATUS WINAPI RegCreateKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD, LPWSTR lpClass, DWORD dwOptions,
+                               REGSAM samDesired, const LPSECURITY_ATTRIBUTES, PHKEY phkResult,
+                               LPDWORD lpdwDisposition)
+{
+    Name cls = nameOfW(lpClass);
+    return createKey(hKey, nameOfW(lpSubKey), lpClass ? &cls : nullptr, dwOptions, samDesired, phkResult,
+                     lpdwDisposition);
+}
+
+LSTATUS WINAPI RegCreateKeyExA(HKEY hKey, LPCSTR lpSubKey, DWORD, LPSTR lpClass, DWORD dwOptions,
+                               REGSAM samDesired, const LPSECURITY_ATTRIBUTES, PHKEY phkResult,
+                               LPDWORD lpdwDisposition)
+{
+    Name sub, cls;
+    widenName(lpSubKey, sub);
+    bool hasClass = widenName(lpClass, cls);
+    return createKey(hKey, sub, hasClass ? &cls : nullptr, dwOptions, samDesired, phkResult, lpdwDisposition);
+}
+
+LSTATUS WINAPI RegCloseKey(HKEY hKey)
+{
+    if (hiveValue(hKey))
+        return ERROR_SUCCESS;
+    {
+        HandleRef ref;
+        if (!lookupAs<RegKeyObject>(reinterpret_cast<HANDLE>(hKey), ObjectKind::RegistryKey, ref))
+            return ERROR_INVALID_HANDLE;
+    }
+    return closeTableHandle(reinterpret_cast<HANDLE>(hKey)) ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
+}
+
+LSTATUS WINAPI RegEnumKeyExW(HKEY hKey, DWORD dwIndex, LPWSTR lpName, LPDWORD lpcchName, LPDWORD,
+                             LPWSTR lpClass, LPDWORD lpcchClass, PFILETIME lpftLastWriteTime)
+{
+    const SubkeyEntry *e = nullptr;
+    std::shared_ptr<const std::vector<SubkeyEntry>> list;
+    if (LONG r = subkeyAt(hKey, dwIndex, &e, list))
+        return r;
+    if (!lpName || !lpcchName || (lpClass && !lpcchClass))
+        return ERROR_INVALID_PARAMETER;
+    return enumKey(e->name, e->cls, e->lastWrite, reinterpret_cast<char16_t *>(lpName), lpcchName,
+                   reinterpret_cast<char16_t *>(lpClass), lpcchClass, lpftLastWriteTime);
+}
+
+LSTATUS WINAPI RegEnumKeyExA(HKEY hKey, DWORD dwIndex, LPSTR lpName, LPDWORD lpcchName, LPDWORD,
+                             LPSTR lpClass, LPDWORD lpcchClass, PFILETIME lpftLastWriteTime)
+{
+    const SubkeyEntry *e = nullptr;
+    std::shared_ptr<const std::vector<SubkeyEntry>> list;
+    if (LONG r = subkeyAt(hKey, dwIndex, &e, list))
+        return r;
+    if (!lpName || !lpcchName || (lpClass && !lpcchClass))
+        return ERROR_INVALID_PARAMETER;
+    return enumKey(narrow(e->name), narrow(e->cls), e->lastWrite, lpName, lpcchName, lpClass, lpcchClass,
+                   lpftLastWriteTime);
+}
+
+LSTATUS WINAPI RegEnumKeyA(HKEY hKey, DWORD dwIndex, LPSTR lpName, DWORD cchName)
+{
+    return RegEnumKeyExA(hKey, dwIndex, lpName, &cchName, nullptr, nullptr, nullptr, nullptr);
+}
+
+LSTATUS WINAPI RegEnumValueW(HKEY hKey, DWORD dwIndex, LPWSTR lpValueName, LPDWORD lpcchValueName, LPDWORD,
+                             LPDWORD lpType, LPBYTE lpData, LPDWORD lpcbData)
+{
+    const ValueEntry *e = nullptr;
+    std::shared_ptr<const std::vector<ValueEntry>> list;
+    if (LONG r = valueAt(hKey, dwIndex, &e, list))
+        return r;
+    if (!lpValueName || !lpcchValueName || (lpData && !lpcbData))
+        return ERROR_INVALID_PARAMETER;
+    return enumValue(e->name, e->type, e->data, reinterpret_cast<char16_t *>(lpValueName), lpcchValueName, lpType,
+                     lpData, lpcbData);
+}
+
+LSTATUS WINAPI RegEnumValueA(HKEY hKey, DWORD dwIndex, LPSTR lpValueName, LPDWORD lpcchValueName, LPDWORD,
+                             LPDWORD lpType, LPBYTE lpData, LPDWORD lpcbData)
+{
+    const ValueEntry *e = nullptr;
+    std::shared_ptr<const std::vector<ValueEntry>> list;
+    if (LONG r = valueAt(hKey, dwIndex, &e, list))
+        return r;
+    if (!lpValueName || !lpcchValueName || (lpData && !lpcbData))
+        return ERROR_INVALID_PARAMETER;
+    return enumValue(narrow(e->name), e->type, dataToAnsi(e->type, e->data), lpValueName, lpcchValueName, lpType,
+                     lpData, lpcbData);
+}
+
+LSTATUS WINAPI RegQueryValueExW(HKEY hKey, LPCWSTR lpValueName, LPDWORD lpReserved, LPDWORD lpType, LPBYTE lpData,
+                                LPDWORD lpcbData)
+{
+    if (lpData && !lpcbData)
+        return ERROR_INVALID_PARAMETER;
+    DWORD type;
+    std::string data;
+    if (LONG e = queryValue(hKey, nameOfW(lpValueName), lpReserved, &type, &data))
+        return e;
+    if (lpType)
+        *lpType = type;
+    return copyData(data, lpData, lpcbData);
+}
+
+LSTATUS WINAPI RegQueryValueExA(HKEY hKey, LPCSTR lpValueName, LPDWORD lpReserved, LPDWORD lpType, LPBYTE lpData,
+                                LPDWORD lpcbData)
+{
+    if (lpData && !lpcbData)
+        return ERROR_INVALID_PARAMETER;
+    Name name;
+    widenName(lpValueName, name);
+    DWORD type;
+    std::string data;
+    if (LONG e = queryValue(hKey, name, lpReserved, &type, &data))
+        return e;
+    if (lpType)
+        *lpType = type;
+    return copyData(dataToAnsi(type, data), lpData, lpcbData);
+}
+
+LSTATUS WINAPI RegSetValueExW(HKEY hKey, LPCWSTR lpValueName, DWORD, DWORD dwType, const BYTE *lpData,
+                              DWORD cbData)
+{
+    if (!lpData && cbData)
+        return ERROR_NOACCESS;
+    return setValue(hKey, nameOfW(lpValueName), dwType, lpData, cbData);
+}
+
+LSTATUS WINAPI RegSetValueExA(HKEY hKey, LPCSTR lpValueName, DWORD, DWORD dwType, const BYTE *lpData,
+                              DWORD cbData)
+{
+    if (!lpData && cbData)
+        return ERROR_NOACCESS;
+    Name name;
+    widenName(lpValueName, name);
+    std::string data = dataFromAnsi(dwType, lpData, cbData);
+    return setValue(hKey, name, dwType, data.data(), data.size());
+}
+
+LSTATUS WINAPI RegFlushKey(HKEY hKey)
+{
+    KeyRef k;
+    if (LONG e = resolve(hKey, k))
+        return e;
+    // The store is one database: flushing one key flushes them all.
+    return k.store->flush();
+}
+
+LSTATUS WINAPI RegDeleteValueW(HKEY hKey, LPCWSTR lpValueName) { return deleteValue(hKey, nameOfW(lpValueName)); }
+
+LSTATUS WINAPI RegDeleteValueA(HKEY hKey, LPCSTR lpValueName)
+{
+    Name name;
+    widenName(lpValueName, name);
+    return deleteValue(hKey, name);
+}
+
+LSTATUS WINAPI RegDeleteKeyW(HKEY hKey, LPCWSTR lpSubKey)
+{
+    if (!lpSubKey)
+        return ERROR_INVALID_PARAMETER;
+    return deleteKey(hKey, nameOfW(lpSubKey));
+}
+
+LSTATUS WINAPI RegDeleteKeyA(HKEY hKey, LPCSTR lpSubKey)
+{
+    Name sub;
+    if (!widenName(lpSubKey, sub))
+        return ERROR_INVALID_PARAMETER;
+    return deleteKey(hKey, sub);
+}
+
+LSTATUS WINAPI RegQueryInfoKeyW(HKEY hKey, LPWSTR lpClass, LPDWORD lpcchClass, LPDWORD lpReserved,
+                                LPDWORD lpcSubKeys, LPDWORD lpcbMaxSubKeyLen, LPDWORD lpcbMaxClassLen,
+                                LPDWORD lpcValues, LPDWORD lpcbMaxValueNameLen, LPDWORD lpcbMaxValueLen,
+                                LPDWORD lpcbSecurityDescriptor, PFILETIME lpftLastWriteTime)
+{
+    KeyInfo info;
+    if (LONG e = keyInfo(hKey, lpReserved, lpClass != nullptr, lpcchClass, &info))
+        return e;
+    return queryInfo(info, info.cls, reinterpret_cast<char16_t *>(lpClass), lpcchClass, lpcSubKeys,
+                     lpcbMaxSubKeyLen, lpcbMaxClassLen, lpcValues, lpcbMaxValueNameLen, lpcbMaxValueLen,
+                     lpcbSecurityDescriptor, lpftLastWriteTime);
+}
+
+// The lengths are those of the stored names, in units, and the data sizes
+// those of the stored bytes, as on Windows.
+LSTATUS WINAPI RegQueryInfoKeyA(HKEY hKey, LPSTR lpClass, LPDWORD lpcchClass, LPDWORD lpReserved,
+                                LPDWORD lpcSubKeys, LPDWORD lpcbMaxSubKeyLen, LPDWORD lpcbMaxClassLen,
+                                LPDWORD lpcValues, LPDWORD lpcbMaxValueNameLen, LPDWORD lpcbMaxValueLen,
+                                LPDWORD lpcbSecurityDescriptor, PFILETIME lpftLastWriteTime)
+{
+    KeyInfo info;
+    if (LONG e = keyInfo(hKey, lpReserved, lpClass != nullptr, lpcchClass, &info))
+        return e;
+    return queryInfo(info, narrow(info.cls), lpClass, lpcchClass, lpcSubKeys, lpcbMaxSubKeyLen,
+                     lpcbMaxClassLen, lpcValues, lpcbMaxValueNameLen, lpcbMaxValueLen, lpcbSecurityDescriptor,
+                     lpftLastWriteTime);
 }
 
 } // extern "C"
