@@ -338,3 +338,49 @@ TEST_F(RegistryTest, OpenQueryCloseLeavesNoHandleBehind)
     ASSERT_TRUE(GetProcessHandleCount(GetCurrentProcess(), &after));
     EXPECT_EQ(after, before);
 }
+
+// Names match without case by Unicode's upper case, not ASCII's alone, on
+// every call that takes one.
+TEST_F(RegistryTest, NamesMatchWithoutCaseBeyondAscii)
+{
+    const struct {
+        const char16_t *created, *other;
+    } cases[] = {
+        {u"\u00c4BC", u"\u00e4bc"},                                            // A-umlaut
+        {u"\u041a\u0418\u0420\u0418\u041b\u041b", u"\u043a\u0438\u0440\u0438\u043b\u043b"}, // Cyrillic
+        {u"\u03a3\u038a\u03a3\u03a5\u03a6\u039f\u03a3", u"\u03c3\u03af\u03c3\u03c5\u03c6\u03bf\u03c2"}, // final sigma
+    };
+    auto w = [](const char16_t *s) { return reinterpret_cast<LPCWSTR>(s); };
+    for (const auto &c : cases) {
+        HKEY k = nullptr, again = nullptr;
+        DWORD disposition = 0;
+        ASSERT_EQ(RegCreateKeyExW(key_, w(c.created), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &k, &disposition),
+                  ERROR_SUCCESS);
+        EXPECT_EQ(disposition, static_cast<DWORD>(REG_CREATED_NEW_KEY));
+        ASSERT_EQ(RegCreateKeyExW(key_, w(c.other), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &again, &disposition),
+                  ERROR_SUCCESS);
+        EXPECT_EQ(disposition, static_cast<DWORD>(REG_OPENED_EXISTING_KEY));
+        RegCloseKey(again);
+        DWORD v = 7;
+        ASSERT_EQ(RegSetValueExW(k, w(c.created), 0, REG_DWORD, reinterpret_cast<const BYTE *>(&v), 4), ERROR_SUCCESS);
+        DWORD got = 0, cb = 4;
+        EXPECT_EQ(RegQueryValueExW(k, w(c.other), nullptr, nullptr, reinterpret_cast<BYTE *>(&got), &cb),
+                  ERROR_SUCCESS);
+        EXPECT_EQ(RegDeleteValueW(k, w(c.other)), ERROR_SUCCESS);
+        RegCloseKey(k);
+        ASSERT_EQ(RegOpenKeyExW(key_, w(c.other), 0, KEY_READ, &k), ERROR_SUCCESS);
+        RegCloseKey(k);
+        EXPECT_EQ(RegDeleteKeyW(key_, w(c.other)), ERROR_SUCCESS);
+        EXPECT_EQ(RegOpenKeyExW(key_, w(c.created), 0, KEY_READ, &k), ERROR_FILE_NOT_FOUND);
+    }
+    // Names that differ in more than case stay apart.
+    HKEY a = Create("\xdf"), b = nullptr; // sharp s has no one-letter upper case
+    ASSERT_EQ(RegCreateKeyExW(key_, w(u"SS"), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &b, nullptr), ERROR_SUCCESS);
+    DWORD subkeys = 0;
+    EXPECT_EQ(RegQueryInfoKeyW(key_, nullptr, nullptr, nullptr, &subkeys, nullptr, nullptr, nullptr, nullptr, nullptr,
+                               nullptr, nullptr),
+              ERROR_SUCCESS);
+    EXPECT_EQ(subkeys, 2u);
+    RegCloseKey(a);
+    RegCloseKey(b);
+}
