@@ -266,13 +266,17 @@ LONG createKey(HKEY hKey, const Name &sub, const Name *cls, DWORD options, REGSA
     return ERROR_SUCCESS;
 }
 
-// The subkey at index, for RegEnumKeyEx.
-LONG subkeyAt(HKEY hKey, DWORD index, const SubkeyEntry **entry, std::shared_ptr<const std::vector<SubkeyEntry>> &list)
+// The entry at index of a key's subkeys or values, read through a handle
+// with the access that the listing needs.
+template <class Entry>
+LONG entryAt(HKEY hKey, DWORD index, DWORD access,
+             LONG (Store::*listing)(KeyId, std::shared_ptr<const std::vector<Entry>> *), const Entry **entry,
+             std::shared_ptr<const std::vector<Entry>> &list)
 {
     KeyRef k;
-    if (LONG e = resolveFor(hKey, KEY_ENUMERATE_SUB_KEYS, k))
+    if (LONG e = resolveFor(hKey, access, k))
         return e;
-    if (LONG e = k.store->subkeys(k.id, &list))
+    if (LONG e = (k.store->*listing)(k.id, &list))
         return e;
     if (index >= list->size())
         return ERROR_NO_MORE_ITEMS;
@@ -280,46 +284,52 @@ LONG subkeyAt(HKEY hKey, DWORD index, const SubkeyEntry **entry, std::shared_ptr
     return ERROR_SUCCESS;
 }
 
-template <class Ch, class Text>
-LONG enumKey(const Text &name, const Text &cls, int64_t lastWrite, Ch *lpName, LPDWORD lpcchName, Ch *lpClass,
-             LPDWORD lpcchClass, PFILETIME lpftLastWriteTime)
+// The conversions of names and data for the W calls (none) and the A calls.
+const Name &asStored(const Name &s) { return s; }
+std::string narrowName(const Name &s) { return narrow(s); }
+const std::string &dataAsStored(DWORD, const std::string &data) { return data; }
+
+template <class Ch, class Convert>
+LONG enumSubkey(HKEY hKey, DWORD index, Ch *lpName, LPDWORD lpcchName, Ch *lpClass, LPDWORD lpcchClass,
+                PFILETIME lpftLastWriteTime, Convert text)
 {
+    const SubkeyEntry *e = nullptr;
+    std::shared_ptr<const std::vector<SubkeyEntry>> list;
+    if (LONG r = entryAt(hKey, index, KEY_ENUMERATE_SUB_KEYS, &Store::subkeys, &e, list))
+        return r;
+    if (!lpName || !lpcchName || (lpClass && !lpcchClass))
+        return ERROR_INVALID_PARAMETER;
+    auto name = text(e->name);
     if (name.size() + 1 > *lpcchName)
         return ERROR_MORE_DATA;
     if (lpClass) {
-        if (LONG e = copyName(cls, lpClass, lpcchClass))
-            return e;
+        if (LONG r = copyName(text(e->cls), lpClass, lpcchClass))
+            return r;
     } else if (lpcchClass) {
-        *lpcchClass = static_cast<DWORD>(cls.size());
+        *lpcchClass = static_cast<DWORD>(text(e->cls).size());
     }
     copyName(name, lpName, lpcchName);
-    toFileTime(lastWrite, lpftLastWriteTime);
+    toFileTime(e->lastWrite, lpftLastWriteTime);
     return ERROR_SUCCESS;
 }
 
-LONG valueAt(HKEY hKey, DWORD index, const ValueEntry **entry, std::shared_ptr<const std::vector<ValueEntry>> &list)
+template <class Ch, class Convert, class ConvertData>
+LONG enumValue(HKEY hKey, DWORD index, Ch *lpValueName, LPDWORD lpcchValueName, LPDWORD lpType, LPBYTE lpData,
+               LPDWORD lpcbData, Convert text, ConvertData dataOf)
 {
-    KeyRef k;
-    if (LONG e = resolveFor(hKey, KEY_QUERY_VALUE, k))
-        return e;
-    if (LONG e = k.store->values(k.id, &list))
-        return e;
-    if (index >= list->size())
-        return ERROR_NO_MORE_ITEMS;
-    *entry = &(*list)[index];
-    return ERROR_SUCCESS;
-}
-
-template <class Ch, class Text>
-LONG enumValue(const Text &name, DWORD type, const std::string &data, Ch *lpValueName, LPDWORD lpcchValueName,
-               LPDWORD lpType, LPBYTE lpData, LPDWORD lpcbData)
-{
+    const ValueEntry *e = nullptr;
+    std::shared_ptr<const std::vector<ValueEntry>> list;
+    if (LONG r = entryAt(hKey, index, KEY_QUERY_VALUE, &Store::values, &e, list))
+        return r;
+    if (!lpValueName || !lpcchValueName || (lpData && !lpcbData))
+        return ERROR_INVALID_PARAMETER;
+    auto name = text(e->name);
     if (name.size() + 1 > *lpcchValueName)
         return ERROR_MORE_DATA;
     if (lpType)
-        *lpType = type;
-    if (LONG e = copyData(data, lpData, lpcbData))
-        return e;
+        *lpType = e->type;
+    if (LONG r = copyData(dataOf(e->type, e->data), lpData, lpcbData))
+        return r;
     copyName(name, lpValueName, lpcchValueName);
     return ERROR_SUCCESS;
 }
@@ -453,27 +463,14 @@ LSTATUS WINAPI RegCloseKey(HKEY hKey)
 LSTATUS WINAPI RegEnumKeyExW(HKEY hKey, DWORD dwIndex, LPWSTR lpName, LPDWORD lpcchName, LPDWORD,
                              LPWSTR lpClass, LPDWORD lpcchClass, PFILETIME lpftLastWriteTime)
 {
-    const SubkeyEntry *e = nullptr;
-    std::shared_ptr<const std::vector<SubkeyEntry>> list;
-    if (LONG r = subkeyAt(hKey, dwIndex, &e, list))
-        return r;
-    if (!lpName || !lpcchName || (lpClass && !lpcchClass))
-        return ERROR_INVALID_PARAMETER;
-    return enumKey(e->name, e->cls, e->lastWrite, reinterpret_cast<char16_t *>(lpName), lpcchName,
-                   reinterpret_cast<char16_t *>(lpClass), lpcchClass, lpftLastWriteTime);
+    return enumSubkey(hKey, dwIndex, reinterpret_cast<char16_t *>(lpName), lpcchName,
+                      reinterpret_cast<char16_t *>(lpClass), lpcchClass, lpftLastWriteTime, asStored);
 }
 
 LSTATUS WINAPI RegEnumKeyExA(HKEY hKey, DWORD dwIndex, LPSTR lpName, LPDWORD lpcchName, LPDWORD,
                              LPSTR lpClass, LPDWORD lpcchClass, PFILETIME lpftLastWriteTime)
 {
-    const SubkeyEntry *e = nullptr;
-    std::shared_ptr<const std::vector<SubkeyEntry>> list;
-    if (LONG r = subkeyAt(hKey, dwIndex, &e, list))
-        return r;
-    if (!lpName || !lpcchName || (lpClass && !lpcchClass))
-        return ERROR_INVALID_PARAMETER;
-    return enumKey(narrow(e->name), narrow(e->cls), e->lastWrite, lpName, lpcchName, lpClass, lpcchClass,
-                   lpftLastWriteTime);
+    return enumSubkey(hKey, dwIndex, lpName, lpcchName, lpClass, lpcchClass, lpftLastWriteTime, narrowName);
 }
 
 LSTATUS WINAPI RegEnumKeyA(HKEY hKey, DWORD dwIndex, LPSTR lpName, DWORD cchName)
@@ -484,27 +481,14 @@ LSTATUS WINAPI RegEnumKeyA(HKEY hKey, DWORD dwIndex, LPSTR lpName, DWORD cchName
 LSTATUS WINAPI RegEnumValueW(HKEY hKey, DWORD dwIndex, LPWSTR lpValueName, LPDWORD lpcchValueName, LPDWORD,
                              LPDWORD lpType, LPBYTE lpData, LPDWORD lpcbData)
 {
-    const ValueEntry *e = nullptr;
-    std::shared_ptr<const std::vector<ValueEntry>> list;
-    if (LONG r = valueAt(hKey, dwIndex, &e, list))
-        return r;
-    if (!lpValueName || !lpcchValueName || (lpData && !lpcbData))
-        return ERROR_INVALID_PARAMETER;
-    return enumValue(e->name, e->type, e->data, reinterpret_cast<char16_t *>(lpValueName), lpcchValueName, lpType,
-                     lpData, lpcbData);
+    return enumValue(hKey, dwIndex, reinterpret_cast<char16_t *>(lpValueName), lpcchValueName, lpType, lpData,
+                     lpcbData, asStored, dataAsStored);
 }
 
 LSTATUS WINAPI RegEnumValueA(HKEY hKey, DWORD dwIndex, LPSTR lpValueName, LPDWORD lpcchValueName, LPDWORD,
                              LPDWORD lpType, LPBYTE lpData, LPDWORD lpcbData)
 {
-    const ValueEntry *e = nullptr;
-    std::shared_ptr<const std::vector<ValueEntry>> list;
-    if (LONG r = valueAt(hKey, dwIndex, &e, list))
-        return r;
-    if (!lpValueName || !lpcchValueName || (lpData && !lpcbData))
-        return ERROR_INVALID_PARAMETER;
-    return enumValue(narrow(e->name), e->type, dataToAnsi(e->type, e->data), lpValueName, lpcchValueName, lpType,
-                     lpData, lpcbData);
+    return enumValue(hKey, dwIndex, lpValueName, lpcchValueName, lpType, lpData, lpcbData, narrowName, dataToAnsi);
 }
 
 LSTATUS WINAPI RegQueryValueExW(HKEY hKey, LPCWSTR lpValueName, LPDWORD lpReserved, LPDWORD lpType, LPBYTE lpData,

@@ -38,14 +38,11 @@ protected:
     }
     static std::string Read(const std::string &path)
     {
-        std::string bytes;
-        if (FILE *f = fopen(path.c_str(), "rb")) {
-            char buf[4096];
-            size_t n;
-            while ((n = fread(buf, 1, sizeof buf, f)) > 0)
-                bytes.append(buf, n);
-            fclose(f);
-        }
+        FILE *f = fopen(path.c_str(), "rb");
+        if (!f)
+            return std::string();
+        std::string bytes = tstest::ReadStream(f);
+        fclose(f);
         return bytes;
     }
     int Tsreg(const std::string &args, std::string *output = nullptr)
