@@ -126,3 +126,30 @@ TEST(RegistryMigration, AKilledConversionLeavesTheOldStoreAndTheNextOpenConverts
     EXPECT_EQ(std::string(reinterpret_cast<char *>(data), cb), std::string("d\0\xe9\0", 4));
     RegCloseKey(k);
 }
+
+// Two names of the first schema that differ only in the case of a letter
+// beyond ASCII are one name now: the conversion refuses to merge them, and
+// the store stays as it was, for its owner to rename one.
+TEST(RegistryMigration, NamesThatNowFoldAlikeAreNotMerged)
+{
+    ScopedMachineRoot root;
+    std::string db = root.path() + "/registry.db";
+    std::filesystem::copy_file(Fixture("registry-v1.db"), db);
+    {
+        sqlite3 *h = nullptr;
+        ASSERT_EQ(sqlite3_open(db.c_str(), &h), SQLITE_OK);
+        ASSERT_EQ(sqlite3_exec(h,
+                               "INSERT INTO keys(parent, name, fold, vol, mtime) SELECT parent,"
+                               " CAST('CAF\xc9' AS BLOB), CAST('CAF\xc9' AS BLOB), 0, 0 FROM keys"
+                               " WHERE name = CAST('Caf\xe9' AS BLOB)",
+                               nullptr, nullptr, nullptr),
+                  SQLITE_OK);
+        sqlite3_close(h);
+    }
+    HKEY k;
+    EXPECT_NE(RegOpenKeyExA(HKEY_LOCAL_MACHINE, "Software", 0, KEY_READ, &k), ERROR_SUCCESS);
+    EXPECT_EQ(Scalar(db, "PRAGMA user_version"), 1);
+    EXPECT_EQ(Scalar(db, "SELECT COUNT(*) FROM keys WHERE fold IN (CAST('CAF\xc9' AS BLOB), CAST('CAF\xe9' AS BLOB))"),
+              2)
+        << "both keys are there with the first schema's folds";
+}
