@@ -1,8 +1,8 @@
 // Case folding: how the layer, the service manager and the tools compare
 // names that match without case (registry keys and values, service names,
 // drive letters, command words). One fold for all: each UTF-16 unit maps to
-// its simple upper case (upcase_table.inc, made by gen_upcase.py from the
-// Unicode data), as Windows' upper-case table does; surrogates and units
+// its simple upper case where that goes both ways (upcase_table.inc, made
+// by gen_upcase.py from the Unicode data), as Windows' upper-case table does; surrogates and units
 // without an upper case stay. Narrow text of no known code page folds only
 // its ASCII letters, the part of that table that every code page shares.
 #pragma once

@@ -2,11 +2,14 @@
 """Writes upcase_table.inc: the simple upper-case mapping of every UTF-16
 unit of the Basic Multilingual Plane that has one, as pairs (unit, upper).
 
-The mapping is Unicode's simple one: a character whose full upper case is
-one character maps to it; one whose full upper case is longer (German sharp
-s, Greek letters with ypogegrammeni) maps to its title case when that is one
-character, else to itself. Surrogates map to themselves, as Windows' table
-keeps them. Run with the Python whose Unicode data is wanted:
+The mapping is Unicode's simple one, kept only where it goes both ways (the
+upper case's lower case is the character itself), as in Windows' table: so
+final sigma, dotless i, long s and the micro sign stay as they are, and do
+not match sigma, I, S and mu. A character whose full upper case is longer
+(German sharp s, Greek letters with ypogegrammeni) maps to its title case
+when that is one character, else to itself. Surrogates map to themselves.
+The result equals Wine's RtlUpcaseUnicodeChar unit for unit (checked with
+Unicode 14.0.0 against Wine 8). Run with the Python whose Unicode data is wanted:
     python3 gen_upcase.py > upcase_table.inc
 """
 import sys
@@ -20,6 +23,8 @@ def simple_upper(cp):
         u = c.title()
     if len(u) != 1 or ord(u) > 0xFFFF:
         return cp
+    if u.lower() != c:
+        return cp  # one way only: not in Windows' table
     return ord(u)
 
 
