@@ -130,14 +130,10 @@ Name nameOfW(LPCWSTR s)
 
 bool isStringType(DWORD type) { return type == REG_SZ || type == REG_EXPAND_SZ || type == REG_MULTI_SZ; }
 
-// The data of an A call as the store keeps it: text of the string types in
-// UTF-16LE, everything else as it is.
-std::string dataFromAnsi(DWORD type, const BYTE *data, DWORD size)
+// The text of an A call's string data as the store keeps it: UTF-16LE.
+std::string dataFromAnsi(const BYTE *data, DWORD size)
 {
-    const char *p = reinterpret_cast<const char *>(data);
-    if (!isStringType(type) || !size)
-        return std::string(p ? p : "", p ? size : 0);
-    return nameBytes(widen(p, size));
+    return size ? nameBytes(widen(reinterpret_cast<const char *>(data), size)) : std::string();
 }
 
 // The stored data as an A call gives it; an odd last byte of a string
@@ -536,7 +532,9 @@ LSTATUS WINAPI RegSetValueExA(HKEY hKey, LPCSTR lpValueName, DWORD, DWORD dwType
         return ERROR_NOACCESS;
     Name name;
     widenName(lpValueName, name);
-    std::string data = dataFromAnsi(dwType, lpData, cbData);
+    if (!isStringType(dwType))
+        return setValue(hKey, name, dwType, lpData, cbData);
+    std::string data = dataFromAnsi(lpData, cbData);
     return setValue(hKey, name, dwType, data.data(), data.size());
 }
 

@@ -91,11 +91,11 @@ std::string nameBytes(const std::u16string &name)
 
 std::string foldBytes(const std::u16string &name)
 {
-    std::u16string fold = foldUpper(name);
-    std::string out(fold.size() * 2, '\0');
-    for (size_t i = 0; i < fold.size(); ++i) {
-        out[2 * i] = static_cast<char>(fold[i] >> 8);
-        out[2 * i + 1] = static_cast<char>(fold[i] & 0xFF);
+    std::string out(name.size() * 2, '\0');
+    for (size_t i = 0; i < name.size(); ++i) {
+        char16_t u = upperUnit(name[i]);
+        out[2 * i] = static_cast<char>(u >> 8);
+        out[2 * i + 1] = static_cast<char>(u & 0xFF);
     }
     return out;
 }

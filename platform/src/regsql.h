@@ -98,7 +98,13 @@ public:
     {
         return bound(sqlite3_bind_text(st_, i, s.data(), static_cast<int>(s.size()), SQLITE_TRANSIENT));
     }
-    Use &name(int i, const std::u16string &s) { return blob(i, nameBytes(s)); }
+    // The units as they lie in memory, which is UTF-16LE on the hosts the
+    // layer runs on.
+    Use &name(int i, const std::u16string &s)
+    {
+        static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "names are kept in UTF-16LE");
+        return bound(sqlite3_bind_blob(st_, i, s.data(), static_cast<int>(s.size() * 2), SQLITE_TRANSIENT));
+    }
     // Data is not copied: p must stay valid until the statement is reset.
     Use &bytes(int i, const void *p, size_t n)
     {
