@@ -1,7 +1,10 @@
-// ASCII case folding: how the layer, the service manager and the tools
-// compare names that match without case (registry keys and values,
-// service names, drive letters, command words). Only A-Z and a-z fold, as
-// in the C runtime's "C" locale; other bytes compare as they are.
+// Case folding: how the layer, the service manager and the tools compare
+// names that match without case (registry keys and values, service names,
+// drive letters, command words). One fold for all: each UTF-16 unit maps to
+// its simple upper case where that goes both ways (upcase_table.inc, made
+// by gen_upcase.py from the Unicode data), as Windows' upper-case table does; surrogates and units
+// without an upper case stay. Narrow text of no known code page folds only
+// its ASCII letters, the part of that table that every code page shares.
 #pragma once
 
 #include <string>
@@ -19,5 +22,14 @@ std::string foldUpper(std::string s);
 
 // True when a and b are equal but for the case of ASCII letters.
 bool equalNoCase(const std::string &a, const std::string &b);
+
+// The simple upper case of one UTF-16 unit.
+char16_t upperUnit(char16_t u);
+
+// The text with every unit in upper case; the registry keys names by it.
+std::u16string foldUpper(std::u16string s);
+
+// True when a and b have the same upper-case fold.
+bool equalNoCase(const std::u16string &a, const std::u16string &b);
 
 } // namespace tsp

@@ -175,6 +175,37 @@ WINBASEAPI LSTATUS WINAPI RegQueryInfoKeyA(HKEY hKey, LPSTR lpClass, LPDWORD lpc
                                            LPDWORD lpcbMaxValueNameLen, LPDWORD lpcbMaxValueLen,
                                            LPDWORD lpcbSecurityDescriptor, PFILETIME lpftLastWriteTime);
 
+/* The W calls: names, classes and string data in UTF-16, which the
+ * registry keeps. Each behaves as its A call, with lengths in WCHARs where
+ * the A call counts characters and data sizes in bytes. The A calls convert
+ * through the ANSI code page (GetACP): names and classes, and the data of
+ * REG_SZ, REG_EXPAND_SZ and REG_MULTI_SZ both ways (a character the code
+ * page lacks reads as its default character); RegQueryInfoKeyA gives the
+ * lengths of the stored UTF-16 names and sizes of the stored data. Names
+ * compare without case by Unicode's simple upper case of each unit. */
+WINBASEAPI LSTATUS WINAPI RegOpenKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD ulOptions, REGSAM samDesired,
+                                        PHKEY phkResult);
+WINBASEAPI LSTATUS WINAPI RegCreateKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD Reserved, LPWSTR lpClass,
+                                          DWORD dwOptions, REGSAM samDesired,
+                                          const LPSECURITY_ATTRIBUTES lpSecurityAttributes, PHKEY phkResult,
+                                          LPDWORD lpdwDisposition);
+WINBASEAPI LSTATUS WINAPI RegEnumKeyExW(HKEY hKey, DWORD dwIndex, LPWSTR lpName, LPDWORD lpcchName,
+                                        LPDWORD lpReserved, LPWSTR lpClass, LPDWORD lpcchClass,
+                                        PFILETIME lpftLastWriteTime);
+WINBASEAPI LSTATUS WINAPI RegEnumValueW(HKEY hKey, DWORD dwIndex, LPWSTR lpValueName, LPDWORD lpcchValueName,
+                                        LPDWORD lpReserved, LPDWORD lpType, LPBYTE lpData, LPDWORD lpcbData);
+WINBASEAPI LSTATUS WINAPI RegQueryValueExW(HKEY hKey, LPCWSTR lpValueName, LPDWORD lpReserved, LPDWORD lpType,
+                                           LPBYTE lpData, LPDWORD lpcbData);
+WINBASEAPI LSTATUS WINAPI RegSetValueExW(HKEY hKey, LPCWSTR lpValueName, DWORD Reserved, DWORD dwType,
+                                         const BYTE *lpData, DWORD cbData);
+WINBASEAPI LSTATUS WINAPI RegDeleteValueW(HKEY hKey, LPCWSTR lpValueName);
+WINBASEAPI LSTATUS WINAPI RegDeleteKeyW(HKEY hKey, LPCWSTR lpSubKey);
+WINBASEAPI LSTATUS WINAPI RegQueryInfoKeyW(HKEY hKey, LPWSTR lpClass, LPDWORD lpcchClass, LPDWORD lpReserved,
+                                           LPDWORD lpcSubKeys, LPDWORD lpcbMaxSubKeyLen,
+                                           LPDWORD lpcbMaxClassLen, LPDWORD lpcValues,
+                                           LPDWORD lpcbMaxValueNameLen, LPDWORD lpcbMaxValueLen,
+                                           LPDWORD lpcbSecurityDescriptor, PFILETIME lpftLastWriteTime);
+
 TS_EXTERN_C_END
 
 #define RegOpenKeyEx     RegOpenKeyExA

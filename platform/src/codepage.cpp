@@ -279,13 +279,18 @@ UINT oemPageFor(UINT ansi)
 }
 
 // A code page number of the registry (REG_SZ, decimal), if the layer knows it.
-bool readCodePageValue(HKEY key, const char *name, UINT &id)
+// Read through the W calls: the A calls convert through the page read here.
+bool readCodePageValue(HKEY key, const char16_t *name, UINT &id)
 {
-    char text[16] = {};
-    DWORD type = 0, size = sizeof text - 1;
-    if (RegQueryValueExA(key, name, nullptr, &type, reinterpret_cast<BYTE *>(text), &size) != ERROR_SUCCESS ||
+    char16_t wide[16] = {};
+    DWORD type = 0, size = sizeof wide - sizeof(char16_t);
+    if (RegQueryValueExW(key, reinterpret_cast<LPCWSTR>(name), nullptr, &type, reinterpret_cast<BYTE *>(wide),
+                         &size) != ERROR_SUCCESS ||
         type != REG_SZ)
         return false;
+    char text[16] = {};
+    for (size_t i = 0; i < 15 && wide[i]; ++i)
+        text[i] = wide[i] < 0x80 ? static_cast<char>(wide[i]) : '?';
     char *end = nullptr;
     unsigned long n = strtoul(text, &end, 10);
     if (end == text || *end || n == 0 || n > 65535)
@@ -302,12 +307,13 @@ const SystemCodePages &systemCodePages()
     static const SystemCodePages pages = [] {
         SystemCodePages p;
         HKEY key;
-        if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage", 0,
+        if (RegOpenKeyExW(HKEY_LOCAL_MACHINE,
+                          reinterpret_cast<LPCWSTR>(u"SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage"), 0,
                           KEY_QUERY_VALUE, &key) != ERROR_SUCCESS)
             return p;
-        readCodePageValue(key, "ACP", p.ansi);
+        readCodePageValue(key, u"ACP", p.ansi);
         p.oem = oemPageFor(p.ansi);
-        readCodePageValue(key, "OEMCP", p.oem);
+        readCodePageValue(key, u"OEMCP", p.oem);
         RegCloseKey(key);
         return p;
     }();

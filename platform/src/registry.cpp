@@ -1,6 +1,8 @@
-// The registry calls of Advapi32 over the SQLite store (regstore.h).
-#include "object.h"
-#include "regstore.h"
+// The registry calls of Advapi32 over the SQLite store (regstore.h): the W
+// calls on UTF-16, the A calls converting around them (regtext.h).
+#include "reghandle.h"
+#include "regsql.h"
+#include "regtext.h"
 
 #include <string.h>
 
@@ -8,120 +10,6 @@ using namespace tsp;
 using namespace tsp::reg;
 
 namespace {
-
-// An open key: the table owns one of these per handle.
-class RegKeyObject : public KernelObject {
-public:
-    RegKeyObject(std::shared_ptr<Store> s, KeyId k) : KernelObject(ObjectKind::RegistryKey), store(std::move(s)), id(k) {}
-    const std::shared_ptr<Store> store;
-    const KeyId id;
-};
-
-// A key named by a handle, held for the length of one call.
-struct KeyRef {
-    Store *store = nullptr;
-    std::shared_ptr<Store> hold; // the store of a predefined hive
-    KeyId id = 0;
-    DWORD access = 0;
-    bool hive = false;
-    HandleRef ref;
-};
-
-// The low 32 bits of a predefined hive value, or 0. The headers define the
-// hives sign-extended, as Windows does; the zero-extended form is taken too.
-uint32_t hiveValue(HKEY h)
-{
-    uint64_t v = static_cast<uint64_t>(reinterpret_cast<uintptr_t>(h));
-    uint64_t high = v & ~static_cast<uint64_t>(0xFFFFFFFFu);
-    if (high != 0 && high != ~static_cast<uint64_t>(0xFFFFFFFFu))
-        return 0;
-    return hiveKeyId(static_cast<uint32_t>(v)) ? static_cast<uint32_t>(v) : 0;
-}
-
-LONG resolve(HKEY h, KeyRef &k)
-{
-    if (uint32_t hive = hiveValue(h)) {
-        LONG err = ERROR_SUCCESS;
-        k.hold = Store::current(&err);
-        if (!k.hold)
-            return err;
-        k.store = k.hold.get();
-        k.id = hiveKeyId(hive);
-        k.access = KEY_ALL_ACCESS;
-        k.hive = true;
-        return ERROR_SUCCESS;
-    }
-    RegKeyObject *obj = lookupAs<RegKeyObject>(reinterpret_cast<HANDLE>(h), ObjectKind::RegistryKey, k.ref);
-    if (!obj)
-        return ERROR_INVALID_HANDLE;
-    k.store = obj->store.get();
-    k.id = obj->id;
-    k.access = k.ref.access();
-    return ERROR_SUCCESS;
-}
-
-LONG resolveFor(HKEY h, DWORD needed, KeyRef &k)
-{
-    if (LONG e = resolve(h, k))
-        return e;
-    return (k.access & needed) == needed ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
-}
-
-// Generic rights become the key rights they stand for.
-DWORD mapAccess(REGSAM sam)
-{
-    DWORD a = sam & ~static_cast<DWORD>(KEY_WOW64_RES);
-    if (a & GENERIC_READ)
-        a |= KEY_READ;
-    if (a & GENERIC_WRITE)
-        a |= KEY_WRITE;
-    if (a & GENERIC_EXECUTE)
-        a |= KEY_EXECUTE;
-    if (a & (GENERIC_ALL | MAXIMUM_ALLOWED))
-        a |= KEY_ALL_ACCESS;
-    return a & ~static_cast<DWORD>(GENERIC_READ | GENERIC_WRITE | GENERIC_EXECUTE | GENERIC_ALL | MAXIMUM_ALLOWED);
-}
-
-// Splits a subkey path at "\"; empty levels are skipped.
-LONG splitPath(LPCSTR sub, std::vector<std::string> &out)
-{
-    out.clear();
-    if (!sub)
-        return ERROR_SUCCESS;
-    if (*sub == '\\')
-        return ERROR_BAD_PATHNAME;
-    const char *p = sub;
-    while (*p) {
-        const char *end = strchr(p, '\\');
-        size_t n = end ? static_cast<size_t>(end - p) : strlen(p);
-        if (n > kMaxKeyNameLength)
-            return ERROR_INVALID_PARAMETER;
-        if (n)
-            out.emplace_back(p, n);
-        p += n;
-        if (*p)
-            ++p;
-    }
-    return ERROR_SUCCESS;
-}
-
-// The key a handle names and the path of a subkey below it.
-LONG resolvePath(HKEY h, LPCSTR sub, KeyRef &k, std::vector<std::string> &path)
-{
-    if (LONG e = resolve(h, k))
-        return e;
-    return splitPath(sub, path);
-}
-
-LONG newHandle(KeyRef &k, KeyId id, DWORD access, PHKEY out)
-{
-    std::shared_ptr<Store> store = k.hold ? k.hold : static_cast<RegKeyObject *>(k.ref.get())->store;
-    HANDLE h = insertHandle(new RegKeyObject(std::move(store), id), access);
-    if (!h)
-        return ERROR_NOT_ENOUGH_MEMORY;
-    *out = static_cast<HKEY>(h);
-    return ERROR_SUCCESS;
-}
 
 void toFileTime(int64_t t, PFILETIME ft)
 {
@@ -131,21 +19,19 @@ void toFileTime(int64_t t, PFILETIME ft)
     }
 }
 
-std::string valueName(LPCSTR name) { return name ? std::string(name) : std::string(); }
-
 // Copies text with its terminator into a buffer of *cch characters; sets
 // *cch to the length without the terminator. ERROR_MORE_DATA when short.
-LONG copyName(const std::string &s, LPSTR buf, LPDWORD cch)
+template <class Ch, class Text> LONG copyName(const Text &s, Ch *buf, LPDWORD cch)
 {
     if (s.size() + 1 > *cch)
         return ERROR_MORE_DATA;
-    memcpy(buf, s.data(), s.size());
-    buf[s.size()] = '\0';
+    memcpy(buf, s.data(), s.size() * sizeof(Ch));
+    buf[s.size()] = 0;
     *cch = static_cast<DWORD>(s.size());
     return ERROR_SUCCESS;
 }
 
-// Copies value data the way RegQueryValueExA does.
+// Copies value data the way RegQueryValueEx does.
 LONG copyData(const std::string &data, LPBYTE buf, LPDWORD cb)
 {
     DWORD size = static_cast<DWORD>(data.size());
@@ -162,203 +48,167 @@ LONG copyData(const std::string &data, LPBYTE buf, LPDWORD cb)
     return ERROR_SUCCESS;
 }
 
-} // namespace
-
-extern "C" {
-
-LSTATUS WINAPI RegOpenKeyExA(HKEY hKey, LPCSTR lpSubKey, DWORD ulOptions, REGSAM samDesired, PHKEY phkResult)
+// The calls' work on UTF-16 names; the A and W calls convert around them.
+LONG openKey(HKEY hKey, const Name &sub, REGSAM sam, PHKEY out)
 {
-    if (!phkResult)
+    if (!out)
         return ERROR_INVALID_PARAMETER;
     KeyRef k;
-    std::vector<std::string> path;
-    if (LONG e = resolvePath(hKey, lpSubKey, k, path))
+    std::vector<Name> path;
+    if (LONG e = resolvePath(hKey, sub, k, path))
         return e;
     if (path.empty() && k.hive) {
-        *phkResult = hKey; // a hive opens as itself, as on Windows
+        *out = hKey; // a hive opens as itself, as on Windows
         return ERROR_SUCCESS;
     }
     KeyId id;
     if (LONG e = k.store->openKey(k.id, path, &id))
         return e;
-    return newHandle(k, id, mapAccess(samDesired), phkResult);
+    return newHandle(k, id, mapAccess(sam), out);
 }
 
-LSTATUS WINAPI RegCreateKeyExA(HKEY hKey, LPCSTR lpSubKey, DWORD Reserved, LPSTR lpClass, DWORD dwOptions,
-                               REGSAM samDesired, const LPSECURITY_ATTRIBUTES lpSecurityAttributes,
-                               PHKEY phkResult, LPDWORD lpdwDisposition)
+LONG createKey(HKEY hKey, const Name &sub, const Name *cls, DWORD options, REGSAM sam, PHKEY out,
+               LPDWORD dispositionOut)
 {
-    if (!phkResult || (dwOptions & REG_OPTION_CREATE_LINK))
+    if (!out || (options & REG_OPTION_CREATE_LINK))
         return ERROR_INVALID_PARAMETER;
     KeyRef k;
-    std::vector<std::string> path;
-    if (LONG e = resolvePath(hKey, lpSubKey, k, path))
+    std::vector<Name> path;
+    if (LONG e = resolvePath(hKey, sub, k, path))
         return e;
     DWORD disposition = REG_OPENED_EXISTING_KEY;
     if (path.empty() && k.hive) {
-        *phkResult = hKey;
+        *out = hKey;
     } else {
-        std::string cls = lpClass ? std::string(lpClass) : std::string();
         KeyId id;
-        if (LONG e = k.store->createKey(k.id, path, lpClass ? &cls : nullptr, (dwOptions & REG_OPTION_VOLATILE) != 0,
-                                        &id, &disposition))
+        if (LONG e = k.store->createKey(k.id, path, cls, (options & REG_OPTION_VOLATILE) != 0, &id, &disposition))
             return e;
-        if (LONG e = newHandle(k, id, mapAccess(samDesired), phkResult))
+        if (LONG e = newHandle(k, id, mapAccess(sam), out))
             return e;
     }
-    if (lpdwDisposition)
-        *lpdwDisposition = disposition;
+    if (dispositionOut)
+        *dispositionOut = disposition;
     return ERROR_SUCCESS;
 }
 
-LSTATUS WINAPI RegCloseKey(HKEY hKey)
-{
-    if (hiveValue(hKey))
-        return ERROR_SUCCESS;
-    {
-        HandleRef ref;
-        if (!lookupAs<RegKeyObject>(reinterpret_cast<HANDLE>(hKey), ObjectKind::RegistryKey, ref))
-            return ERROR_INVALID_HANDLE;
-    }
-    return closeTableHandle(reinterpret_cast<HANDLE>(hKey)) ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
-}
-
-LSTATUS WINAPI RegEnumKeyExA(HKEY hKey, DWORD dwIndex, LPSTR lpName, LPDWORD lpcchName, LPDWORD lpReserved,
-                             LPSTR lpClass, LPDWORD lpcchClass, PFILETIME lpftLastWriteTime)
+// The entry at index of a key's subkeys or values, read through a handle
+// with the access that the listing needs.
+template <class Entry>
+LONG entryAt(HKEY hKey, DWORD index, DWORD access,
+             LONG (Store::*listing)(KeyId, std::shared_ptr<const std::vector<Entry>> *), const Entry **entry,
+             std::shared_ptr<const std::vector<Entry>> &list)
 {
     KeyRef k;
-    if (LONG e = resolveFor(hKey, KEY_ENUMERATE_SUB_KEYS, k))
+    if (LONG e = resolveFor(hKey, access, k))
         return e;
+    if (LONG e = (k.store->*listing)(k.id, &list))
+        return e;
+    if (index >= list->size())
+        return ERROR_NO_MORE_ITEMS;
+    *entry = &(*list)[index];
+    return ERROR_SUCCESS;
+}
+
+// The conversions of names and data for the W calls (none) and the A calls.
+const Name &asStored(const Name &s) { return s; }
+std::string narrowName(const Name &s) { return narrow(s); }
+const std::string &dataAsStored(DWORD, const std::string &data) { return data; }
+
+template <class Ch, class Convert>
+LONG enumSubkey(HKEY hKey, DWORD index, Ch *lpName, LPDWORD lpcchName, Ch *lpClass, LPDWORD lpcchClass,
+                PFILETIME lpftLastWriteTime, Convert text)
+{
+    const SubkeyEntry *e = nullptr;
+    std::shared_ptr<const std::vector<SubkeyEntry>> list;
+    if (LONG r = entryAt(hKey, index, KEY_ENUMERATE_SUB_KEYS, &Store::subkeys, &e, list))
+        return r;
     if (!lpName || !lpcchName || (lpClass && !lpcchClass))
         return ERROR_INVALID_PARAMETER;
-    std::shared_ptr<const std::vector<SubkeyEntry>> list;
-    if (LONG e = k.store->subkeys(k.id, &list))
-        return e;
-    if (dwIndex >= list->size())
-        return ERROR_NO_MORE_ITEMS;
-    const SubkeyEntry &entry = (*list)[dwIndex];
-    if (entry.name.size() + 1 > *lpcchName)
+    auto name = text(e->name);
+    if (name.size() + 1 > *lpcchName)
         return ERROR_MORE_DATA;
     if (lpClass) {
-        if (LONG e = copyName(entry.cls, lpClass, lpcchClass))
-            return e;
+        if (LONG r = copyName(text(e->cls), lpClass, lpcchClass))
+            return r;
     } else if (lpcchClass) {
-        *lpcchClass = static_cast<DWORD>(entry.cls.size());
+        *lpcchClass = static_cast<DWORD>(text(e->cls).size());
     }
-    copyName(entry.name, lpName, lpcchName);
-    toFileTime(entry.lastWrite, lpftLastWriteTime);
+    copyName(name, lpName, lpcchName);
+    toFileTime(e->lastWrite, lpftLastWriteTime);
     return ERROR_SUCCESS;
 }
 
-LSTATUS WINAPI RegEnumKeyA(HKEY hKey, DWORD dwIndex, LPSTR lpName, DWORD cchName)
+template <class Ch, class Convert, class ConvertData>
+LONG enumValue(HKEY hKey, DWORD index, Ch *lpValueName, LPDWORD lpcchValueName, LPDWORD lpType, LPBYTE lpData,
+               LPDWORD lpcbData, Convert text, ConvertData dataOf)
 {
-    return RegEnumKeyExA(hKey, dwIndex, lpName, &cchName, nullptr, nullptr, nullptr, nullptr);
-}
-
-LSTATUS WINAPI RegEnumValueA(HKEY hKey, DWORD dwIndex, LPSTR lpValueName, LPDWORD lpcchValueName,
-                             LPDWORD lpReserved, LPDWORD lpType, LPBYTE lpData, LPDWORD lpcbData)
-{
-    KeyRef k;
-    if (LONG e = resolveFor(hKey, KEY_QUERY_VALUE, k))
-        return e;
+    const ValueEntry *e = nullptr;
+    std::shared_ptr<const std::vector<ValueEntry>> list;
+    if (LONG r = entryAt(hKey, index, KEY_QUERY_VALUE, &Store::values, &e, list))
+        return r;
     if (!lpValueName || !lpcchValueName || (lpData && !lpcbData))
         return ERROR_INVALID_PARAMETER;
-    std::shared_ptr<const std::vector<ValueEntry>> list;
-    if (LONG e = k.store->values(k.id, &list))
-        return e;
-    if (dwIndex >= list->size())
-        return ERROR_NO_MORE_ITEMS;
-    const ValueEntry &entry = (*list)[dwIndex];
-    if (entry.name.size() + 1 > *lpcchValueName)
+    auto name = text(e->name);
+    if (name.size() + 1 > *lpcchValueName)
         return ERROR_MORE_DATA;
     if (lpType)
-        *lpType = entry.type;
-    if (LONG e = copyData(entry.data, lpData, lpcbData))
-        return e;
-    copyName(entry.name, lpValueName, lpcchValueName);
+        *lpType = e->type;
+    if (LONG r = copyData(dataOf(e->type, e->data), lpData, lpcbData))
+        return r;
+    copyName(name, lpValueName, lpcchValueName);
     return ERROR_SUCCESS;
 }
 
-LSTATUS WINAPI RegQueryValueExA(HKEY hKey, LPCSTR lpValueName, LPDWORD lpReserved, LPDWORD lpType, LPBYTE lpData,
-                                LPDWORD lpcbData)
+LONG queryValue(HKEY hKey, const Name &name, LPDWORD lpReserved, DWORD *type, std::string *data)
 {
     KeyRef k;
     if (LONG e = resolveFor(hKey, KEY_QUERY_VALUE, k))
         return e;
-    if ((lpData && !lpcbData) || lpReserved)
+    if (lpReserved)
         return ERROR_INVALID_PARAMETER;
-    DWORD type;
-    std::string data;
-    if (LONG e = k.store->queryValue(k.id, valueName(lpValueName), &type, &data))
-        return e;
-    if (lpType)
-        *lpType = type;
-    return copyData(data, lpData, lpcbData);
+    return k.store->queryValue(k.id, name, type, data);
 }
 
-LSTATUS WINAPI RegSetValueExA(HKEY hKey, LPCSTR lpValueName, DWORD Reserved, DWORD dwType, const BYTE *lpData,
-                              DWORD cbData)
+LONG setValue(HKEY hKey, const Name &name, DWORD type, const void *data, size_t size)
 {
     KeyRef k;
     if (LONG e = resolveFor(hKey, KEY_SET_VALUE, k))
         return e;
-    std::string name = valueName(lpValueName);
     if (name.size() > kMaxValueNameLength)
         return ERROR_INVALID_PARAMETER;
-    if (!lpData && cbData)
-        return ERROR_NOACCESS;
-    return k.store->setValue(k.id, name, dwType, lpData, cbData);
+    return k.store->setValue(k.id, name, type, data, size);
 }
 
-LSTATUS WINAPI RegFlushKey(HKEY hKey)
-{
-    KeyRef k;
-    if (LONG e = resolve(hKey, k))
-        return e;
-    // The store is one database: flushing one key flushes them all.
-    return k.store->flush();
-}
-
-LSTATUS WINAPI RegDeleteValueA(HKEY hKey, LPCSTR lpValueName)
+LONG deleteValue(HKEY hKey, const Name &name)
 {
     KeyRef k;
     if (LONG e = resolveFor(hKey, KEY_SET_VALUE, k))
         return e;
-    return k.store->deleteValue(k.id, valueName(lpValueName));
+    return k.store->deleteValue(k.id, name);
 }
 
-LSTATUS WINAPI RegDeleteKeyA(HKEY hKey, LPCSTR lpSubKey)
+LONG deleteKey(HKEY hKey, const Name &sub)
 {
-    if (!lpSubKey)
-        return ERROR_INVALID_PARAMETER;
     KeyRef k;
-    std::vector<std::string> path;
-    if (LONG e = resolvePath(hKey, lpSubKey, k, path))
+    std::vector<Name> path;
+    if (LONG e = resolvePath(hKey, sub, k, path))
         return e;
     return k.store->deleteKey(k.id, path);
 }
 
-LSTATUS WINAPI RegQueryInfoKeyA(HKEY hKey, LPSTR lpClass, LPDWORD lpcchClass, LPDWORD lpReserved,
-                                LPDWORD lpcSubKeys, LPDWORD lpcbMaxSubKeyLen, LPDWORD lpcbMaxClassLen,
-                                LPDWORD lpcValues, LPDWORD lpcbMaxValueNameLen, LPDWORD lpcbMaxValueLen,
-                                LPDWORD lpcbSecurityDescriptor, PFILETIME lpftLastWriteTime)
+template <class Ch, class Text>
+LONG queryInfo(const KeyInfo &info, const Text &cls, Ch *lpClass, LPDWORD lpcchClass, LPDWORD lpcSubKeys,
+               LPDWORD lpcbMaxSubKeyLen, LPDWORD lpcbMaxClassLen, LPDWORD lpcValues, LPDWORD lpcbMaxValueNameLen,
+               LPDWORD lpcbMaxValueLen, LPDWORD lpcbSecurityDescriptor, PFILETIME lpftLastWriteTime)
 {
-    KeyRef k;
-    if (LONG e = resolveFor(hKey, KEY_QUERY_VALUE, k))
-        return e;
-    if (lpReserved || (lpClass && !lpcchClass))
-        return ERROR_INVALID_PARAMETER;
-    KeyInfo info;
-    if (LONG e = k.store->info(k.id, &info))
-        return e;
     if (lpClass) {
-        if (info.cls.size() + 1 > *lpcchClass) {
-            *lpcchClass = static_cast<DWORD>(info.cls.size());
+        if (cls.size() + 1 > *lpcchClass) {
+            *lpcchClass = static_cast<DWORD>(cls.size());
             return ERROR_MORE_DATA;
         }
-        copyName(info.cls, lpClass, lpcchClass);
+        copyName(cls, lpClass, lpcchClass);
     } else if (lpcchClass) {
-        *lpcchClass = static_cast<DWORD>(info.cls.size());
+        *lpcchClass = static_cast<DWORD>(cls.size());
     }
     if (lpcSubKeys)
         *lpcSubKeys = info.subkeys;
@@ -376,6 +226,206 @@ LSTATUS WINAPI RegQueryInfoKeyA(HKEY hKey, LPSTR lpClass, LPDWORD lpcchClass, LP
         *lpcbSecurityDescriptor = 0;
     toFileTime(info.lastWrite, lpftLastWriteTime);
     return ERROR_SUCCESS;
+}
+
+LONG keyInfo(HKEY hKey, LPDWORD lpReserved, bool classWanted, LPDWORD lpcchClass, KeyInfo *info)
+{
+    KeyRef k;
+    if (LONG e = resolveFor(hKey, KEY_QUERY_VALUE, k))
+        return e;
+    if (lpReserved || (classWanted && !lpcchClass))
+        return ERROR_INVALID_PARAMETER;
+    return k.store->info(k.id, info);
+}
+
+} // namespace
+
+extern "C" {
+
+LSTATUS WINAPI RegOpenKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD, REGSAM samDesired, PHKEY phkResult)
+{
+    return openKey(hKey, nameOfW(lpSubKey), samDesired, phkResult);
+}
+
+LSTATUS WINAPI RegOpenKeyExA(HKEY hKey, LPCSTR lpSubKey, DWORD, REGSAM samDesired, PHKEY phkResult)
+{
+    Name sub;
+    widenName(lpSubKey, sub);
+    return openKey(hKey, sub, samDesired, phkResult);
+}
+
+LSTATUS WINAPI RegCreateKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD, LPWSTR lpClass, DWORD dwOptions,
+                               REGSAM samDesired, const LPSECURITY_ATTRIBUTES, PHKEY phkResult,
+                               LPDWORD lpdwDisposition)
+{
+    Name cls = nameOfW(lpClass);
+    return createKey(hKey, nameOfW(lpSubKey), lpClass ? &cls : nullptr, dwOptions, samDesired, phkResult,
+                     lpdwDisposition);
+}
+
+LSTATUS WINAPI RegCreateKeyExA(HKEY hKey, LPCSTR lpSubKey, DWORD, LPSTR lpClass, DWORD dwOptions,
+                               REGSAM samDesired, const LPSECURITY_ATTRIBUTES, PHKEY phkResult,
+                               LPDWORD lpdwDisposition)
+{
+    Name sub, cls;
+    widenName(lpSubKey, sub);
+    bool hasClass = widenName(lpClass, cls);
+    return createKey(hKey, sub, hasClass ? &cls : nullptr, dwOptions, samDesired, phkResult, lpdwDisposition);
+}
+
+LSTATUS WINAPI RegCloseKey(HKEY hKey)
+{
+    if (hiveValue(hKey))
+        return ERROR_SUCCESS;
+    {
+        HandleRef ref;
+        if (!lookupAs<RegKeyObject>(reinterpret_cast<HANDLE>(hKey), ObjectKind::RegistryKey, ref))
+            return ERROR_INVALID_HANDLE;
+    }
+    return closeTableHandle(reinterpret_cast<HANDLE>(hKey)) ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
+}
+
+LSTATUS WINAPI RegEnumKeyExW(HKEY hKey, DWORD dwIndex, LPWSTR lpName, LPDWORD lpcchName, LPDWORD,
+                             LPWSTR lpClass, LPDWORD lpcchClass, PFILETIME lpftLastWriteTime)
+{
+    return enumSubkey(hKey, dwIndex, reinterpret_cast<char16_t *>(lpName), lpcchName,
+                      reinterpret_cast<char16_t *>(lpClass), lpcchClass, lpftLastWriteTime, asStored);
+}
+
+LSTATUS WINAPI RegEnumKeyExA(HKEY hKey, DWORD dwIndex, LPSTR lpName, LPDWORD lpcchName, LPDWORD,
+                             LPSTR lpClass, LPDWORD lpcchClass, PFILETIME lpftLastWriteTime)
+{
+    return enumSubkey(hKey, dwIndex, lpName, lpcchName, lpClass, lpcchClass, lpftLastWriteTime, narrowName);
+}
+
+LSTATUS WINAPI RegEnumKeyA(HKEY hKey, DWORD dwIndex, LPSTR lpName, DWORD cchName)
+{
+    return RegEnumKeyExA(hKey, dwIndex, lpName, &cchName, nullptr, nullptr, nullptr, nullptr);
+}
+
+LSTATUS WINAPI RegEnumValueW(HKEY hKey, DWORD dwIndex, LPWSTR lpValueName, LPDWORD lpcchValueName, LPDWORD,
+                             LPDWORD lpType, LPBYTE lpData, LPDWORD lpcbData)
+{
+    return enumValue(hKey, dwIndex, reinterpret_cast<char16_t *>(lpValueName), lpcchValueName, lpType, lpData,
+                     lpcbData, asStored, dataAsStored);
+}
+
+LSTATUS WINAPI RegEnumValueA(HKEY hKey, DWORD dwIndex, LPSTR lpValueName, LPDWORD lpcchValueName, LPDWORD,
+                             LPDWORD lpType, LPBYTE lpData, LPDWORD lpcbData)
+{
+    return enumValue(hKey, dwIndex, lpValueName, lpcchValueName, lpType, lpData, lpcbData, narrowName, dataToAnsi);
+}
+
+LSTATUS WINAPI RegQueryValueExW(HKEY hKey, LPCWSTR lpValueName, LPDWORD lpReserved, LPDWORD lpType, LPBYTE lpData,
+                                LPDWORD lpcbData)
+{
+    if (lpData && !lpcbData)
+        return ERROR_INVALID_PARAMETER;
+    DWORD type;
+    std::string data;
+    if (LONG e = queryValue(hKey, nameOfW(lpValueName), lpReserved, &type, &data))
+        return e;
+    if (lpType)
+        *lpType = type;
+    return copyData(data, lpData, lpcbData);
+}
+
+LSTATUS WINAPI RegQueryValueExA(HKEY hKey, LPCSTR lpValueName, LPDWORD lpReserved, LPDWORD lpType, LPBYTE lpData,
+                                LPDWORD lpcbData)
+{
+    if (lpData && !lpcbData)
+        return ERROR_INVALID_PARAMETER;
+    Name name;
+    widenName(lpValueName, name);
+    DWORD type;
+    std::string data;
+    if (LONG e = queryValue(hKey, name, lpReserved, &type, &data))
+        return e;
+    if (lpType)
+        *lpType = type;
+    return copyData(dataToAnsi(type, data), lpData, lpcbData);
+}
+
+LSTATUS WINAPI RegSetValueExW(HKEY hKey, LPCWSTR lpValueName, DWORD, DWORD dwType, const BYTE *lpData,
+                              DWORD cbData)
+{
+    if (!lpData && cbData)
+        return ERROR_NOACCESS;
+    return setValue(hKey, nameOfW(lpValueName), dwType, lpData, cbData);
+}
+
+LSTATUS WINAPI RegSetValueExA(HKEY hKey, LPCSTR lpValueName, DWORD, DWORD dwType, const BYTE *lpData,
+                              DWORD cbData)
+{
+    if (!lpData && cbData)
+        return ERROR_NOACCESS;
+    Name name;
+    widenName(lpValueName, name);
+    if (!isStringType(dwType))
+        return setValue(hKey, name, dwType, lpData, cbData);
+    std::string data = dataFromAnsi(lpData, cbData);
+    return setValue(hKey, name, dwType, data.data(), data.size());
+}
+
+LSTATUS WINAPI RegFlushKey(HKEY hKey)
+{
+    KeyRef k;
+    if (LONG e = resolve(hKey, k))
+        return e;
+    // The store is one database: flushing one key flushes them all.
+    return k.store->flush();
+}
+
+LSTATUS WINAPI RegDeleteValueW(HKEY hKey, LPCWSTR lpValueName) { return deleteValue(hKey, nameOfW(lpValueName)); }
+
+LSTATUS WINAPI RegDeleteValueA(HKEY hKey, LPCSTR lpValueName)
+{
+    Name name;
+    widenName(lpValueName, name);
+    return deleteValue(hKey, name);
+}
+
+LSTATUS WINAPI RegDeleteKeyW(HKEY hKey, LPCWSTR lpSubKey)
+{
+    if (!lpSubKey)
+        return ERROR_INVALID_PARAMETER;
+    return deleteKey(hKey, nameOfW(lpSubKey));
+}
+
+LSTATUS WINAPI RegDeleteKeyA(HKEY hKey, LPCSTR lpSubKey)
+{
+    Name sub;
+    if (!widenName(lpSubKey, sub))
+        return ERROR_INVALID_PARAMETER;
+    return deleteKey(hKey, sub);
+}
+
+LSTATUS WINAPI RegQueryInfoKeyW(HKEY hKey, LPWSTR lpClass, LPDWORD lpcchClass, LPDWORD lpReserved,
+                                LPDWORD lpcSubKeys, LPDWORD lpcbMaxSubKeyLen, LPDWORD lpcbMaxClassLen,
+                                LPDWORD lpcValues, LPDWORD lpcbMaxValueNameLen, LPDWORD lpcbMaxValueLen,
+                                LPDWORD lpcbSecurityDescriptor, PFILETIME lpftLastWriteTime)
+{
+    KeyInfo info;
+    if (LONG e = keyInfo(hKey, lpReserved, lpClass != nullptr, lpcchClass, &info))
+        return e;
+    return queryInfo(info, info.cls, reinterpret_cast<char16_t *>(lpClass), lpcchClass, lpcSubKeys,
+                     lpcbMaxSubKeyLen, lpcbMaxClassLen, lpcValues, lpcbMaxValueNameLen, lpcbMaxValueLen,
+                     lpcbSecurityDescriptor, lpftLastWriteTime);
+}
+
+// The lengths are those of the stored names, in units, and the data sizes
+// those of the stored bytes, as on Windows.
+LSTATUS WINAPI RegQueryInfoKeyA(HKEY hKey, LPSTR lpClass, LPDWORD lpcchClass, LPDWORD lpReserved,
+                                LPDWORD lpcSubKeys, LPDWORD lpcbMaxSubKeyLen, LPDWORD lpcbMaxClassLen,
+                                LPDWORD lpcValues, LPDWORD lpcbMaxValueNameLen, LPDWORD lpcbMaxValueLen,
+                                LPDWORD lpcbSecurityDescriptor, PFILETIME lpftLastWriteTime)
+{
+    KeyInfo info;
+    if (LONG e = keyInfo(hKey, lpReserved, lpClass != nullptr, lpcchClass, &info))
+        return e;
+    return queryInfo(info, narrow(info.cls), lpClass, lpcchClass, lpcSubKeys, lpcbMaxSubKeyLen,
+                     lpcbMaxClassLen, lpcValues, lpcbMaxValueNameLen, lpcbMaxValueLen, lpcbSecurityDescriptor,
+                     lpftLastWriteTime);
 }
 
 } // extern "C"

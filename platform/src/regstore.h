@@ -12,8 +12,15 @@
 // the log into the database after every thousand or so pages written:
 // what these have synced survives a power cut.
 //
-// Results are Win32 error numbers. Names are byte strings of the process's
-// code page; they compare by their ASCII upper-case fold.
+// Results are Win32 error numbers. Names and classes are UTF-16 and
+// compare by their upper-case fold (casefold.h); value data is kept as the
+// bytes given, string types in the UTF-16LE of the W calls. A store of the
+// first schema (text of code page 1252) is converted on first open, in the
+// transaction that opens it.
+//
+// Units: regopen.cpp (opening, fork), regschema.cpp (schema, migration,
+// hives), regkeys.cpp, regvalues.cpp, regenum.cpp (listings and their
+// cache), regsql.* (SQL text, statements, name forms), regtxn.h (writes).
 #pragma once
 
 #include "regseq.h"
@@ -40,27 +47,28 @@ using KeyId = int64_t;
 KeyId hiveKeyId(uint32_t hiveValue);
 constexpr KeyId kLastHiveId = 7;
 
-// Limits, in characters (bytes of the code page).
+// Limits, in UTF-16 units.
 constexpr size_t kMaxKeyNameLength = 255;
 constexpr size_t kMaxValueNameLength = 16383;
 
-std::string foldName(const std::string &name);
+using Name = std::u16string;
 
 struct SubkeyEntry {
-    std::string name;
-    std::string cls;
+    Name name;
+    Name cls;
     int64_t lastWrite = 0; // FILETIME units
 };
 
 struct ValueEntry {
-    std::string name;
+    Name name;
     DWORD type = 0;
     std::string data;
     int64_t lastWrite = 0; // FILETIME units
 };
 
+// Name lengths in units, data sizes in bytes.
 struct KeyInfo {
-    std::string cls;
+    Name cls;
     DWORD subkeys = 0, maxSubkeyLen = 0, maxClassLen = 0;
     DWORD values = 0, maxValueNameLen = 0, maxValueLen = 0;
     int64_t lastWrite = 0;
@@ -79,17 +87,17 @@ public:
     const std::string &root() const { return root_; }
 
     // Finds path (levels already split and checked) below base.
-    LONG openKey(KeyId base, const std::vector<std::string> &path, KeyId *out);
+    LONG openKey(KeyId base, const std::vector<Name> &path, KeyId *out);
     // As openKey, creating the missing levels with cls (null: no class).
-    LONG createKey(KeyId base, const std::vector<std::string> &path, const std::string *cls, bool isVolatile,
+    LONG createKey(KeyId base, const std::vector<Name> &path, const Name *cls, bool isVolatile,
                    KeyId *out, DWORD *disposition);
     // Removes path below base (empty: base itself); the key must have no
     // subkeys and must not be a hive.
-    LONG deleteKey(KeyId base, const std::vector<std::string> &path);
+    LONG deleteKey(KeyId base, const std::vector<Name> &path);
 
-    LONG queryValue(KeyId key, const std::string &name, DWORD *type, std::string *data);
-    LONG setValue(KeyId key, const std::string &name, DWORD type, const void *data, size_t size);
-    LONG deleteValue(KeyId key, const std::string &name);
+    LONG queryValue(KeyId key, const Name &name, DWORD *type, std::string *data);
+    LONG setValue(KeyId key, const Name &name, DWORD type, const void *data, size_t size);
+    LONG deleteValue(KeyId key, const Name &name);
 
     // The subkeys in enumeration order, the values in creation order, and
     // the key's class, counts and last write time (its own or its latest
@@ -114,6 +122,7 @@ private:
     // counter left odd by a writer that died.
     int setUp();
     int createSchema();
+    int migrateFrom1();
     int insertHives();
     int dropVolatileKeysOfEarlierBoot();
     int prepare();
@@ -138,14 +147,14 @@ private:
         bool isVolatile = false;
         KeyId parent = 0;
         int64_t lastWrite = 0;
-        std::string cls;
+        Name cls;
     };
     LONG findChild(KeyId parent, const std::string &fold, KeyId *out, bool *isVolatile);
     LONG keyRow(KeyId id, KeyRow *row);
     // keyRow of a key that must be there: ERROR_KEY_DELETED when it is gone.
     LONG liveKeyRow(KeyId id, KeyRow *row);
-    LONG findPath(KeyId base, const std::vector<std::string> &path, KeyId *out);
-    LONG openCached(KeyId base, const std::vector<std::string> &path, KeyId *out);
+    LONG findPath(KeyId base, const std::vector<Name> &path, KeyId *out);
+    LONG openCached(KeyId base, const std::vector<Name> &path, KeyId *out);
     LONG sqlError(int rc);
 
     std::string root_;

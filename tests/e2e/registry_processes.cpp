@@ -194,7 +194,11 @@ TEST_F(RegistryTest, FlushedWritesAreInTheDatabaseFileItself)
     EXPECT_EQ(IntegrityOf(copy), "ok");
     sqlite3 *db = nullptr;
     ASSERT_EQ(sqlite3_open_v2(copy.c_str(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
-    auto count = [db](std::string foldedName) {
+    // The store keeps an ASCII name's fold as its upper case in UTF-16BE.
+    auto count = [db](std::string ascii) {
+        std::string foldedName;
+        for (char c : ascii)
+            foldedName += std::string(1, '\0') + c;
         sqlite3_stmt *q = nullptr;
         sqlite3_prepare_v2(db, "SELECT COUNT(*) FROM vals WHERE fold=?1", -1, &q, nullptr);
         sqlite3_bind_blob(q, 1, foldedName.data(), static_cast<int>(foldedName.size()), SQLITE_STATIC);

@@ -9,21 +9,33 @@
 namespace tstest {
 
 // Removes a key with its whole tree; ERROR_FILE_NOT_FOUND when missing.
-inline LONG DeleteRegTree(HKEY parent, const std::string &sub)
+// Through the W calls, which reach names of any language.
+inline LONG DeleteRegTree(HKEY parent, const std::basic_string<WCHAR> &sub)
 {
     HKEY key;
-    LONG r = RegOpenKeyExA(parent, sub.c_str(), 0, KEY_READ, &key);
+    LONG r = RegOpenKeyExW(parent, sub.c_str(), 0, KEY_READ, &key);
     if (r != ERROR_SUCCESS)
         return r;
-    char name[1024];
-    while ((r = RegEnumKeyA(key, 0, name, sizeof name)) == ERROR_SUCCESS) {
-        if ((r = DeleteRegTree(key, name)) != ERROR_SUCCESS)
+    WCHAR name[256];
+    DWORD cch = 256;
+    while ((r = RegEnumKeyExW(key, 0, name, &cch, nullptr, nullptr, nullptr, nullptr)) == ERROR_SUCCESS) {
+        if ((r = DeleteRegTree(key, std::basic_string<WCHAR>(name, cch))) != ERROR_SUCCESS)
             break;
+        cch = 256;
     }
     RegCloseKey(key);
     if (r != ERROR_NO_MORE_ITEMS)
         return r;
-    return RegDeleteKeyA(parent, sub.c_str());
+    return RegDeleteKeyW(parent, sub.c_str());
+}
+
+// The same for a path of ASCII letters (the tests' own key names).
+inline LONG DeleteRegTree(HKEY parent, const std::string &ascii)
+{
+    std::basic_string<WCHAR> wide;
+    for (char c : ascii)
+        wide += static_cast<WCHAR>(static_cast<unsigned char>(c));
+    return DeleteRegTree(parent, wide);
 }
 
 // Reads a value of four bytes into v.

@@ -338,3 +338,57 @@ TEST_F(RegistryTest, OpenQueryCloseLeavesNoHandleBehind)
     ASSERT_TRUE(GetProcessHandleCount(GetCurrentProcess(), &after));
     EXPECT_EQ(after, before);
 }
+
+// Names match without case by the upper case of all of Unicode, not ASCII's
+// alone, on every call that takes one.
+TEST_F(RegistryTest, NamesMatchWithoutCaseBeyondAscii)
+{
+    const struct {
+        const char16_t *created, *other;
+    } cases[] = {
+        {u"\u00c4BC", u"\u00e4bc"},                                            // A-umlaut
+        {u"\u041a\u0418\u0420\u0418\u041b\u041b", u"\u043a\u0438\u0440\u0438\u043b\u043b"}, // Cyrillic
+        {u"\u0391\u0398\u0389\u039d\u0391", u"\u03b1\u03b8\u03ae\u03bd\u03b1"},                       // Greek, with a tonos
+    };
+    auto w = [](const char16_t *s) { return reinterpret_cast<LPCWSTR>(s); };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(static_cast<int>(&c - cases));
+        HKEY k = nullptr, again = nullptr;
+        DWORD disposition = 0;
+        ASSERT_EQ(RegCreateKeyExW(key_, w(c.created), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &k, &disposition),
+                  ERROR_SUCCESS);
+        EXPECT_EQ(disposition, static_cast<DWORD>(REG_CREATED_NEW_KEY));
+        ASSERT_EQ(RegCreateKeyExW(key_, w(c.other), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &again, &disposition),
+                  ERROR_SUCCESS);
+        EXPECT_EQ(disposition, static_cast<DWORD>(REG_OPENED_EXISTING_KEY));
+        RegCloseKey(again);
+        DWORD v = 7;
+        ASSERT_EQ(RegSetValueExW(k, w(c.created), 0, REG_DWORD, reinterpret_cast<const BYTE *>(&v), 4), ERROR_SUCCESS);
+        DWORD got = 0, cb = 4;
+        EXPECT_EQ(RegQueryValueExW(k, w(c.other), nullptr, nullptr, reinterpret_cast<BYTE *>(&got), &cb),
+                  ERROR_SUCCESS);
+        EXPECT_EQ(RegDeleteValueW(k, w(c.other)), ERROR_SUCCESS);
+        RegCloseKey(k);
+        ASSERT_EQ(RegOpenKeyExW(key_, w(c.other), 0, KEY_READ, &k), ERROR_SUCCESS);
+        RegCloseKey(k);
+        EXPECT_EQ(RegDeleteKeyW(key_, w(c.other)), ERROR_SUCCESS);
+        EXPECT_EQ(RegOpenKeyExW(key_, w(c.created), 0, KEY_READ, &k), ERROR_FILE_NOT_FOUND);
+    }
+    // Upper-case mappings that do not go both ways are not in Windows' table:
+    // these names stay apart.
+    const char16_t *apart[][2] = {
+        {u"\u00df", u"SS"},             // sharp s has no one-letter upper case
+        {u"\u03bb\u03bf\u03b3\u03bf\u03c2", u"\u039b\u039f\u0393\u039f\u03a3"}, // final sigma
+        {u"\u0131", u"I"},              // dotless i
+    };
+    for (const auto &names : apart) {
+        for (const char16_t *name : names) {
+            HKEY k = nullptr;
+            DWORD disposition = 0;
+            ASSERT_EQ(RegCreateKeyExW(key_, w(name), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &k, &disposition),
+                      ERROR_SUCCESS);
+            EXPECT_EQ(disposition, static_cast<DWORD>(REG_CREATED_NEW_KEY));
+            RegCloseKey(k);
+        }
+    }
+}

@@ -190,3 +190,59 @@ TEST_F(RegistryTest, ThreadsWritingOneKeyLoseNothing)
               ERROR_SUCCESS);
     EXPECT_EQ(values, static_cast<DWORD>(kThreads * kEach));
 }
+
+namespace {
+
+LPCWSTR W(const char16_t *s) { return reinterpret_cast<LPCWSTR>(s); }
+
+std::string Bytes(const char16_t *s, size_t units) { return std::string(reinterpret_cast<const char *>(s), units * 2); }
+
+} // namespace
+
+// Text goes in through one kind of call and out through the other: the A
+// calls see the ANSI code page, with its default character for what the
+// page lacks; the W calls see the UTF-16 that is stored.
+TEST_F(RegistryTest, AnsiAndWideCallsShareTheText)
+{
+    if (GetACP() != 1252)
+        GTEST_SKIP() << "the cases are written for code page 1252";
+    const char16_t data[] = u"\u00e4\u4e2d\u20ac"; // a-umlaut, a Chinese character, the euro sign
+    // Created in name order, which is also the order in which Wine lists
+    // values.
+    ASSERT_EQ(RegSetValueExW(key_, W(u"Gr\u00fc\u00dfe"), 0, REG_SZ, reinterpret_cast<const BYTE *>(data), 8),
+              ERROR_SUCCESS);
+    ASSERT_EQ(RegSetValueExA(key_, "Xcaf\xe9", 0, REG_MULTI_SZ, reinterpret_cast<const BYTE *>("\xe9t\xe9\0\0"), 5),
+              ERROR_SUCCESS);
+    ASSERT_EQ(RegSetValueExW(key_, W(u"\u65e5\u672c"), 0, REG_EXPAND_SZ, reinterpret_cast<const BYTE *>(data), 8),
+              ERROR_SUCCESS);
+
+    DWORD type = 0, cb = 0;
+    EXPECT_EQ(RegQueryValueExA(key_, "GR\xdc\xdf" "E", nullptr, &type, nullptr, &cb), ERROR_SUCCESS);
+    EXPECT_EQ(cb, 4u) << "the size of the text in the code page";
+    EXPECT_EQ(Query(key_, "gr\xfc\xdf" "e"), std::string("\xe4?\x80\0", 4));
+    EXPECT_EQ(ValueNames(key_), (std::vector<std::string>{"Gr\xfc\xdf" "e", "Xcaf\xe9", "??"}));
+
+    BYTE buf[64];
+    cb = sizeof buf;
+    ASSERT_EQ(RegQueryValueExW(key_, W(u"xCAF\u00c9"), nullptr, &type, buf, &cb), ERROR_SUCCESS);
+    EXPECT_EQ(std::string(reinterpret_cast<char *>(buf), cb), Bytes(u"\u00e9t\u00e9\0\0", 5));
+    cb = sizeof buf;
+    ASSERT_EQ(RegQueryValueExW(key_, W(u"\u65e5\u672c"), nullptr, &type, buf, &cb), ERROR_SUCCESS);
+    EXPECT_EQ(type, static_cast<DWORD>(REG_EXPAND_SZ));
+    EXPECT_EQ(std::string(reinterpret_cast<char *>(buf), cb), Bytes(data, 4)) << "stored as given";
+
+    // The W calls count names in WCHARs and data in bytes.
+    WCHAR name[8];
+    DWORD cch = 2;
+    EXPECT_EQ(RegEnumValueW(key_, 2, name, &cch, nullptr, nullptr, nullptr, nullptr), ERROR_MORE_DATA);
+    cch = 3;
+    ASSERT_EQ(RegEnumValueW(key_, 2, name, &cch, nullptr, nullptr, nullptr, &cb), ERROR_SUCCESS);
+    EXPECT_EQ(cch, 2u);
+    EXPECT_EQ(cb, 8u);
+    DWORD maxName = 0, maxData = 0;
+    ASSERT_EQ(RegQueryInfoKeyW(key_, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &maxName, &maxData,
+                               nullptr, nullptr),
+              ERROR_SUCCESS);
+    EXPECT_EQ(maxName, 5u) << "\"Xcaf\u00e9\", \"Gr\u00fc\u00dfe\"";
+    EXPECT_EQ(maxData, 10u);
+}

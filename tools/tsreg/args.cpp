@@ -1,7 +1,7 @@
 // Reading tsreg's command line.
 #include "args.h"
 
-#include "regfile.h"
+#include "text.h"
 
 #include <cctype>
 #include <cerrno>
@@ -65,7 +65,7 @@ bool parseArgs(int argc, const char *const *argv, bool separatorOption, Args &a,
         std::string arg = argv[i];
         bool option = false;
         if (arg.size() >= 2 && (arg[0] == '/' || arg[0] == '-')) {
-            for (const char *known : {"v", "ve", "va", "s", "f", "y", "t", "d"})
+            for (const char *known : {"v", "ve", "va", "s", "f", "y", "t", "d", "a"})
                 option = option || sameText(arg.substr(1), known);
         }
         if (!option) {
@@ -97,6 +97,8 @@ bool parseArgs(int argc, const char *const *argv, bool separatorOption, Args &a,
             } else {
                 a.recurse = true;
             }
+        } else if (sameText(o, "a")) {
+            a.regedit4 = true;
         } else if (sameText(o, "f") || sameText(o, "y")) {
             a.force = true;
         } else if (sameText(o, "t")) {
@@ -186,7 +188,7 @@ bool makeData(const Args &a, DWORD &type, std::string &data, std::string &error)
             error = "The separator of /s must not be empty.";
             return false;
         }
-        data.clear();
+        WString multi;
         size_t pos = 0;
         while (pos <= d.size() && !d.empty()) {
             size_t next = d.find(a.separator, pos);
@@ -195,16 +197,16 @@ bool makeData(const Args &a, DWORD &type, std::string &data, std::string &error)
                 error = "Invalid REG_MULTI_SZ data: empty strings are not allowed.";
                 return false;
             }
-            data += item + '\0';
+            multi += wide(item) + WCHAR(0);
             if (next == std::string::npos)
                 break;
             pos = next + a.separator.size();
         }
-        data += '\0';
+        data = wideBytes(multi + WCHAR(0));
         return true;
     }
     default:
-        data = d + '\0';
+        data = wideBytes(wide(d) + WCHAR(0)); // text, as RegSetValueExW takes it
         return true;
     }
 }

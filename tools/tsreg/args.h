@@ -1,4 +1,4 @@
-// tsreg's command line and what it names: the options, the key, the type
+// tsreg's command line (UTF-8, see console.h) and what it names: the options, the key, the type
 // and the data of "add". Reading them calls nothing of the registry, so
 // the fuzzers call it in-process.
 #pragma once
@@ -15,6 +15,7 @@ struct Args {
     bool hasValue = false, defaultValue = false, allValues = false, recurse = false, force = false;
     std::string valueName, type, data, separator = "\\0";
     bool hasType = false, hasData = false;
+    bool regedit4 = false; // export /a: a REGEDIT4 file in the ANSI code page
 };
 
 // The words after the operation (argv[2] on); /s is the separator of
@@ -29,8 +30,9 @@ bool parseKey(const std::string &keyText, HKEY &hive, std::string &sub, std::str
 // A registry type's name ("REG_SZ"), or its number in hexadecimal.
 std::string typeName(DWORD type);
 
-// The type and bytes that "add" writes for /t, /d and /s; false with a
-// message when they do not fit together.
+// The type and bytes that "add" writes for /t, /d and /s, as
+// RegSetValueExW takes them (text of the string types and REG_NONE in
+// UTF-16LE); false with a message when they do not fit together.
 bool makeData(const Args &a, DWORD &type, std::string &data, std::string &error);
 
 } // namespace tsreg

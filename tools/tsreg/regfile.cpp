@@ -1,9 +1,9 @@
 // The .reg text format.
 #include "regfile.h"
 
-#include "casefold.h"
+#include "text.h"
 
-#include <cassert>
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
@@ -12,36 +12,6 @@
 namespace tsreg {
 
 namespace {
-
-// Text of one code page as UTF-16 units, and back; a unit that the page
-// lacks becomes its default character ('?').
-std::basic_string<WCHAR> widen(const std::string &text, UINT codePage)
-{
-    if (text.empty())
-        return std::basic_string<WCHAR>();
-    int n = MultiByteToWideChar(codePage, 0, text.data(), static_cast<int>(text.size()), nullptr, 0);
-    std::basic_string<WCHAR> wide(n > 0 ? static_cast<size_t>(n) : 0, 0);
-    if (n > 0) {
-        [[maybe_unused]] int written =
-            MultiByteToWideChar(codePage, 0, text.data(), static_cast<int>(text.size()), &wide[0], n);
-        assert(written == n && "a conversion sized beforehand cannot fail");
-    }
-    return wide;
-}
-
-std::string narrow(const std::basic_string<WCHAR> &wide)
-{
-    if (wide.empty())
-        return std::string();
-    int n = WideCharToMultiByte(CP_ACP, 0, wide.data(), static_cast<int>(wide.size()), nullptr, 0, nullptr, nullptr);
-    std::string text(n > 0 ? static_cast<size_t>(n) : 0, '\0');
-    if (n > 0) {
-        [[maybe_unused]] int written =
-            WideCharToMultiByte(CP_ACP, 0, wide.data(), static_cast<int>(wide.size()), &text[0], n, nullptr, nullptr);
-        assert(written == n && "a conversion sized beforehand cannot fail");
-    }
-    return text;
-}
 
 const char *const kHeader5 = "Windows Registry Editor Version 5.00";
 const char *const kHeader4 = "REGEDIT4";
@@ -59,8 +29,6 @@ std::string quote(const std::string &s)
     return q + '"';
 }
 
-std::string utf8ToAnsi(const std::string &s) { return narrow(widen(s, CP_UTF8)); }
-
 std::string trim(const std::string &s)
 {
     size_t b = s.find_first_not_of(" \t");
@@ -70,13 +38,19 @@ std::string trim(const std::string &s)
     return s.substr(b, e - b + 1);
 }
 
-// Reads a quoted string at s[pos] (which is '"'); pos ends after it.
-bool readQuoted(const std::string &s, size_t &pos, std::string &out)
+// Reads a quoted string at s[pos] (which is '"'); pos ends after it. The
+// registry editor writes only \\ and \"; any other escape is refused.
+bool readQuoted(const std::string &s, size_t &pos, std::string &out, std::string &error)
 {
     out.clear();
     for (++pos; pos < s.size(); ++pos) {
         char c = s[pos];
-        if (c == '\\' && pos + 1 < s.size()) {
+        if (c == '\\') {
+            if (pos + 1 >= s.size() || (s[pos + 1] != '\\' && s[pos + 1] != '"')) {
+                error = pos + 1 < s.size() ? "unknown escape \"\\" + std::string(1, s[pos + 1]) + "\" in a string"
+                                           : "unterminated string";
+                return false;
+            }
             out += s[++pos];
         } else if (c == '"') {
             ++pos;
@@ -85,6 +59,7 @@ bool readQuoted(const std::string &s, size_t &pos, std::string &out)
             out += c;
         }
     }
+    error = "unterminated string";
     return false;
 }
 
@@ -107,6 +82,8 @@ bool parseHexBytes(const std::string &s, std::string &out)
             ++j;
         if (j < s.size() && s[j] != ',')
             return false;
+        if (j < s.size() && j + 1 == s.size())
+            return false; // a trailing comma
         i = j + 1;
     }
     return true;
@@ -123,44 +100,105 @@ const char *const kHives[][2] = {
     {"HKEY_USERS", "HKU"},          {"HKEY_CURRENT_CONFIG", "HKCC"},
 };
 
+// The file's lines in UTF-8, numbered from 1, and whether it is REGEDIT4.
+// False with the line's number when a line is not valid in the encoding.
+bool decodeLines(const std::string &bytes, std::vector<std::string> &lines, std::string &error)
+{
+    lines.clear();
+    auto bad = [&](size_t line, const char *what) {
+        error = "line " + std::to_string(line) + ": " + what;
+        return false;
+    };
+    if (bytes.size() >= 2 && bytes.compare(0, 2, "\xFF\xFE") == 0) {
+        if (bytes.size() % 2)
+            return bad(static_cast<size_t>(std::count(bytes.begin(), bytes.end(), '\n')) + 1,
+                       "the UTF-16 text ends in half a character");
+        WString all = wideOfBytes(bytes.substr(2));
+        size_t pos = 0;
+        while (pos <= all.size()) {
+            size_t nl = all.find(WCHAR('\n'), pos);
+            WString line = all.substr(pos, nl == WString::npos ? WString::npos : nl - pos);
+            std::string text;
+            if (!wideToUtf8(line, text))
+                return bad(lines.size() + 1, "text that is not valid UTF-16 (a lone surrogate)");
+            lines.push_back(text);
+            pos = nl == WString::npos ? all.size() + 1 : nl + 1;
+        }
+        return true;
+    }
+    bool bom = bytes.size() >= 3 && bytes.compare(0, 3, "\xEF\xBB\xBF") == 0;
+    std::string text = bom ? bytes.substr(3) : bytes;
+    bool ansi = !bom && text.compare(0, strlen(kHeader4), kHeader4) == 0;
+    size_t pos = 0;
+    while (pos <= text.size()) {
+        size_t nl = text.find('\n', pos);
+        std::string line = text.substr(pos, nl == std::string::npos ? std::string::npos : nl - pos);
+        WString w;
+        if (ansi) {
+            if (!wideToUtf8(ansiToWide(line), line))
+                return bad(lines.size() + 1, "text that the ANSI code page cannot give");
+        } else if (!utf8ToWide(line, w)) {
+            return bad(lines.size() + 1, "text that is not valid UTF-8");
+        }
+        lines.push_back(line);
+        pos = nl == std::string::npos ? text.size() + 1 : nl + 1;
+    }
+    return true;
+}
+
 } // namespace
 
-bool sameText(const std::string &a, const char *b) { return tsp::equalNoCase(a, b); }
+// ---------------------------------------------------------------------------
+// Writing
 
-std::string ansiToUtf16le(const std::string &ansi)
+RegWriter::RegWriter(bool regedit4) : regedit4_(regedit4)
 {
-    std::basic_string<WCHAR> wide = widen(ansi, CP_ACP);
-    std::string out;
-    out.reserve(wide.size() * 2);
-    for (WCHAR u : wide) {
-        out += static_cast<char>(u & 0xFF);
-        out += static_cast<char>(u >> 8);
+    text_ = std::string(regedit4 ? kHeader4 : kHeader5) + "\r\n";
+}
+
+namespace {
+
+// Text that a line of the file can hold: no line break, and in REGEDIT4
+// only characters of the ANSI code page.
+bool writable(const std::string &utf8, bool regedit4)
+{
+    if (utf8.find_first_of("\r\n") != std::string::npos)
+        return false;
+    std::string ansi;
+    return !regedit4 || wideToAnsi(wide(utf8), ansi);
+}
+
+} // namespace
+
+bool RegWriter::key(const std::string &path, std::string &error)
+{
+    if (!writable(path, regedit4_)) {
+        error = "The key " + path + " has a name that a " + (regedit4_ ? "REGEDIT4 " : "") + "file cannot hold.";
+        return false;
     }
-    return out;
+    text_ += "\r\n[" + path + "]\r\n";
+    return true;
 }
 
-std::string utf16leToAnsi(const std::string &bytes)
+bool RegWriter::value(const std::string &name, DWORD type, const std::string &data, std::string &error)
 {
-    std::basic_string<WCHAR> wide;
-    wide.reserve(bytes.size() / 2);
-    for (size_t i = 0; i + 1 < bytes.size(); i += 2)
-        wide += static_cast<WCHAR>(static_cast<unsigned char>(bytes[i]) | (static_cast<unsigned char>(bytes[i + 1]) << 8));
-    return narrow(wide);
-}
-
-RegWriter::RegWriter() { text_ = std::string(kHeader5) + "\r\n"; }
-
-void RegWriter::key(const std::string &path) { text_ += "\r\n[" + path + "]\r\n"; }
-
-void RegWriter::value(const std::string &name, DWORD type, const std::string &data)
-{
+    if (!writable(name, regedit4_)) {
+        error = "The value \"" + name + "\" has a name that a " + (regedit4_ ? "REGEDIT4 " : "") +
+                "file cannot hold.";
+        return false;
+    }
     std::string line = name.empty() ? std::string("@") : quote(name);
     line += '=';
-    // A string with one terminator and no other zero byte is written as
-    // text; anything else of a string type as its UTF-16LE bytes.
-    if (type == REG_SZ && !data.empty() && data.back() == '\0' && data.find('\0') == data.size() - 1) {
-        text_ += line + quote(data.substr(0, data.size() - 1)) + "\r\n";
-        return;
+    // A string with one terminator and no other zero and no line break is
+    // written as text; anything else of a string type as its bytes.
+    if (type == REG_SZ && data.size() % 2 == 0) {
+        WString w = wideOfBytes(data);
+        std::string text;
+        if (!w.empty() && w.back() == 0 && w.find(WCHAR(0)) == w.size() - 1 &&
+            wideToUtf8(w.substr(0, w.size() - 1), text) && writable(text, regedit4_)) {
+            text_ += line + quote(text) + "\r\n";
+            return true;
+        }
     }
     if (type == REG_DWORD && data.size() == 4) {
         unsigned v = static_cast<unsigned char>(data[0]) | (static_cast<unsigned char>(data[1]) << 8) |
@@ -169,9 +207,18 @@ void RegWriter::value(const std::string &name, DWORD type, const std::string &da
         char buf[16];
         snprintf(buf, sizeof buf, "dword:%08x", v);
         text_ += line + buf + "\r\n";
-        return;
+        return true;
     }
-    std::string bytes = isStringType(type) ? ansiToUtf16le(data) : data;
+    std::string bytes = data;
+    if (regedit4_ && isStringType(type) && (data.size() % 2 || !wideToAnsi(wideOfBytes(data), bytes))) {
+        error = "The value \"" + name + "\" holds text that a REGEDIT4 file cannot hold.";
+        return false;
+    }
+    return hexLine(line, type, bytes);
+}
+
+bool RegWriter::hexLine(std::string line, DWORD type, const std::string &bytes)
+{
     char prefix[16];
     if (type == REG_BINARY)
         snprintf(prefix, sizeof prefix, "hex:");
@@ -191,44 +238,46 @@ void RegWriter::value(const std::string &name, DWORD type, const std::string &da
         }
     }
     text_ += line + "\r\n";
+    return true;
 }
 
-std::string RegWriter::bytes() const { return "\xFF\xFE" + ansiToUtf16le(text_ + "\r\n"); }
+std::string RegWriter::bytes() const
+{
+    std::string all = text_ + "\r\n";
+    if (regedit4_) {
+        std::string ansi;
+        wideToAnsi(wide(all), ansi); // every piece was checked as it came
+        return ansi;
+    }
+    return "\xFF\xFE" + wideBytes(wide(all));
+}
+
+// ---------------------------------------------------------------------------
+// Reading
 
 bool parseRegFile(const std::string &fileBytes, std::vector<RegEntry> &out, std::string &error)
 {
-    std::string text;
-    if (fileBytes.size() >= 2 && fileBytes.compare(0, 2, "\xFF\xFE") == 0)
-        text = utf16leToAnsi(fileBytes.substr(2));
-    else if (fileBytes.size() >= 3 && fileBytes.compare(0, 3, "\xEF\xBB\xBF") == 0)
-        text = utf8ToAnsi(fileBytes.substr(3));
-    else
-        text = fileBytes;
+    std::vector<std::string> text;
+    if (!decodeLines(fileBytes, text, error))
+        return false;
 
     // Lines, with the continuation lines of hex data joined.
     std::vector<std::pair<int, std::string>> lines;
-    {
-        size_t pos = 0;
-        int number = 0;
-        bool continuing = false;
-        while (pos <= text.size()) {
-            size_t nl = text.find('\n', pos);
-            std::string line = text.substr(pos, nl == std::string::npos ? std::string::npos : nl - pos);
-            pos = nl == std::string::npos ? text.size() + 1 : nl + 1;
-            ++number;
-            if (!line.empty() && line.back() == '\r')
-                line.pop_back();
-            std::string t = continuing ? trim(line) : line;
-            if (continuing)
-                lines.back().second += t;
-            else
-                lines.emplace_back(number, t);
-            std::string &cur = lines.back().second;
-            std::string tail = trim(cur);
-            continuing = !tail.empty() && tail.back() == '\\' && cur.find("=hex") != std::string::npos;
-            if (continuing)
-                cur = tail.substr(0, tail.size() - 1);
-        }
+    bool continuing = false;
+    for (size_t i = 0; i < text.size(); ++i) {
+        std::string line = text[i];
+        if (!line.empty() && line.back() == '\r')
+            line.pop_back();
+        std::string t = continuing ? trim(line) : line;
+        if (continuing)
+            lines.back().second += t;
+        else
+            lines.emplace_back(static_cast<int>(i + 1), t);
+        std::string &cur = lines.back().second;
+        std::string tail = trim(cur);
+        continuing = !tail.empty() && tail.back() == '\\' && cur.find("=hex") != std::string::npos;
+        if (continuing)
+            cur = tail.substr(0, tail.size() - 1);
     }
 
     bool unicode = false;
@@ -280,16 +329,15 @@ bool parseRegFile(const std::string &fileBytes, std::vector<RegEntry> &out, std:
         }
         if (section.empty())
             return fail("a value before the first key");
-        if (inDeletedSection)
-            continue; // values of a deleted key are ignored, as the registry editor does
         RegEntry e;
         e.key = section;
         size_t pos = 0;
+        std::string why;
         if (line[0] == '@') {
             pos = 1;
         } else if (line[0] == '"') {
-            if (!readQuoted(line, pos, e.name))
-                return fail("unterminated value name");
+            if (!readQuoted(line, pos, e.name, why))
+                return fail(why + " (value name)");
         } else {
             return fail("expected a value name in quotes, '@' or a key in brackets");
         }
@@ -303,11 +351,13 @@ bool parseRegFile(const std::string &fileBytes, std::vector<RegEntry> &out, std:
         } else if (!data.empty() && data[0] == '"') {
             size_t p = 0;
             std::string s;
-            if (!readQuoted(data, p, s) || trim(data.substr(p)).size())
-                return fail("bad string data");
+            if (!readQuoted(data, p, s, why))
+                return fail(why);
+            if (trim(data.substr(p)).size())
+                return fail("text after the closing quote of a string");
             e.kind = RegEntry::Value;
             e.type = REG_SZ;
-            e.data = s + '\0';
+            e.data = wideBytes(wide(s) + WCHAR(0));
         } else if (startsWith(data, "dword:")) {
             std::string digits = trim(data.substr(6));
             if (digits.empty() || digits.size() > 8 ||
@@ -325,7 +375,7 @@ bool parseRegFile(const std::string &fileBytes, std::vector<RegEntry> &out, std:
             std::string kind = data.substr(3, colon - 3);
             DWORD type = REG_BINARY;
             if (!kind.empty()) {
-                if (kind.size() < 3 || kind.front() != '(' || kind.back() != ')')
+                if (kind.size() < 3 || kind.size() > 10 || kind.front() != '(' || kind.back() != ')')
                     return fail("bad hex type");
                 std::string n = kind.substr(1, kind.size() - 2);
                 if (n.empty() || n.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
@@ -337,10 +387,14 @@ bool parseRegFile(const std::string &fileBytes, std::vector<RegEntry> &out, std:
                 return fail("bad hex bytes");
             e.kind = RegEntry::Value;
             e.type = type;
-            e.data = unicode && isStringType(type) ? utf16leToAnsi(bytes) : bytes;
+            // REGEDIT4 gives the text of the string types in the ANSI code
+            // page; the registry keeps it in UTF-16.
+            e.data = !unicode && isStringType(type) ? wideBytes(ansiToWide(bytes)) : bytes;
         } else {
             return fail("unknown data \"" + data + "\"");
         }
+        if (inDeletedSection)
+            continue; // values of a deleted key are ignored, as the registry editor does
         out.push_back(e);
     }
     if (!sawHeader) {

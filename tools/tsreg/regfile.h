@@ -1,12 +1,18 @@
-// The .reg text format ("Windows Registry Editor Version 5.00"), as the
-// registry editor of Windows writes and reads it: UTF-16LE with a byte
-// order mark and CR LF line ends; string data as "text", REG_DWORD as
-// dword:xxxxxxxx, other types as hex(N):bytes (hex: for REG_BINARY), with
-// the string types (REG_SZ, REG_EXPAND_SZ, REG_MULTI_SZ) in UTF-16LE.
-// Reading also takes the older REGEDIT4 form and 8-bit or UTF-8 files.
+// The .reg text format, as the registry editor of Windows writes and reads
+// it: "Windows Registry Editor Version 5.00" in UTF-16LE with a byte order
+// mark and CR LF line ends, string data as "text" with \ and " escaped,
+// REG_DWORD as dword:xxxxxxxx, other types as hex(N):bytes (hex: for
+// REG_BINARY), the string types' bytes in UTF-16LE; and the older
+// "REGEDIT4", in the ANSI code page (GetACP), whose hex(N) bytes of the
+// string types are in that code page too.
 //
-// Text inside the program is in the system's ANSI code page (GetACP), as
-// the registry's A calls take it.
+// Reading takes either header in UTF-16LE (with its byte order mark) or
+// UTF-8 (with or without one); a file without a byte order mark that starts
+// "REGEDIT4" is read in the ANSI code page. Anything not understood (a line
+// of no known form, an unknown escape in a string, text that is not valid in
+// its encoding) refuses the whole file with the line's number.
+//
+// Names and keys inside the program are UTF-8.
 #pragma once
 
 #include <windows.h>
@@ -23,31 +29,26 @@ struct RegEntry {
     std::string key;  // full path with the hive's long name
     std::string name; // value name; empty for the default value
     DWORD type = REG_NONE;
-    std::string data; // the bytes as RegSetValueExA takes them
+    std::string data; // the bytes as RegSetValueExW takes them
 };
 
-// Text of the ANSI code page to UTF-16LE bytes and back (units that the page
-// lacks become '?').
-std::string ansiToUtf16le(const std::string &ansi);
-std::string utf16leToAnsi(const std::string &bytes);
-
-// Appends one key section: "[key]" and then the values, each given as name,
-// type and the bytes RegQueryValueExA gave.
+// Appends key sections: "[key]" and then the values, each given as name,
+// type and the bytes RegQueryValueExW gave. Text that the file's form
+// cannot hold exactly is refused (false with a message naming it).
 class RegWriter {
 public:
-    RegWriter();
-    void key(const std::string &path);
-    void value(const std::string &name, DWORD type, const std::string &data);
+    explicit RegWriter(bool regedit4 = false);
+    bool key(const std::string &path, std::string &error);
+    bool value(const std::string &name, DWORD type, const std::string &data, std::string &error);
     // The whole file as it goes to disk.
     std::string bytes() const;
 
 private:
-    std::string text_; // in the ANSI code page, with CR LF line ends
-};
+    bool hexLine(std::string line, DWORD type, const std::string &bytes);
 
-// True when a and b are the same text but for letter case, as registry
-// names and the tool's own words compare.
-bool sameText(const std::string &a, const char *b);
+    bool regedit4_;
+    std::string text_; // UTF-8 with CR LF line ends
+};
 
 // Parses a whole file; false with a message naming the line on failure.
 bool parseRegFile(const std::string &fileBytes, std::vector<RegEntry> &out, std::string &error);

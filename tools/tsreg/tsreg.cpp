@@ -2,7 +2,9 @@
 // in the manner of reg.exe. Exit code 0 on success, 1 on failure with a
 // message on standard error.
 #include "args.h"
+#include "console.h"
 #include "regfile.h"
+#include "text.h"
 
 #include <windows.h>
 
@@ -23,19 +25,22 @@ const char *const kUsage =
     "  tsreg query KEY [/v NAME | /ve] [/s]\n"
     "  tsreg add KEY [/v NAME | /ve] [/t TYPE] [/s SEPARATOR] [/d DATA] [/f]\n"
     "  tsreg delete KEY [/v NAME | /ve | /va] [/f]\n"
-    "  tsreg export KEY FILE [/y]\n"
+    "  tsreg export KEY FILE [/y] [/a]\n"
     "  tsreg import FILE\n"
     "\n"
     "KEY is ROOT\\Path, with ROOT one of HKLM, HKCU, HKCR, HKU, HKCC (or the long names).\n"
     "TYPE is REG_SZ (the default), REG_EXPAND_SZ, REG_MULTI_SZ, REG_DWORD, REG_QWORD,\n"
     "REG_BINARY or REG_NONE. /f and /y answer yes to every question.\n"
-    "FILE is a .reg file (\"Windows Registry Editor Version 5.00\").\n";
+    "FILE is a .reg file: \"Windows Registry Editor Version 5.00\" in UTF-16 (or UTF-8),\n"
+    "or with /a \"REGEDIT4\" in the ANSI code page.\n";
 
 int fail(const std::string &message)
 {
-    fprintf(stderr, "ERROR: %s\n", message.c_str());
+    print(stderr, "ERROR: " + message + "\n");
     return 1;
 }
+
+void out(const std::string &text) { print(stdout, text); }
 
 std::string describe(LONG status)
 {
@@ -63,18 +68,18 @@ int failStatus(LONG status) { return fail(describe(status)); }
 
 int succeed()
 {
-    printf("The operation completed successfully.\n");
+    out("The operation completed successfully.\n");
     return 0;
 }
 
 // Asks on standard input; anything but yes (or the end of input) is no.
 bool confirm(const std::string &question)
 {
-    printf("%s (Yes/No)? ", question.c_str());
+    out(question + " (Yes/No)? ");
     fflush(stdout);
     char line[64];
     if (!fgets(line, sizeof line, stdin)) {
-        printf("\n");
+        out("\n");
         return false;
     }
     return line[0] == 'y' || line[0] == 'Y';
@@ -89,12 +94,19 @@ struct Value {
     std::string data;
 };
 
+// A name the registry gave, in UTF-8; a name with a lone surrogate has no
+// UTF-8 form and stops the walk with ERROR_INVALID_DATA.
+LONG utf8Name(const WCHAR *name, DWORD length, std::string &out)
+{
+    return wideToUtf8(WString(name, length), out) ? ERROR_SUCCESS : ERROR_INVALID_DATA;
+}
+
 LONG readValues(HKEY key, std::vector<Value> &out)
 {
-    std::vector<char> name(16385);
+    std::vector<WCHAR> name(16385);
     for (DWORD i = 0;; ++i) {
         DWORD cch = static_cast<DWORD>(name.size()), type = 0, cb = 0;
-        LONG r = RegEnumValueA(key, i, name.data(), &cch, nullptr, &type, nullptr, &cb);
+        LONG r = RegEnumValueW(key, i, name.data(), &cch, nullptr, &type, nullptr, &cb);
         if (r == ERROR_NO_MORE_ITEMS)
             return ERROR_SUCCESS;
         if (r != ERROR_SUCCESS)
@@ -103,7 +115,7 @@ LONG readValues(HKEY key, std::vector<Value> &out)
         for (;;) {
             cch = static_cast<DWORD>(name.size());
             cb = static_cast<DWORD>(data.size());
-            r = RegEnumValueA(key, i, name.data(), &cch, nullptr, &type,
+            r = RegEnumValueW(key, i, name.data(), &cch, nullptr, &type,
                               reinterpret_cast<LPBYTE>(data.empty() ? nullptr : &data[0]), &cb);
             if (r != ERROR_MORE_DATA)
                 break;
@@ -112,22 +124,32 @@ LONG readValues(HKEY key, std::vector<Value> &out)
         if (r != ERROR_SUCCESS)
             return r;
         data.resize(cb);
-        out.push_back(Value{std::string(name.data(), cch), type, data});
+        Value v{std::string(), type, data};
+        if (LONG e = utf8Name(name.data(), cch, v.name))
+            return e;
+        out.push_back(v);
     }
 }
 
 LONG readSubkeys(HKEY key, std::vector<std::string> &out)
 {
-    char name[1024];
+    WCHAR name[256];
     for (DWORD i = 0;; ++i) {
-        DWORD cch = sizeof name;
-        LONG r = RegEnumKeyExA(key, i, name, &cch, nullptr, nullptr, nullptr, nullptr);
+        DWORD cch = sizeof name / sizeof name[0];
+        LONG r = RegEnumKeyExW(key, i, name, &cch, nullptr, nullptr, nullptr, nullptr);
         if (r == ERROR_NO_MORE_ITEMS)
             return ERROR_SUCCESS;
         if (r != ERROR_SUCCESS)
             return r;
-        out.emplace_back(name, cch);
+        out.emplace_back();
+        if (LONG e = utf8Name(name, cch, out.back()))
+            return e;
     }
+}
+
+LONG openKey(HKEY parent, const std::string &sub, REGSAM access, HKEY *key)
+{
+    return RegOpenKeyExW(parent, wide(sub).c_str(), 0, access, key);
 }
 
 // ---------------------------------------------------------------------------
@@ -136,21 +158,28 @@ LONG readSubkeys(HKEY key, std::vector<std::string> &out)
 std::string formatData(DWORD type, const std::string &data)
 {
     char buf[32];
+    std::string text;
     switch (type) {
     case REG_SZ:
-    case REG_EXPAND_SZ:
-        return data.substr(0, data.find('\0'));
+    case REG_EXPAND_SZ: {
+        WString w = wideOfBytes(data);
+        if (wideToUtf8(w.substr(0, w.find(WCHAR(0))), text))
+            return text;
+        break; // a lone surrogate: shown as its bytes
+    }
     case REG_MULTI_SZ: {
-        std::string out, rest = data;
-        while (!rest.empty() && rest.back() == '\0')
+        WString rest = wideOfBytes(data), shown;
+        while (!rest.empty() && rest.back() == 0)
             rest.pop_back();
-        for (char c : rest) {
-            if (c == '\0')
-                out += "\\0";
+        for (WCHAR c : rest) {
+            if (c == 0)
+                shown += wide("\\0");
             else
-                out += c;
+                shown += c;
         }
-        return out;
+        if (wideToUtf8(shown, text))
+            return text;
+        break;
     }
     case REG_DWORD:
         if (data.size() == 4) {
@@ -181,8 +210,8 @@ std::string formatData(DWORD type, const std::string &data)
 
 void printValue(const Value &v)
 {
-    printf("    %s    %s    %s\n", v.name.empty() ? "(Default)" : v.name.c_str(), typeName(v.type).c_str(),
-           formatData(v.type, v.data).c_str());
+    out("    " + (v.name.empty() ? std::string("(Default)") : v.name) + "    " + typeName(v.type) + "    " +
+        formatData(v.type, v.data) + "\n");
 }
 
 // Lists a key; with recurse, its whole tree. With only, just that value.
@@ -196,30 +225,30 @@ LONG queryKey(HKEY key, const std::string &display, bool recurse, const std::str
         return r;
     bool header = false;
     for (const Value &v : values) {
-        if (only && !sameText(v.name, only->c_str()))
+        if (only && !sameText(v.name, *only))
             continue;
         if (!header)
-            printf("%s\n", display.c_str());
+            out(display + "\n");
         header = true;
         printValue(v);
         ++matches;
     }
     if (!only) {
         if (!header)
-            printf("%s\n", display.c_str());
+            out(display + "\n");
         header = true;
     }
     if (header)
-        printf("\n");
+        out("\n");
     for (const std::string &name : subkeys) {
         std::string path = display + "\\" + name;
         if (!recurse) {
             if (!only)
-                printf("%s\n", path.c_str());
+                out(path + "\n");
             continue;
         }
         HKEY sub;
-        LONG r = RegOpenKeyExA(key, name.c_str(), 0, KEY_READ, &sub);
+        LONG r = openKey(key, name, KEY_READ, &sub);
         if (r != ERROR_SUCCESS)
             return r;
         r = queryKey(sub, path, true, only, matches);
@@ -238,10 +267,10 @@ int cmdQuery(const Args &a)
     std::string sub, display, error;
     if (!parseKey(a.positional[0], hive, sub, display, error))
         return fail(error);
-    if (LONG r = RegOpenKeyExA(hive, sub.c_str(), 0, KEY_READ, &key))
+    if (LONG r = openKey(hive, sub, KEY_READ, &key))
         return failStatus(r);
     int result = 0;
-    printf("\n");
+    out("\n");
     int matches = 0;
     LONG r = queryKey(key, display, a.recurse, a.hasValue ? &a.valueName : nullptr, matches);
     if (r != ERROR_SUCCESS)
@@ -249,7 +278,7 @@ int cmdQuery(const Args &a)
     else if (a.hasValue && matches == 0)
         result = failStatus(ERROR_FILE_NOT_FOUND);
     else if (a.hasValue && a.recurse)
-        printf("End of search: %d match(es) found.\n", matches);
+        out("End of search: " + std::to_string(matches) + " match(es) found.\n");
     RegCloseKey(key);
     return result;
 }
@@ -272,16 +301,17 @@ int cmdAdd(const Args &a)
     if (!makeData(a, type, data, error))
         return fail(error);
     DWORD disposition;
-    if (LONG r = RegCreateKeyExA(hive, sub.c_str(), 0, nullptr, 0, KEY_QUERY_VALUE | KEY_SET_VALUE, nullptr, &key,
-                                 &disposition))
+    if (LONG r = RegCreateKeyExW(hive, wide(sub).c_str(), 0, nullptr, 0, KEY_QUERY_VALUE | KEY_SET_VALUE, nullptr,
+                                 &key, &disposition))
         return failStatus(r);
     int result = 0;
     if (a.hasValue || a.hasData || a.hasType) {
-        LONG exists = RegQueryValueExA(key, a.valueName.c_str(), nullptr, nullptr, nullptr, nullptr);
+        WString name = wide(a.valueName);
+        LONG exists = RegQueryValueExW(key, name.c_str(), nullptr, nullptr, nullptr, nullptr);
         std::string shown = a.valueName.empty() ? "(Default)" : a.valueName;
         if (exists == ERROR_SUCCESS && !a.force && !confirm("Value " + shown + " exists, overwrite")) {
             result = fail("The value was left as it was.");
-        } else if (LONG r = RegSetValueExA(key, a.valueName.c_str(), 0, type,
+        } else if (LONG r = RegSetValueExW(key, name.c_str(), 0, type,
                                            reinterpret_cast<const BYTE *>(data.data()),
                                            static_cast<DWORD>(data.size()))) {
             result = failStatus(r);
@@ -294,26 +324,32 @@ int cmdAdd(const Args &a)
 // ---------------------------------------------------------------------------
 // delete
 
-LONG deleteTree(HKEY parent, const std::string &sub)
+LONG deleteTreeW(HKEY parent, const WString &sub);
+
+LONG deleteTree(HKEY parent, const std::string &sub) { return deleteTreeW(parent, wide(sub)); }
+
+LONG deleteTreeW(HKEY parent, const WString &sub)
 {
     HKEY key;
-    LONG r = RegOpenKeyExA(parent, sub.c_str(), 0, KEY_READ, &key);
+    const WString &wsub = sub;
+    LONG r = RegOpenKeyExW(parent, wsub.c_str(), 0, KEY_READ, &key);
     if (r != ERROR_SUCCESS)
         return r;
     for (;;) {
-        char name[1024];
-        r = RegEnumKeyA(key, 0, name, sizeof name);
+        WCHAR name[256];
+        DWORD cch = sizeof name / sizeof name[0];
+        r = RegEnumKeyExW(key, 0, name, &cch, nullptr, nullptr, nullptr, nullptr);
         if (r == ERROR_NO_MORE_ITEMS)
             break;
         if (r == ERROR_SUCCESS)
-            r = deleteTree(key, name);
+            r = deleteTreeW(key, WString(name, cch));
         if (r != ERROR_SUCCESS) {
             RegCloseKey(key);
             return r;
         }
     }
     RegCloseKey(key);
-    return RegDeleteKeyA(parent, sub.c_str());
+    return RegDeleteKeyW(parent, wsub.c_str());
 }
 
 int cmdDelete(const Args &a)
@@ -328,7 +364,7 @@ int cmdDelete(const Args &a)
         if (sub.empty())
             return fail("A root key cannot be deleted.");
         HKEY probe;
-        if (LONG r = RegOpenKeyExA(hive, sub.c_str(), 0, KEY_READ, &probe))
+        if (LONG r = openKey(hive, sub, KEY_READ, &probe))
             return failStatus(r);
         RegCloseKey(probe);
         if (!a.force && !confirm("Permanently delete the registry key " + display))
@@ -337,7 +373,7 @@ int cmdDelete(const Args &a)
             return failStatus(r);
         return succeed();
     }
-    if (LONG r = RegOpenKeyExA(hive, sub.c_str(), 0, KEY_QUERY_VALUE | KEY_SET_VALUE, &key))
+    if (LONG r = openKey(hive, sub, KEY_QUERY_VALUE | KEY_SET_VALUE, &key))
         return failStatus(r);
     int result = 0;
     if (a.allValues) {
@@ -346,16 +382,17 @@ int cmdDelete(const Args &a)
         if (r == ERROR_SUCCESS && !a.force && !confirm("Delete all values under the registry key " + display))
             result = fail("The values were left as they were.");
         for (size_t i = 0; r == ERROR_SUCCESS && !result && i < values.size(); ++i)
-            r = RegDeleteValueA(key, values[i].name.c_str());
+            r = RegDeleteValueW(key, wide(values[i].name).c_str());
         if (r != ERROR_SUCCESS)
             result = failStatus(r);
     } else {
         std::string shown = a.valueName.empty() ? "(Default)" : a.valueName;
-        LONG r = RegQueryValueExA(key, a.valueName.c_str(), nullptr, nullptr, nullptr, nullptr);
+        WString name = wide(a.valueName);
+        LONG r = RegQueryValueExW(key, name.c_str(), nullptr, nullptr, nullptr, nullptr);
         if (r == ERROR_SUCCESS && !a.force && !confirm("Delete the registry value " + shown))
             result = fail("The value was left as it was.");
         else if (r == ERROR_SUCCESS)
-            r = RegDeleteValueA(key, a.valueName.c_str());
+            r = RegDeleteValueW(key, name.c_str());
         if (r != ERROR_SUCCESS)
             result = failStatus(r);
     }
@@ -366,7 +403,9 @@ int cmdDelete(const Args &a)
 // ---------------------------------------------------------------------------
 // export and import
 
-LONG exportKey(HKEY key, const std::string &display, RegWriter &w)
+// Writes a key's tree; ERROR_INVALID_DATA with *error set when the file's
+// form cannot hold a name or text.
+LONG exportKey(HKEY key, const std::string &display, RegWriter &w, std::string &error)
 {
     std::vector<Value> values;
     std::vector<std::string> subkeys;
@@ -374,14 +413,17 @@ LONG exportKey(HKEY key, const std::string &display, RegWriter &w)
         return r;
     if (LONG r = readSubkeys(key, subkeys))
         return r;
-    w.key(display);
-    for (const Value &v : values)
-        w.value(v.name, v.type, v.data);
+    if (!w.key(display, error))
+        return ERROR_INVALID_DATA;
+    for (const Value &v : values) {
+        if (!w.value(v.name, v.type, v.data, error))
+            return ERROR_INVALID_DATA;
+    }
     for (const std::string &name : subkeys) {
         HKEY sub;
-        LONG r = RegOpenKeyExA(key, name.c_str(), 0, KEY_READ, &sub);
+        LONG r = openKey(key, name, KEY_READ, &sub);
         if (r == ERROR_SUCCESS) {
-            r = exportKey(sub, display + "\\" + name, w);
+            r = exportKey(sub, display + "\\" + name, w, error);
             RegCloseKey(sub);
         }
         if (r != ERROR_SUCCESS)
@@ -399,19 +441,20 @@ int cmdExport(const Args &a)
     if (!parseKey(a.positional[0], hive, sub, display, error))
         return fail(error);
     const std::string &file = a.positional[1];
-    if (LONG r = RegOpenKeyExA(hive, sub.c_str(), 0, KEY_READ, &key))
+    if (LONG r = openKey(hive, sub, KEY_READ, &key))
         return failStatus(r);
-    RegWriter w;
-    LONG r = exportKey(key, display, w);
+    RegWriter w(a.regedit4);
+    error.clear();
+    LONG r = exportKey(key, display, w, error);
     RegCloseKey(key);
     if (r != ERROR_SUCCESS)
-        return failStatus(r);
-    if (FILE *existing = fopen(file.c_str(), "rb")) {
+        return error.empty() ? failStatus(r) : fail(error + " Nothing was written.");
+    if (FILE *existing = openFile(file, "rb")) {
         fclose(existing);
         if (!a.force && !confirm("File " + file + " already exists. Overwrite"))
             return fail("The file was left as it was.");
     }
-    FILE *f = fopen(file.c_str(), "wb");
+    FILE *f = openFile(file, "wb");
     if (!f)
         return fail("Cannot write the file " + file + ": " + strerror(errno));
     std::string bytes = w.bytes();
@@ -427,7 +470,7 @@ int cmdImport(const Args &a)
     if (a.positional.size() != 1 || a.hasValue || a.allValues || a.recurse || a.hasType || a.hasData)
         return fail("Invalid syntax.\n" + std::string(kUsage));
     const std::string &file = a.positional[0];
-    FILE *f = fopen(file.c_str(), "rb");
+    FILE *f = openFile(file, "rb");
     if (!f)
         return fail("Cannot read the file " + file + ": " + strerror(errno));
     std::string bytes;
@@ -450,14 +493,15 @@ int cmdImport(const Args &a)
         case RegEntry::Key:
         case RegEntry::Value:
         case RegEntry::DeleteValue:
-            r = RegCreateKeyExA(hive, sub.c_str(), 0, nullptr, 0, KEY_QUERY_VALUE | KEY_SET_VALUE, nullptr, &key,
-                                nullptr);
+            r = RegCreateKeyExW(hive, wide(sub).c_str(), 0, nullptr, 0, KEY_QUERY_VALUE | KEY_SET_VALUE, nullptr,
+                                &key, nullptr);
             if (r != ERROR_SUCCESS)
                 break;
             if (e.kind == RegEntry::Value)
-                r = RegSetValueExA(key, e.name.c_str(), 0, e.type, reinterpret_cast<const BYTE *>(e.data.data()),
+                r = RegSetValueExW(key, wide(e.name).c_str(), 0, e.type, reinterpret_cast<const BYTE *>(e.data.data()),
                                    static_cast<DWORD>(e.data.size()));
-            else if (e.kind == RegEntry::DeleteValue && RegDeleteValueA(key, e.name.c_str()) == ERROR_FILE_NOT_FOUND)
+            else if (e.kind == RegEntry::DeleteValue &&
+                     RegDeleteValueW(key, wide(e.name).c_str()) == ERROR_FILE_NOT_FOUND)
                 r = ERROR_SUCCESS;
             RegCloseKey(key);
             break;
@@ -479,17 +523,26 @@ int cmdImport(const Args &a)
 
 int main(int argc, char **argv)
 {
-    if (argc < 2)
+    std::vector<std::string> words;
+    int bad = 0;
+    if (!commandLine(argc, argv, words, &bad))
+        return fail("Argument " + std::to_string(bad) + " is not valid text (UTF-8).");
+    if (words.size() < 2)
         return fail("Invalid syntax.\n" + std::string(kUsage));
-    std::string cmd = argv[1];
+    std::string cmd = words[1];
     if (cmd == "/?" || cmd == "-?" || cmd == "-h" || cmd == "--help") {
-        printf("%s", kUsage);
+        out(kUsage);
         return 0;
     }
+    std::vector<const char *> args;
+    for (const std::string &w : words)
+        args.push_back(w.c_str());
     Args a;
     std::string error;
-    if (!parseArgs(argc, argv, sameText(cmd, "add"), a, error))
+    if (!parseArgs(static_cast<int>(args.size()), args.data(), sameText(cmd, "add"), a, error))
         return fail(error);
+    if (a.regedit4 && !sameText(cmd, "export"))
+        return fail("Option /a is for export only.");
     if (sameText(cmd, "query"))
         return cmdQuery(a);
     if (sameText(cmd, "add"))
