@@ -7,7 +7,10 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <string.h>
 #include <sys/inotify.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -49,6 +52,43 @@ Dispatcher &dispatcher()
 {
     static Dispatcher *d = new Dispatcher; // lives as long as the process
     return *d;
+}
+
+// A service process of another user than the manager's cannot reach the
+// manager's socket in the machine root: the manager connected it before it
+// took that user's identity, and left the connections at descriptors 3
+// (the dispatcher's) and 4 (for the reports), open across exec. Each is
+// taken once, when it is such a connection to a manager's socket; else -1.
+int inheritedConnection(int fd)
+{
+    static std::mutex lock;
+    static bool taken[2] = {false, false};
+    std::lock_guard<std::mutex> g(lock);
+    if (fd < 3 || fd > 4 || taken[fd - 3])
+        return -1;
+    taken[fd - 3] = true;
+    // The library's own connections close on exec: an inherited one does not.
+    int flags = fcntl(fd, F_GETFD);
+    if (flags < 0 || (flags & FD_CLOEXEC))
+        return -1;
+    sockaddr_un peer{};
+    socklen_t len = sizeof peer;
+    if (getpeername(fd, reinterpret_cast<sockaddr *>(&peer), &len) != 0 || peer.sun_family != AF_UNIX)
+        return -1;
+    std::string path(peer.sun_path, strnlen(peer.sun_path, sizeof peer.sun_path));
+    std::string tail = std::string("/run/") + kSocketName;
+    if (path.size() < tail.size() || path.compare(path.size() - tail.size(), tail.size(), tail) != 0)
+        return -1;
+    TS_CHECK(fcntl(fd, F_SETFD, FD_CLOEXEC) == 0, "fcntl(inherited manager connection)");
+    return fd;
+}
+
+// A connection to the manager for the service process: the inherited one
+// at `inherited` when there is one, else a new one.
+int connectFromService(int inherited, unsigned long *err)
+{
+    int fd = inheritedConnection(inherited);
+    return fd >= 0 ? fd : connectManager(false, err);
 }
 
 // The one status handle of the process's service.
@@ -174,7 +214,7 @@ BOOL WINAPI StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA *lpServiceSta
         return fail(ERROR_FAILED_SERVICE_CONTROLLER_CONNECT);
     };
     unsigned long err = 0;
-    int fd = connectManager(false, &err);
+    int fd = connectFromService(3, &err);
     if (fd < 0)
         return refuse(fd);
     Writer w;
@@ -314,7 +354,7 @@ BOOL WINAPI SetServiceStatus(SERVICE_STATUS_HANDLE hServiceStatus, LPSERVICE_STA
         for (int attempt = 0; attempt < 2; ++attempt) {
             if (d.statusFd < 0) {
                 unsigned long err = 0;
-                d.statusFd = connectManager(false, &err);
+                d.statusFd = connectFromService(4, &err);
                 if (d.statusFd < 0) {
                     code = static_cast<DWORD>(err);
                     break;

@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <map>
 #include <set>
 #include <sstream>
 #include <string>
@@ -122,8 +123,22 @@ TEST(PathSecurity, DrivePathsNeverLeadOutOfTheMachineRoot)
 // A service process holds its standard streams and what its dispatcher
 // needs (its connections to the manager and its wake-up pipe), nothing
 // the manager or the starting program had open, and runs in the machine
-// root it was installed in.
-TEST_F(ServiceTest, ServiceProcessStartsWithOnlyTheDescriptorsItNeeds)
+// root it was installed in with the manager's fixed environment: not the
+// variables of the program that started the manager on demand, nor an
+// init system's socket.
+class ServiceEnvironmentTest : public ServiceTest {
+protected:
+    void SetUp() override
+    {
+        setenv("TSUTIL_CLIENT_ONLY", "of the first client", 1);
+        setenv("NOTIFY_SOCKET", "@tsutil-no-init-system", 1);
+        ServiceTest::SetUp(); // starts this root's manager, which sees them
+        unsetenv("TSUTIL_CLIENT_ONLY");
+        unsetenv("NOTIFY_SOCKET");
+    }
+};
+
+TEST_F(ServiceEnvironmentTest, ServiceProcessStartsWithOnlyTheDescriptorsItNeeds)
 {
     // Descriptors the starting program holds, which must not reach the
     // service: one inheritable on purpose.
@@ -142,14 +157,15 @@ TEST_F(ServiceTest, ServiceProcessStartsWithOnlyTheDescriptorsItNeeds)
     std::istringstream lines(tstest::ReadWholeFile(report));
     std::set<int> standard;
     int sockets = 0, pipes = 0;
-    std::string line, rootSeen;
+    std::string line, pid;
     while (std::getline(lines, line)) {
         std::istringstream words(line);
         std::string kind;
         words >> kind;
-        if (kind == "env") {
-            if (line.compare(4, 12, "TSUTIL_ROOT=") == 0)
-                rootSeen = line.substr(16);
+        if (kind == "env" || kind == "id")
+            continue;
+        if (kind == "pid") {
+            words >> pid;
             continue;
         }
         int fd;
@@ -169,8 +185,33 @@ TEST_F(ServiceTest, ServiceProcessStartsWithOnlyTheDescriptorsItNeeds)
     EXPECT_EQ(standard, (std::set<int>{0, 1, 2}));
     EXPECT_LE(sockets, 2) << "the dispatcher's connection and the status connection";
     EXPECT_LE(pipes, 2) << "the dispatcher's wake-up pipe";
-    EXPECT_EQ(rootSeen, root_.path());
     fclose(held);
+
+    // The environment the process started with, as the system keeps it.
+    ASSERT_FALSE(pid.empty());
+    std::string environ = tstest::ReadWholeFile("/proc/" + pid + "/environ");
+    std::map<std::string, std::string> env;
+    for (size_t at = 0, end; at < environ.size(); at = end + 1) {
+        end = environ.find('\0', at);
+        if (end == std::string::npos)
+            end = environ.size();
+        std::string entry = environ.substr(at, end - at);
+        size_t eq = entry.find('=');
+        env[entry.substr(0, eq)] = eq == std::string::npos ? "" : entry.substr(eq + 1);
+    }
+    const std::set<std::string> allowed = {"PATH",         "LD_LIBRARY_PATH", "LANG",         "LANGUAGE",
+                                           "TZ",           "ASAN_OPTIONS",    "UBSAN_OPTIONS", "LSAN_OPTIONS",
+                                           "TSAN_OPTIONS", "TSUTIL_ROOT",     "HOME",          "USER",
+                                           "LOGNAME"};
+    for (auto &e : env)
+        EXPECT_TRUE(allowed.count(e.first) || e.first.compare(0, 3, "LC_") == 0) << "passed on: " << e.first;
+    EXPECT_EQ(env["TSUTIL_ROOT"], root_.path());
+    EXPECT_FALSE(env["PATH"].empty());
+    EXPECT_FALSE(env["HOME"].empty());
+    EXPECT_EQ(env["USER"], env["LOGNAME"]);
+    EXPECT_EQ(env.count("TSUTIL_CLIENT_ONLY"), 0u);
+    EXPECT_EQ(env.count("NOTIFY_SOCKET"), 0u);
+
     SERVICE_STATUS st{};
     ASSERT_TRUE(ControlService(svc, SERVICE_CONTROL_STOP, &st)) << GetLastError();
     ASSERT_TRUE(WaitForState(svc, SERVICE_STOPPED));

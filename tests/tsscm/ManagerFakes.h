@@ -71,7 +71,7 @@ private:
 
 class FakeLauncher : public tsscm::ProcessLauncher {
 public:
-    DWORD launch(const std::string &, pid_t *pid) override
+    DWORD launch(const tsscm::ServiceConfig &, pid_t *pid) override
     {
         std::lock_guard<std::mutex> g(lock_);
         *pid = ++lastPid_;

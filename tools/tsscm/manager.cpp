@@ -248,7 +248,7 @@ DWORD Manager::startLocked(const ServicePtr &s, std::vector<std::string> args, L
     if (config.start == SERVICE_DISABLED)
         return ERROR_SERVICE_DISABLED;
     pid_t pid = 0;
-    if (DWORD e = launcher_.launch(config.imagePath, &pid))
+    if (DWORD e = launcher_.launch(config, &pid))
         return e;
     s->pid = pid;
     launcher_.remember(s->name, pid);
@@ -506,8 +506,21 @@ void Manager::autoStart()
     }
 }
 
+void Manager::onShutdown(std::function<void()> hook)
+{
+    Lock g(lock_);
+    shutdownHook_ = std::move(hook);
+}
+
 void Manager::shutdown()
 {
+    std::function<void()> hook;
+    {
+        Lock g(lock_);
+        hook = shutdownHook_;
+    }
+    if (hook)
+        hook();
     Lock g(lock_);
     std::vector<ServicePtr> live;
     for (auto &entry : services_)

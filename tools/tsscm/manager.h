@@ -26,9 +26,10 @@ namespace tsscm {
 class ProcessLauncher {
 public:
     virtual ~ProcessLauncher() = default;
-    // Starts the service's command line (its ImagePath); ERROR_SUCCESS
-    // with *pid set, or the Win32 error why it cannot.
-    virtual DWORD launch(const std::string &imagePath, pid_t *pid) = 0;
+    // Starts the service's command line (its ImagePath) as its account
+    // (ObjectName); ERROR_SUCCESS with *pid set, or the Win32 error why it
+    // cannot.
+    virtual DWORD launch(const ServiceConfig &config, pid_t *pid) = 0;
     // Ends the process at once.
     virtual void kill(pid_t pid) = 0;
     // The service's process runs (remember) or has ended (forget): kept
@@ -126,6 +127,8 @@ public:
     bool hasProcesses();
     // Called (without the manager's lock) when a process has ended.
     void onProcessEnded(std::function<void()> hook);
+    // Called when shutdown begins.
+    void onShutdown(std::function<void()> hook);
 
 private:
     struct Service;
@@ -153,6 +156,7 @@ private:
     // return. Read at each start.
     DWORD pipeTimeoutMs_ = 30000;
     std::function<void()> processEndedHook_;
+    std::function<void()> shutdownHook_;
 };
 
 } // namespace tsscm
