@@ -143,7 +143,7 @@ TEST_F(ServiceTest, TsscRoundTrip)
     EXPECT_NE(out.find("[SC] DeleteService SUCCESS"), std::string::npos) << out;
     EXPECT_EQ(RunCaptured("tssc", "query " + name, out), ExitCodeOf(ERROR_SERVICE_DOES_NOT_EXIST)) << out;
     EXPECT_NE(out.find("[SC] OpenService FAILED 1060:"), std::string::npos) << out;
-    EXPECT_EQ(RunCaptured("tssc", "frobnicate", out), ExitCodeOf(ERROR_INVALID_PARAMETER)) << out;
+    EXPECT_EQ(RunCaptured("tssc", "frobnicate", out), ExitCodeOf(ERROR_INVALID_COMMAND_LINE)) << out;
 }
 
 TEST(ServiceManagerStart, ForegroundDaemonServesUntilStopped)

@@ -148,6 +148,9 @@ DWORD Manager::create(const CreateRequest &r, pid_t client, Opened *out)
     c.account = storedAccountName(r.account);
     c.group = r.group;
     splitDependencies(r.dependencies, c);
+    // An interactive service runs as LocalSystem, as on Windows.
+    if ((c.type & SERVICE_INTERACTIVE_PROCESS) && c.account != "LocalSystem")
+        return ERROR_INVALID_PARAMETER;
     if (DWORD e = checkConfig(c))
         return e;
     if (LONG e = db_.writeService(c))
@@ -254,6 +257,8 @@ DWORD Manager::changeConfig(uint64_t id, const ChangeRequest &r)
         c.description = *r.description;
     if (r.delayedAutostart)
         c.delayedAutostart = *r.delayedAutostart;
+    if ((c.type & SERVICE_INTERACTIVE_PROCESS) && c.account != "LocalSystem")
+        return ERROR_INVALID_PARAMETER;
     if (DWORD e = checkConfig(c))
         return e;
     if (LONG e = db_.writeService(c))
