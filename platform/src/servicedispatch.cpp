@@ -76,8 +76,11 @@ int inheritedConnection(int fd)
     if (getpeername(fd, reinterpret_cast<sockaddr *>(&peer), &len) != 0 || peer.sun_family != AF_UNIX)
         return -1;
     std::string path(peer.sun_path, strnlen(peer.sun_path, sizeof peer.sun_path));
+    // The manager binds its socket as "<name>.<pid>" and renames it once it listens.
     std::string tail = std::string("/run/") + kSocketName;
-    if (path.size() < tail.size() || path.compare(path.size() - tail.size(), tail.size(), tail) != 0)
+    size_t at = path.rfind(tail);
+    std::string rest = at == std::string::npos ? std::string("?") : path.substr(at + tail.size());
+    if (!rest.empty() && (rest[0] != '.' || rest.find_first_not_of("0123456789", 1) != std::string::npos))
         return -1;
     TS_CHECK(fcntl(fd, F_SETFD, FD_CLOEXEC) == 0, "fcntl(inherited manager connection)");
     return fd;

@@ -5,6 +5,7 @@
 #include "../platform/ScratchDir.h"
 #include "../platform/ServiceFixture.h"
 
+#include <pwd.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -215,5 +216,41 @@ TEST_F(ServiceEnvironmentTest, ServiceProcessStartsWithOnlyTheDescriptorsItNeeds
     SERVICE_STATUS st{};
     ASSERT_TRUE(ControlService(svc, SERVICE_CONTROL_STOP, &st)) << GetLastError();
     ASSERT_TRUE(WaitForState(svc, SERVICE_STOPPED));
+    CloseServiceHandle(svc);
+}
+
+// A service whose account is another user runs as that user and its group
+// when the manager runs as root (NT AUTHORITY\LocalService is "nobody"),
+// with that user's HOME and USER, and still reaches its manager although
+// the machine root is not that user's.
+TEST_F(ServiceTest, ServiceRunsAsTheUserOfItsAccount)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "a manager that does not run as root starts services as its own user only";
+    passwd *nobody = getpwnam("nobody");
+    if (!nobody)
+        GTEST_SKIP() << "no user nobody";
+    OutsideFolder outside; // where nobody may write its report
+    ASSERT_FALSE(outside.path().empty());
+    ASSERT_EQ(chmod(outside.path().c_str(), 0777), 0);
+    std::string report = outside.path() + "/report";
+    std::string command = "\"" + tstest::SiblingProgram("fdservice") + "\" \"" + report + "\"";
+    SC_HANDLE svc = CreateServiceA(scm_, "AsNobody", nullptr, SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS,
+                                   SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL, command.c_str(), nullptr, nullptr,
+                                   nullptr, "NT AUTHORITY\\LocalService", nullptr);
+    ASSERT_NE(svc, nullptr) << GetLastError();
+    created_.push_back("AsNobody");
+    ASSERT_TRUE(StartServiceA(svc, 0, nullptr)) << GetLastError();
+    ASSERT_TRUE(WaitForState(svc, SERVICE_RUNNING));
+    ASSERT_TRUE(tstest::AwaitFile(report));
+    std::string text = tstest::ReadWholeFile(report);
+    EXPECT_NE(text.find("id " + std::to_string(nobody->pw_uid) + " " + std::to_string(nobody->pw_gid) + "\n"),
+              std::string::npos)
+        << text;
+    EXPECT_NE(text.find("env USER=nobody\n"), std::string::npos) << text;
+    EXPECT_NE(text.find(std::string("env HOME=") + nobody->pw_dir + "\n"), std::string::npos) << text;
+    SERVICE_STATUS st{};
+    ASSERT_TRUE(ControlService(svc, SERVICE_CONTROL_STOP, &st)) << GetLastError();
+    EXPECT_TRUE(WaitForState(svc, SERVICE_STOPPED));
     CloseServiceHandle(svc);
 }
