@@ -234,6 +234,18 @@ DWORD listServices(SC_HANDLE hSCManager, DWORD type, DWORD state, std::vector<Li
     return r.ok() ? ERROR_SUCCESS : static_cast<DWORD>(ERROR_INVALID_DATA);
 }
 
+DWORD enumerate(SC_HANDLE hSCManager, DWORD type, DWORD state, LPDWORD needed, LPDWORD returned,
+                std::vector<ListedService> &out)
+{
+    HandleRef ref;
+    ManagerObject *m = manager(hSCManager, ref);
+    if (!m)
+        return GetLastError();
+    if ((m->access & SC_MANAGER_ENUMERATE_SERVICE) && (!needed || !returned))
+        return ERROR_INVALID_ADDRESS;
+    return listServices(hSCManager, type, state, out);
+}
+
 } // namespace tsp::svc
 
 extern "C" {
@@ -396,16 +408,8 @@ BOOL WINAPI EnumServicesStatusA(SC_HANDLE hSCManager, DWORD dwServiceType, DWORD
                                 LPENUM_SERVICE_STATUSA lpServices, DWORD cbBufSize, LPDWORD pcbBytesNeeded,
                                 LPDWORD lpServicesReturned, LPDWORD lpResumeHandle)
 {
-    {
-        HandleRef ref;
-        ManagerObject *m = manager(hSCManager, ref);
-        if (!m)
-            return FALSE;
-        if ((m->access & SC_MANAGER_ENUMERATE_SERVICE) && (!pcbBytesNeeded || !lpServicesReturned))
-            return fail(ERROR_INVALID_ADDRESS);
-    }
     std::vector<ListedService> all;
-    if (DWORD code = listServices(hSCManager, dwServiceType, dwServiceState, all))
+    if (DWORD code = enumerate(hSCManager, dwServiceType, dwServiceState, pcbBytesNeeded, lpServicesReturned, all))
         return fail(code);
     for (ListedService &e : all) {
         e.name = wireToAnsi(e.name);

@@ -147,6 +147,11 @@ struct ListedService {
 DWORD listServices(SC_HANDLE hSCManager, DWORD type, DWORD state, std::vector<ListedService> &out,
                    bool listing = true);
 
+// listServices for EnumServicesStatus: ERROR_INVALID_ADDRESS for a null
+// count (with the right to list).
+DWORD enumerate(SC_HANDLE hSCManager, DWORD type, DWORD state, LPDWORD needed, LPDWORD returned,
+                std::vector<ListedService> &out);
+
 // Text between the calls and the wire (UTF-8). From UTF-16: false when it
 // is not well-formed (a lone surrogate). The A calls' text is in the ANSI
 // code page.

@@ -170,16 +170,8 @@ BOOL WINAPI EnumServicesStatusExW(SC_HANDLE hSCManager, SC_ENUM_TYPE InfoLevel, 
         return fail(ERROR_INVALID_LEVEL);
     if (pszGroupName)
         return fail(ERROR_INVALID_PARAMETER);
-    {
-        HandleRef ref;
-        ManagerObject *m = manager(hSCManager, ref);
-        if (!m)
-            return FALSE;
-        if ((m->access & SC_MANAGER_ENUMERATE_SERVICE) && (!pcbBytesNeeded || !lpServicesReturned))
-            return fail(ERROR_INVALID_ADDRESS);
-    }
     std::vector<ListedService> all;
-    if (DWORD code = listServices(hSCManager, dwServiceType, dwServiceState, all))
+    if (DWORD code = enumerate(hSCManager, dwServiceType, dwServiceState, pcbBytesNeeded, lpServicesReturned, all))
         return fail(code);
     DWORD start = lpResumeHandle ? *lpResumeHandle : 0;
     if (start > all.size())

@@ -148,13 +148,8 @@ DWORD Manager::create(const CreateRequest &r, pid_t client, Opened *out)
     c.account = storedAccountName(r.account);
     c.group = r.group;
     splitDependencies(r.dependencies, c);
-    // An interactive service runs as LocalSystem, as on Windows.
-    if ((c.type & SERVICE_INTERACTIVE_PROCESS) && c.account != "LocalSystem")
-        return ERROR_INVALID_PARAMETER;
-    if (DWORD e = checkConfig(c))
+    if (DWORD e = store(c))
         return e;
-    if (LONG e = db_.writeService(c))
-        return static_cast<DWORD>(e);
     ServicePtr s = lookupName(r.name);
     if (!s)
         return ERROR_GEN_FAILURE;
@@ -207,11 +202,17 @@ bool Manager::dependsOn(const ServiceConfig &config, const ServiceConfig &on)
     return false;
 }
 
-// A configuration whose dependencies lead back to the service itself:
-// ERROR_CIRCULAR_DEPENDENCY.
-DWORD Manager::checkConfig(const ServiceConfig &config)
+// Writes a configuration that holds together: an interactive service
+// runs as LocalSystem, as on Windows (else ERROR_INVALID_PARAMETER), and
+// dependencies lead not back to the service (ERROR_CIRCULAR_DEPENDENCY).
+DWORD Manager::store(const ServiceConfig &config)
 {
-    return dependsOn(config, config) ? ERROR_CIRCULAR_DEPENDENCY : ERROR_SUCCESS;
+    if ((config.type & SERVICE_INTERACTIVE_PROCESS) && config.account != "LocalSystem")
+        return ERROR_INVALID_PARAMETER;
+    if (dependsOn(config, config))
+        return ERROR_CIRCULAR_DEPENDENCY;
+    LONG e = db_.writeService(config);
+    return static_cast<DWORD>(e);
 }
 
 DWORD Manager::changeConfig(uint64_t id, const ChangeRequest &r)
@@ -257,12 +258,8 @@ DWORD Manager::changeConfig(uint64_t id, const ChangeRequest &r)
         c.description = *r.description;
     if (r.delayedAutostart)
         c.delayedAutostart = *r.delayedAutostart;
-    if ((c.type & SERVICE_INTERACTIVE_PROCESS) && c.account != "LocalSystem")
-        return ERROR_INVALID_PARAMETER;
-    if (DWORD e = checkConfig(c))
+    if (DWORD e = store(c))
         return e;
-    if (LONG e = db_.writeService(c))
-        return static_cast<DWORD>(e);
     logLine("%s: configuration changed", c.name.c_str());
     return ERROR_SUCCESS;
 }
@@ -368,6 +365,8 @@ std::vector<Manager::Listed> Manager::enumerate(DWORD type, DWORD state)
 bool Manager::hasProcesses()
 {
     Lock g(lock_);
+    if (delayedStartPending_)
+        return true;
     for (auto &entry : services_)
         if (entry.second->pid != 0 || entry.second->launching)
             return true;

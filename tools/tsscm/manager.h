@@ -148,7 +148,8 @@ public:
     // waits for the processes (WaitToKillServiceTimeout in all) and kills
     // the rest.
     void shutdown();
-    // True while a service process runs or is being started.
+    // True while a service process runs or is being started, or a delayed
+    // automatic start is to come.
     bool hasProcesses();
     // Called (without the manager's lock) when a process has ended.
     void onProcessEnded(std::function<void()> hook);
@@ -169,7 +170,7 @@ private:
     DWORD startWithDependencies(const ServicePtr &s, std::vector<std::string> args, Lock &g,
                                 std::vector<std::string> &chain);
     DWORD runDependency(const ServicePtr &s, Lock &g, std::vector<std::string> &chain);
-    DWORD checkConfig(const ServiceConfig &config);
+    DWORD store(const ServiceConfig &config);
     bool dependsOn(const ServiceConfig &config, const ServiceConfig &on);
     bool hasRunningDependents(const ServicePtr &s);
     DWORD controlLocked(const ServicePtr &s, DWORD control, Lock &g);
@@ -189,6 +190,7 @@ private:
     std::function<void()> processEndedHook_;
     std::function<void()> shutdownHook_;
     bool shuttingDown_ = false;
+    bool delayedStartPending_ = false;
 };
 
 } // namespace tsscm

@@ -236,8 +236,10 @@ void Manager::autoStart()
     if (!anyDelayed)
         return;
     DWORD delaySeconds = db_.readControlValue("AutoStartDelay", 120);
+    delayedStartPending_ = true; // an on-demand daemon stays for it
     changed_.wait_until(g, after(delaySeconds * 1000), [&] { return shuttingDown_; });
     startAll(true);
+    delayedStartPending_ = false;
 }
 
 } // namespace tsscm
