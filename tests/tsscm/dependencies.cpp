@@ -38,6 +38,12 @@ public:
         std::lock_guard<std::mutex> g(lock_);
         return started_;
     }
+    // Waits until the service has reported SERVICE_RUNNING; false after the bound.
+    bool awaitRunning(const std::string &name)
+    {
+        std::unique_lock<std::mutex> g(lock_);
+        return changed_.wait_for(g, kBound, [&] { return running_.count(name) > 0; });
+    }
     std::vector<std::string> stopped()
     {
         std::lock_guard<std::mutex> g(lock_);
@@ -68,13 +74,16 @@ private:
                 manager_.processEnded(pid);
             };
             links_.push_back(link);
-            manager_.attachDispatcher(pid, [&](const std::string &, const std::vector<std::string> &) { return link; });
             {
                 std::lock_guard<std::mutex> g(lock_);
-                started_.push_back(name);
+                started_.push_back(name); // before the start it ends can return
             }
+            manager_.attachDispatcher(pid, [&](const std::string &, const std::vector<std::string> &) { return link; });
             manager_.setStatus(pid, SERVICE_STATUS{SERVICE_WIN32_OWN_PROCESS, SERVICE_RUNNING, kAccepts, 0, 0, 0, 0},
                                1);
+            std::lock_guard<std::mutex> g(lock_);
+            running_.insert(name);
+            changed_.notify_all();
         }
     }
 
@@ -82,7 +91,9 @@ private:
     FakeLauncher &launcher_;
     const std::set<std::string> dies_;
     std::mutex lock_;
+    std::condition_variable changed_;
     std::vector<std::string> started_, stopped_;
+    std::set<std::string> running_;
     std::vector<std::shared_ptr<FakeLink>> links_;
     std::thread thread_;
 };
@@ -154,6 +165,7 @@ TEST_F(DependencyTest, StartBringsUpDependenciesOrFailsAsWindowsDoes)
         FakeLauncher launcher;
         Manager manager(db, launcher);
         db.setControlValue("ServicesPipeTimeout", 2000);
+        db.setControlValue("WaitToKillServiceTimeout", 200); // one that has not reported yet is killed
         Autopilot pilot(manager, launcher, c.dies);
         uint64_t id = 0;
         for (const Service &s : c.services)
@@ -161,6 +173,7 @@ TEST_F(DependencyTest, StartBringsUpDependenciesOrFailsAsWindowsDoes)
         EXPECT_EQ(manager.start(id, {}), c.result);
         if (c.result == 0) {
             EXPECT_EQ(pilot.started(), c.started);
+            EXPECT_TRUE(pilot.awaitRunning(c.started.back()));
         }
         manager.shutdown();
     }
@@ -201,6 +214,7 @@ TEST_F(DependencyTest, StopWaitsForDependentsAndShutdownStopsThemFirst)
     uint64_t a = Make({"A", SERVICE_DEMAND_START, "", {"B"}});
     Autopilot pilot(manager_, launcher_, {});
     ASSERT_EQ(manager_.start(a, {}), 0u);
+    ASSERT_TRUE(pilot.awaitRunning("A"));
     SERVICE_STATUS st{};
     EXPECT_EQ(manager_.control(c, SERVICE_CONTROL_STOP, &st), static_cast<DWORD>(ERROR_DEPENDENT_SERVICES_RUNNING));
     EXPECT_EQ(st.dwCurrentState, static_cast<DWORD>(SERVICE_RUNNING));
@@ -224,5 +238,6 @@ TEST_F(DependencyTest, DelayedAutomaticServicesStartAfterTheOthersAndTheDelay)
     manager_.autoStart();
     EXPECT_GE(std::chrono::steady_clock::now() - begun, std::chrono::seconds(1));
     EXPECT_EQ(pilot.started(), (std::vector<std::string>{"First", "Later"}));
+    EXPECT_TRUE(pilot.awaitRunning("Later"));
     manager_.shutdown();
 }
