@@ -87,6 +87,10 @@ private:
 // that keeps to the protocol has read every earlier reply, so a small
 // reply always fits).
 bool sendFrame(int fd, const std::string &payload, bool wait = true);
+// Adds one frame to frames, for sendFrames.
+void appendFrame(std::string &frames, const std::string &payload);
+// Sends frames made by appendFrame in one write: the peer wakes once for all.
+bool sendFrames(int fd, const std::string &frames);
 
 // Reads exactly n bytes; timeoutMs < 0 waits without limit. False on end of
 // stream (errno ECONNRESET), error or time-out (errno ETIMEDOUT).

@@ -45,8 +45,11 @@ struct Dispatcher {
 
 // True on the dispatcher's thread while a handler runs: its reports go on
 // the dispatcher's connection, ahead of the handler's answer, and the
-// manager applies them as they come and before it answers the control.
+// manager applies them before it answers the control. They are held in
+// handlerReports and written with the answer, in one write, so that the
+// manager's thread wakes once for the whole control.
 thread_local bool inHandler = false;
+thread_local std::string handlerReports;
 
 Dispatcher &dispatcher()
 {
@@ -305,13 +308,16 @@ BOOL WINAPI StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA *lpServiceSta
             ctx = d.context;
         }
         DWORD result = NO_ERROR;
+        handlerReports.clear();
         inHandler = true;
         if (hx)
             result = hx(control, 0, nullptr, ctx);
         else if (h)
             h(control);
         inHandler = false;
-        sendFrame(fd, Writer().u32(static_cast<uint32_t>(Op::ControlDone)).u32(seq).u32(result).data());
+        appendFrame(handlerReports, Writer().u32(static_cast<uint32_t>(Op::ControlDone)).u32(seq).u32(result).data());
+        // A manager that is gone shows at the next read.
+        sendFrames(fd, handlerReports);
     }
     if (fd >= 0)
         close(fd);
@@ -350,8 +356,7 @@ BOOL WINAPI SetServiceStatus(SERVICE_STATUS_HANDLE hServiceStatus, LPSERVICE_STA
     }
     DWORD code = ERROR_SUCCESS;
     if (inHandler) {
-        if (!sendFrame(d.controlFd, Writer().u32(static_cast<uint32_t>(Op::SetStatus)).status(st).u64(seq).data()))
-            code = RPC_S_SERVER_UNAVAILABLE;
+        appendFrame(handlerReports, Writer().u32(static_cast<uint32_t>(Op::SetStatus)).status(st).u64(seq).data());
     } else {
         std::lock_guard<std::mutex> g(d.statusLock);
         for (int attempt = 0; attempt < 2; ++attempt) {

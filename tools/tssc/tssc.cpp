@@ -167,8 +167,17 @@ int config(SC_HANDLE svc, const Command &c)
                                        c.errorControl.value_or(SERVICE_NO_CHANGE), path, group, nullptr, depend, obj,
                                        password, display))
         return failed("ChangeServiceConfig", GetLastError());
-    // A start type given says whether the start is delayed.
-    if (int rc = changeConfig2(svc, c, c.start.has_value()))
+    // A start type given says whether the start is delayed: delayed-auto
+    // sets it, another start type clears it where it is set.
+    bool delayedChange = c.delayedAuto;
+    if (c.start && !c.delayedAuto) {
+        SERVICE_DELAYED_AUTO_START_INFO now{FALSE};
+        DWORD needed = 0;
+        delayedChange = QueryServiceConfig2W(svc, SERVICE_CONFIG_DELAYED_AUTO_START_INFO,
+                                             reinterpret_cast<BYTE *>(&now), sizeof now, &needed) &&
+                        now.fDelayedAutostart;
+    }
+    if (int rc = changeConfig2(svc, c, delayedChange))
         return rc;
     say("[SC] ChangeServiceConfig SUCCESS\n");
     warnInteractive(c);
