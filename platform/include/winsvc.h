@@ -226,7 +226,13 @@ WINBASEAPI SC_HANDLE WINAPI OpenServiceA(SC_HANDLE hSCManager, LPCSTR lpServiceN
  * HKLM\SYSTEM\CurrentControlSet\Control\ServicesPipeTimeout milliseconds
  * (default 30000; the process is then killed), ERROR_PROCESS_ABORTED when
  * it ends before. The arguments reach the service main function after the
- * service's name. */
+ * service's name. The services it depends on are started first and waited
+ * for until they run: ERROR_SERVICE_DEPENDENCY_FAIL when one cannot start,
+ * ERROR_SERVICE_DEPENDENCY_DELETED when one does not exist,
+ * ERROR_CIRCULAR_DEPENDENCY when they lead back to it. POSIX: a service of
+ * another account than the manager's user runs as that user when the
+ * manager runs as root; a manager that does not run as root refuses it
+ * with ERROR_SERVICE_LOGON_FAILED. */
 WINBASEAPI BOOL WINAPI StartServiceA(SC_HANDLE hService, DWORD dwNumServiceArgs, LPCSTR *lpServiceArgVectors);
 
 /* Sends a control and returns after the service's handler has returned,
@@ -235,8 +241,9 @@ WINBASEAPI BOOL WINAPI StartServiceA(SC_HANDLE hService, DWORD dwNumServiceArgs,
  * pending; ERROR_INVALID_SERVICE_CONTROL for a control it does not accept;
  * ERROR_INVALID_PARAMETER for 0 or a code above 255;
  * ERROR_SERVICE_REQUEST_TIMEOUT when the handler does not return within the
- * pipe time-out. lpServiceStatus is filled for NO_ERROR and those first
- * three codes. Unlike Windows, SERVICE_CONTROL_SHUTDOWN may be sent too
+ * pipe time-out; ERROR_DEPENDENT_SERVICES_RUNNING for a stop while a
+ * service that depends on it runs. lpServiceStatus is filled for NO_ERROR
+ * and those first three codes. Unlike Windows, SERVICE_CONTROL_SHUTDOWN may be sent too
  * (as the manager itself does when it stops). */
 WINBASEAPI BOOL WINAPI ControlService(SC_HANDLE hService, DWORD dwControl, LPSERVICE_STATUS lpServiceStatus);
 
