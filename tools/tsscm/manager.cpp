@@ -160,10 +160,9 @@ DWORD Manager::create(const CreateRequest &r, pid_t client, Opened *out)
 }
 
 // True when config depends on `on`, by name or through a group, directly
-// or through others.
-bool Manager::dependsOn(const ServiceConfig &config, const ServiceConfig &on)
+// or through others (all: every service's configuration).
+bool Manager::dependsOn(const ServiceConfig &config, const ServiceConfig &on, const std::vector<ServiceConfig> &all)
 {
-    std::vector<ServiceConfig> all = db_.readAllServices();
     std::string target = foldServiceName(on.name), targetGroup = foldServiceName(on.group);
     std::vector<const ServiceConfig *> todo{&config};
     std::vector<std::string> seen;
@@ -209,7 +208,7 @@ DWORD Manager::store(const ServiceConfig &config)
 {
     if ((config.type & SERVICE_INTERACTIVE_PROCESS) && config.account != "LocalSystem")
         return ERROR_INVALID_PARAMETER;
-    if (dependsOn(config, config))
+    if (dependsOn(config, config, db_.readAllServices()))
         return ERROR_CIRCULAR_DEPENDENCY;
     LONG e = db_.writeService(config);
     return static_cast<DWORD>(e);

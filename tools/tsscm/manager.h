@@ -171,7 +171,7 @@ private:
                                 std::vector<std::string> &chain);
     DWORD runDependency(const ServicePtr &s, Lock &g, std::vector<std::string> &chain);
     DWORD store(const ServiceConfig &config);
-    bool dependsOn(const ServiceConfig &config, const ServiceConfig &on);
+    bool dependsOn(const ServiceConfig &config, const ServiceConfig &on, const std::vector<ServiceConfig> &all);
     bool hasRunningDependents(const ServicePtr &s);
     DWORD controlLocked(const ServicePtr &s, DWORD control, Lock &g);
     void applyReport(const ServicePtr &s, const SERVICE_STATUS &status, uint64_t seq);

@@ -161,9 +161,10 @@ void Manager::shutdown()
     for (auto &entry : services_)
         if (entry.second->running())
             live.push_back(entry.second);
+    std::vector<ServiceConfig> all = db_.readAllServices();
     std::map<std::string, ServiceConfig> configs;
-    for (ServiceConfig &c : db_.readAllServices())
-        configs[foldServiceName(c.name)] = std::move(c);
+    for (const ServiceConfig &c : all)
+        configs[foldServiceName(c.name)] = c;
     auto config = [&](const ServicePtr &s) {
         auto it = configs.find(foldServiceName(s->name));
         return it == configs.end() ? ServiceConfig{} : it->second;
@@ -179,7 +180,7 @@ void Manager::shutdown()
         for (const ServicePtr &s : left) {
             bool needed = false;
             for (const ServicePtr &other : left)
-                needed = needed || (other != s && dependsOn(config(other), config(s)));
+                needed = needed || (other != s && dependsOn(config(other), config(s), all));
             (needed ? rest : round).push_back(s);
         }
         if (round.empty())
