@@ -197,6 +197,12 @@ TEST_F(ServiceTest, TsscReadsScExeLines)
         {"description {N} \"A service's text\"", 0, "[SC] ChangeServiceConfig2 SUCCESS", nullptr},
         {"qdescription {N}", 0, "DESCRIPTION:  A service's text", nullptr},
         {"description {N}", kUsage, "USAGE:", nullptr},
+        // Text in any language is kept as given (the Windows leg's command line here is narrow).
+        {"config {N} DisplayName= \"Grüße 世界\"", 0, "ChangeServiceConfig SUCCESS", "a narrow command line"},
+        {"getdisplayname {N}", 0, "Name = Grüße 世界", "a narrow command line"},
+        {"getkeyname \"GRÜSSE 世界\"", ERROR_SERVICE_DOES_NOT_EXIST, "FAILED 1060:", "a narrow command line"},
+        {"description {N} \"Описание ✓\"", 0, "ChangeServiceConfig2 SUCCESS", "a narrow command line"},
+        {"qdescription {N}", 0, "DESCRIPTION:  Описание ✓", "a narrow command line"},
         {"getdisplayname {D}", 0, "Name = Dep Display", nullptr},
         {"getkeyname \"dep display\"", 0, "Name = {D}", nullptr},
         {"getkeyname NoSuchDisplayTs", ERROR_SERVICE_DOES_NOT_EXIST, "GetServiceKeyName FAILED 1060:", nullptr},
