@@ -16,7 +16,7 @@ namespace {
 
 class RefusingLauncher : public tsscm::ProcessLauncher {
 public:
-    DWORD launch(const std::string &, pid_t *) override { return ERROR_FILE_NOT_FOUND; }
+    DWORD launch(const tsscm::ServiceConfig &, pid_t *) override { return ERROR_FILE_NOT_FOUND; }
     void kill(pid_t) override {}
 };
 

@@ -106,13 +106,20 @@ bool writeAll(int fd, const char *p, size_t n, bool wait)
 
 } // namespace
 
+void appendFrame(std::string &frames, const std::string &payload)
+{
+    uint32_t len = static_cast<uint32_t>(payload.size());
+    frames.append(reinterpret_cast<const char *>(&len), sizeof len);
+    frames.append(payload);
+}
+
+bool sendFrames(int fd, const std::string &frames) { return writeAll(fd, frames.data(), frames.size(), true); }
+
 bool sendFrame(int fd, const std::string &payload, bool wait)
 {
     std::string frame;
-    uint32_t len = static_cast<uint32_t>(payload.size());
-    frame.reserve(sizeof len + payload.size());
-    frame.append(reinterpret_cast<const char *>(&len), sizeof len);
-    frame.append(payload);
+    frame.reserve(sizeof(uint32_t) + payload.size());
+    appendFrame(frame, payload);
     return writeAll(fd, frame.data(), frame.size(), wait);
 }
 

@@ -22,19 +22,25 @@ namespace tsp::svc {
 
 enum class Op : uint32_t {
     Hello = 1,        // -> err
-    Create,           // name, display, type, start, errctl, path, account -> err, id, name
+    Create,           // name, display, hasDisplay, type, start, errctl, path, account, group,
+                      // n, dependencies... -> err, id, name
     Open,             // name -> err, id, name
     Start,            // id, argc, args... -> err
     Control,          // id, control -> err, status
-    Query,            // id -> err, status
+    Query,            // id -> err, status, pid
     Delete,           // id -> err
-    Enumerate,        // type, state -> err, count, (name, display, status)...
+    Enumerate,        // type, state -> err, count, (name, display, status, pid)...
     SetStatus,        // status, seq -> err (from a service process); on the dispatcher's
                       // connection, from inside a handler: no reply
     Dispatcher,       // names... -> err, name, argc, args... (the connection then carries controls)
     ControlDone,      // seq, result (dispatcher -> daemon)
     StopManager,      // -> err (the daemon stops its services and ends)
     Close,            // id -> err (a service handle of the calling process is closed)
+    ChangeConfig,     // id, type, start, errctl, then each of path, account, group, display,
+                      // description as (present, text), (present, n, dependencies...),
+                      // (present, delayed) -> err
+    QueryConfig,      // id -> err, type, start, errctl, path, account, group, display,
+                      // description, delayed, n, dependencies (groups after '+')...
 };
 
 // Daemon -> dispatcher.
@@ -81,6 +87,10 @@ private:
 // that keeps to the protocol has read every earlier reply, so a small
 // reply always fits).
 bool sendFrame(int fd, const std::string &payload, bool wait = true);
+// Adds one frame to frames, for sendFrames.
+void appendFrame(std::string &frames, const std::string &payload);
+// Sends frames made by appendFrame in one write: the peer wakes once for all.
+bool sendFrames(int fd, const std::string &frames);
 
 // Reads exactly n bytes; timeoutMs < 0 waits without limit. False on end of
 // stream (errno ECONNRESET), error or time-out (errno ETIMEDOUT).
@@ -105,6 +115,8 @@ private:
     bool take(std::string &payload);
     std::string buffer_;
 };
+
+// Text on the wire is UTF-8.
 
 // Folds a service name for comparison: names match without case.
 std::string foldServiceName(const std::string &s);

@@ -105,6 +105,8 @@
 #define ERROR_INVALID_SERVICE_LOCK              1071L
 #define ERROR_SERVICE_MARKED_FOR_DELETE         1072L
 #define ERROR_SERVICE_EXISTS                    1073L
+#define ERROR_SERVICE_DEPENDENCY_DELETED        1075L
+#define ERROR_SERVICE_NEVER_STARTED             1077L
 #define ERROR_DUPLICATE_SERVICE_NAME            1078L
 #define ERROR_NO_UNICODE_TRANSLATION            1113L
 #define ERROR_SHUTDOWN_IN_PROGRESS              1115L
@@ -124,6 +126,7 @@
 #define ERROR_INVALID_WINDOW_HANDLE             1400L
 #define ERROR_INVALID_THREAD_ID                 1444L
 #define ERROR_TIMEOUT                           1460L
+#define ERROR_INVALID_COMMAND_LINE              1639L
 #define RPC_S_SERVER_UNAVAILABLE                1722L
 #define ERROR_INVALID_USER_BUFFER               1784L
 

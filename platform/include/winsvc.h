@@ -127,6 +127,54 @@ typedef struct _ENUM_SERVICE_STATUSA {
     SERVICE_STATUS ServiceStatus;
 } ENUM_SERVICE_STATUSA, *LPENUM_SERVICE_STATUSA;
 
+/* The service's process status (QueryServiceStatusEx, level
+ * SC_STATUS_PROCESS_INFO; EnumServicesStatusExW, level SC_ENUM_PROCESS_INFO). */
+typedef struct _SERVICE_STATUS_PROCESS {
+    DWORD dwServiceType;
+    DWORD dwCurrentState;
+    DWORD dwControlsAccepted;
+    DWORD dwWin32ExitCode;
+    DWORD dwServiceSpecificExitCode;
+    DWORD dwCheckPoint;
+    DWORD dwWaitHint;
+    DWORD dwProcessId;
+    DWORD dwServiceFlags;
+} SERVICE_STATUS_PROCESS, *LPSERVICE_STATUS_PROCESS;
+typedef enum _SC_STATUS_TYPE { SC_STATUS_PROCESS_INFO = 0 } SC_STATUS_TYPE;
+typedef enum _SC_ENUM_TYPE { SC_ENUM_PROCESS_INFO = 0 } SC_ENUM_TYPE;
+typedef struct _ENUM_SERVICE_STATUS_PROCESSW {
+    LPWSTR lpServiceName;
+    LPWSTR lpDisplayName;
+    SERVICE_STATUS_PROCESS ServiceStatusProcess;
+} ENUM_SERVICE_STATUS_PROCESSW, *LPENUM_SERVICE_STATUS_PROCESSW;
+
+/* A service's configuration (QueryServiceConfigW). lpDependencies is a
+ * double-terminated list; a group's name starts with SC_GROUP_IDENTIFIERW. */
+typedef struct _QUERY_SERVICE_CONFIGW {
+    DWORD dwServiceType;
+    DWORD dwStartType;
+    DWORD dwErrorControl;
+    LPWSTR lpBinaryPathName;
+    LPWSTR lpLoadOrderGroup;
+    DWORD dwTagId;
+    LPWSTR lpDependencies;
+    LPWSTR lpServiceStartName;
+    LPWSTR lpDisplayName;
+} QUERY_SERVICE_CONFIGW, *LPQUERY_SERVICE_CONFIGW;
+#define SC_GROUP_IDENTIFIERW        L'+'
+#define SC_GROUP_IDENTIFIERA        '+'
+
+/* Levels of ChangeServiceConfig2W and QueryServiceConfig2W that this layer
+ * keeps; others fail with ERROR_INVALID_LEVEL. */
+#define SERVICE_CONFIG_DESCRIPTION              1
+#define SERVICE_CONFIG_DELAYED_AUTO_START_INFO  3
+typedef struct _SERVICE_DESCRIPTIONW {
+    LPWSTR lpDescription;
+} SERVICE_DESCRIPTIONW, *LPSERVICE_DESCRIPTIONW;
+typedef struct _SERVICE_DELAYED_AUTO_START_INFO {
+    BOOL fDelayedAutostart;
+} SERVICE_DELAYED_AUTO_START_INFO, *LPSERVICE_DELAYED_AUTO_START_INFO;
+
 typedef void (WINAPI *LPSERVICE_MAIN_FUNCTIONA)(DWORD dwNumServicesArgs, LPSTR *lpServiceArgVectors);
 typedef void (WINAPI *LPHANDLER_FUNCTION)(DWORD dwControl);
 typedef DWORD (WINAPI *LPHANDLER_FUNCTION_EX)(DWORD dwControl, DWORD dwEventType, LPVOID lpEventData,
@@ -156,9 +204,8 @@ WINBASEAPI SC_HANDLE WINAPI OpenSCManagerA(LPCSTR lpMachineName, LPCSTR lpDataba
  * ERROR_INVALID_PARAMETER for a bad type,
  * start type or error control or a missing path, ERROR_SERVICE_MARKED_FOR_
  * DELETE while a service of that name awaits deletion, ERROR_ACCESS_DENIED
- * without SC_MANAGER_CREATE_SERVICE. Dependencies, groups and tags are not
- * kept; the account must be null or LocalSystem (POSIX: a service runs as
- * the daemon's user), else ERROR_INVALID_SERVICE_ACCOUNT. */
+ * without SC_MANAGER_CREATE_SERVICE. Group, dependencies and account as
+ * CreateServiceW takes them; tags are not kept. */
 WINBASEAPI SC_HANDLE WINAPI CreateServiceA(SC_HANDLE hSCManager, LPCSTR lpServiceName, LPCSTR lpDisplayName,
                                            DWORD dwDesiredAccess, DWORD dwServiceType, DWORD dwStartType,
                                            DWORD dwErrorControl, LPCSTR lpBinaryPathName,
@@ -179,7 +226,13 @@ WINBASEAPI SC_HANDLE WINAPI OpenServiceA(SC_HANDLE hSCManager, LPCSTR lpServiceN
  * HKLM\SYSTEM\CurrentControlSet\Control\ServicesPipeTimeout milliseconds
  * (default 30000; the process is then killed), ERROR_PROCESS_ABORTED when
  * it ends before. The arguments reach the service main function after the
- * service's name. */
+ * service's name. The services it depends on are started first and waited
+ * for until they run: ERROR_SERVICE_DEPENDENCY_FAIL when one cannot start,
+ * ERROR_SERVICE_DEPENDENCY_DELETED when one does not exist,
+ * ERROR_CIRCULAR_DEPENDENCY when they lead back to it. POSIX: a service of
+ * another account than the manager's user runs as that user when the
+ * manager runs as root; a manager that does not run as root refuses it
+ * with ERROR_SERVICE_LOGON_FAILED. */
 WINBASEAPI BOOL WINAPI StartServiceA(SC_HANDLE hService, DWORD dwNumServiceArgs, LPCSTR *lpServiceArgVectors);
 
 /* Sends a control and returns after the service's handler has returned,
@@ -188,8 +241,9 @@ WINBASEAPI BOOL WINAPI StartServiceA(SC_HANDLE hService, DWORD dwNumServiceArgs,
  * pending; ERROR_INVALID_SERVICE_CONTROL for a control it does not accept;
  * ERROR_INVALID_PARAMETER for 0 or a code above 255;
  * ERROR_SERVICE_REQUEST_TIMEOUT when the handler does not return within the
- * pipe time-out. lpServiceStatus is filled for NO_ERROR and those first
- * three codes. Unlike Windows, SERVICE_CONTROL_SHUTDOWN may be sent too
+ * pipe time-out; ERROR_DEPENDENT_SERVICES_RUNNING for a stop while a
+ * service that depends on it runs. lpServiceStatus is filled for NO_ERROR
+ * and those first three codes. Unlike Windows, SERVICE_CONTROL_SHUTDOWN may be sent too
  * (as the manager itself does when it stops). */
 WINBASEAPI BOOL WINAPI ControlService(SC_HANDLE hService, DWORD dwControl, LPSERVICE_STATUS lpServiceStatus);
 
@@ -238,6 +292,60 @@ WINBASEAPI SERVICE_STATUS_HANDLE WINAPI RegisterServiceCtrlHandlerExA(LPCSTR lpS
  * ERROR_INVALID_HANDLE for a bad handle, ERROR_INVALID_DATA for a state
  * outside 1..7. */
 WINBASEAPI BOOL WINAPI SetServiceStatus(SERVICE_STATUS_HANDLE hServiceStatus, LPSERVICE_STATUS lpServiceStatus);
+
+/* The wide forms. Text travels to the manager as UTF-8 and is kept as
+ * given, in any language; a string that is not well-formed UTF-16 (a lone
+ * surrogate) fails with ERROR_INVALID_PARAMETER rather than being altered.
+ * The A forms take the ANSI code page. */
+WINBASEAPI SC_HANDLE WINAPI OpenSCManagerW(LPCWSTR lpMachineName, LPCWSTR lpDatabaseName, DWORD dwDesiredAccess);
+/* As CreateServiceA, and: lpLoadOrderGroup is kept as Group; lpDependencies
+ * (a double-terminated list, groups after SC_GROUP_IDENTIFIERW) as
+ * DependOnService and DependOnGroup; lpServiceStartName as ObjectName: a
+ * user of the system ("name", ".\name" or "DOMAIN\name"), LocalSystem, or
+ * NT AUTHORITY\LocalService or NetworkService (both "nobody"), else
+ * ERROR_INVALID_SERVICE_ACCOUNT. The password is not kept. A dependency on
+ * the service itself, or one that closes a circle, fails with
+ * ERROR_CIRCULAR_DEPENDENCY. SERVICE_BOOT_START and SERVICE_SYSTEM_START are
+ * for drivers: ERROR_INVALID_PARAMETER. */
+WINBASEAPI SC_HANDLE WINAPI CreateServiceW(SC_HANDLE hSCManager, LPCWSTR lpServiceName, LPCWSTR lpDisplayName,
+                                           DWORD dwDesiredAccess, DWORD dwServiceType, DWORD dwStartType,
+                                           DWORD dwErrorControl, LPCWSTR lpBinaryPathName,
+                                           LPCWSTR lpLoadOrderGroup, LPDWORD lpdwTagId, LPCWSTR lpDependencies,
+                                           LPCWSTR lpServiceStartName, LPCWSTR lpPassword);
+WINBASEAPI SC_HANDLE WINAPI OpenServiceW(SC_HANDLE hSCManager, LPCWSTR lpServiceName, DWORD dwDesiredAccess);
+WINBASEAPI BOOL WINAPI StartServiceW(SC_HANDLE hService, DWORD dwNumServiceArgs, LPCWSTR *lpServiceArgVectors);
+
+/* Changes what is not SERVICE_NO_CHANGE or null, with CreateServiceW's
+ * rules. ERROR_ACCESS_DENIED without SERVICE_CHANGE_CONFIG. */
+WINBASEAPI BOOL WINAPI ChangeServiceConfigW(SC_HANDLE hService, DWORD dwServiceType, DWORD dwStartType,
+                                            DWORD dwErrorControl, LPCWSTR lpBinaryPathName,
+                                            LPCWSTR lpLoadOrderGroup, LPDWORD lpdwTagId, LPCWSTR lpDependencies,
+                                            LPCWSTR lpServiceStartName, LPCWSTR lpPassword,
+                                            LPCWSTR lpDisplayName);
+/* SERVICE_CONFIG_DESCRIPTION: Description (a null lpDescription leaves it,
+ * an empty one removes it); SERVICE_CONFIG_DELAYED_AUTO_START_INFO:
+ * DelayedAutostart, which has effect on a SERVICE_AUTO_START service. */
+WINBASEAPI BOOL WINAPI ChangeServiceConfig2W(SC_HANDLE hService, DWORD dwInfoLevel, LPVOID lpInfo);
+/* ERROR_INSUFFICIENT_BUFFER with *pcbBytesNeeded when cbBufSize is short. */
+WINBASEAPI BOOL WINAPI QueryServiceConfigW(SC_HANDLE hService, LPQUERY_SERVICE_CONFIGW lpServiceConfig,
+                                           DWORD cbBufSize, LPDWORD pcbBytesNeeded);
+WINBASEAPI BOOL WINAPI QueryServiceConfig2W(SC_HANDLE hService, DWORD dwInfoLevel, LPBYTE lpBuffer,
+                                            DWORD cbBufSize, LPDWORD pcbBytesNeeded);
+/* The display name of a key name, and the key name of a display name (both
+ * without case). *lpcchBuffer: the buffer's characters; on
+ * ERROR_INSUFFICIENT_BUFFER the characters needed without the terminator. */
+WINBASEAPI BOOL WINAPI GetServiceDisplayNameW(SC_HANDLE hSCManager, LPCWSTR lpServiceName, LPWSTR lpDisplayName,
+                                              LPDWORD lpcchBuffer);
+WINBASEAPI BOOL WINAPI GetServiceKeyNameW(SC_HANDLE hSCManager, LPCWSTR lpDisplayName, LPWSTR lpServiceName,
+                                          LPDWORD lpcchBuffer);
+/* As EnumServicesStatusA, with the process ids; pszGroupName must be null. */
+WINBASEAPI BOOL WINAPI EnumServicesStatusExW(SC_HANDLE hSCManager, SC_ENUM_TYPE InfoLevel, DWORD dwServiceType,
+                                             DWORD dwServiceState, LPBYTE lpServices, DWORD cbBufSize,
+                                             LPDWORD pcbBytesNeeded, LPDWORD lpServicesReturned,
+                                             LPDWORD lpResumeHandle, LPCWSTR pszGroupName);
+/* The status with the service's process id (0 while none runs). */
+WINBASEAPI BOOL WINAPI QueryServiceStatusEx(SC_HANDLE hService, SC_STATUS_TYPE InfoLevel, LPBYTE lpBuffer,
+                                            DWORD cbBufSize, LPDWORD pcbBytesNeeded);
 
 TS_EXTERN_C_END
 

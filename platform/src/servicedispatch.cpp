@@ -7,7 +7,10 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <string.h>
 #include <sys/inotify.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -42,13 +45,56 @@ struct Dispatcher {
 
 // True on the dispatcher's thread while a handler runs: its reports go on
 // the dispatcher's connection, ahead of the handler's answer, and the
-// manager applies them as they come and before it answers the control.
+// manager applies them before it answers the control. They are held in
+// handlerReports and written with the answer, in one write, so that the
+// manager's thread wakes once for the whole control.
 thread_local bool inHandler = false;
+thread_local std::string handlerReports;
 
 Dispatcher &dispatcher()
 {
     static Dispatcher *d = new Dispatcher; // lives as long as the process
     return *d;
+}
+
+// A service process of another user than the manager's cannot reach the
+// manager's socket in the machine root: the manager connected it before it
+// took that user's identity, and left the connections at descriptors 3
+// (the dispatcher's) and 4 (for the reports), open across exec. Each is
+// taken once, when it is such a connection to a manager's socket; else -1.
+int inheritedConnection(int fd)
+{
+    static std::mutex lock;
+    static bool taken[2] = {false, false};
+    std::lock_guard<std::mutex> g(lock);
+    if (fd < 3 || fd > 4 || taken[fd - 3])
+        return -1;
+    taken[fd - 3] = true;
+    // The library's own connections close on exec: an inherited one does not.
+    int flags = fcntl(fd, F_GETFD);
+    if (flags < 0 || (flags & FD_CLOEXEC))
+        return -1;
+    sockaddr_un peer{};
+    socklen_t len = sizeof peer;
+    if (getpeername(fd, reinterpret_cast<sockaddr *>(&peer), &len) != 0 || peer.sun_family != AF_UNIX)
+        return -1;
+    std::string path(peer.sun_path, strnlen(peer.sun_path, sizeof peer.sun_path));
+    // The manager binds its socket as "<name>.<pid>" and renames it once it listens.
+    std::string tail = std::string("/run/") + kSocketName;
+    size_t at = path.rfind(tail);
+    std::string rest = at == std::string::npos ? std::string("?") : path.substr(at + tail.size());
+    if (!rest.empty() && (rest[0] != '.' || rest.find_first_not_of("0123456789", 1) != std::string::npos))
+        return -1;
+    TS_CHECK(fcntl(fd, F_SETFD, FD_CLOEXEC) == 0, "fcntl(inherited manager connection)");
+    return fd;
+}
+
+// A connection to the manager for the service process: the inherited one
+// at `inherited` when there is one, else a new one.
+int connectFromService(int inherited, unsigned long *err)
+{
+    int fd = inheritedConnection(inherited);
+    return fd >= 0 ? fd : connectManager(false, err);
 }
 
 // The one status handle of the process's service.
@@ -174,7 +220,7 @@ BOOL WINAPI StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA *lpServiceSta
         return fail(ERROR_FAILED_SERVICE_CONTROLLER_CONNECT);
     };
     unsigned long err = 0;
-    int fd = connectManager(false, &err);
+    int fd = connectFromService(3, &err);
     if (fd < 0)
         return refuse(fd);
     Writer w;
@@ -262,13 +308,16 @@ BOOL WINAPI StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA *lpServiceSta
             ctx = d.context;
         }
         DWORD result = NO_ERROR;
+        handlerReports.clear();
         inHandler = true;
         if (hx)
             result = hx(control, 0, nullptr, ctx);
         else if (h)
             h(control);
         inHandler = false;
-        sendFrame(fd, Writer().u32(static_cast<uint32_t>(Op::ControlDone)).u32(seq).u32(result).data());
+        appendFrame(handlerReports, Writer().u32(static_cast<uint32_t>(Op::ControlDone)).u32(seq).u32(result).data());
+        // A manager that is gone shows at the next read.
+        sendFrames(fd, handlerReports);
     }
     if (fd >= 0)
         close(fd);
@@ -307,14 +356,13 @@ BOOL WINAPI SetServiceStatus(SERVICE_STATUS_HANDLE hServiceStatus, LPSERVICE_STA
     }
     DWORD code = ERROR_SUCCESS;
     if (inHandler) {
-        if (!sendFrame(d.controlFd, Writer().u32(static_cast<uint32_t>(Op::SetStatus)).status(st).u64(seq).data()))
-            code = RPC_S_SERVER_UNAVAILABLE;
+        appendFrame(handlerReports, Writer().u32(static_cast<uint32_t>(Op::SetStatus)).status(st).u64(seq).data());
     } else {
         std::lock_guard<std::mutex> g(d.statusLock);
         for (int attempt = 0; attempt < 2; ++attempt) {
             if (d.statusFd < 0) {
                 unsigned long err = 0;
-                d.statusFd = connectManager(false, &err);
+                d.statusFd = connectFromService(4, &err);
                 if (d.statusFd < 0) {
                     code = static_cast<DWORD>(err);
                     break;

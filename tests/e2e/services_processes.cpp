@@ -143,7 +143,109 @@ TEST_F(ServiceTest, TsscRoundTrip)
     EXPECT_NE(out.find("[SC] DeleteService SUCCESS"), std::string::npos) << out;
     EXPECT_EQ(RunCaptured("tssc", "query " + name, out), ExitCodeOf(ERROR_SERVICE_DOES_NOT_EXIST)) << out;
     EXPECT_NE(out.find("[SC] OpenService FAILED 1060:"), std::string::npos) << out;
-    EXPECT_EQ(RunCaptured("tssc", "frobnicate", out), ExitCodeOf(ERROR_INVALID_PARAMETER)) << out;
+    EXPECT_EQ(RunCaptured("tssc", "frobnicate", out), ExitCodeOf(ERROR_INVALID_COMMAND_LINE)) << out;
+}
+
+// tssc takes the lines sc.exe takes and refuses those it refuses, with
+// sc.exe's messages and exit codes: one line after another on the same
+// services (N, and D that N comes to depend on). {N}, {D} and {BIN} stand
+// for the services' names and the test service's command line.
+TEST_F(ServiceTest, TsscReadsScExeLines)
+{
+    const std::string n = "TsTbl" + std::to_string(GetCurrentProcessId()), d = n + "Dep", x = n + "X";
+    created_ = {n, d, x};
+    std::string bin = "\"" + ServiceCommand("") + "\"";
+    if (!tstest::RunningOnPosix())
+        bin = "\"\\\"" + tstest::SiblingProgram("testservice") + "\\\"\"";
+    constexpr DWORD kUsage = ERROR_INVALID_COMMAND_LINE;
+    struct Row {
+        const char *line;
+        DWORD result;     // the exit code: 0 or the error
+        const char *text; // what the output holds
+        const char *wine; // why Wine's service manager answers otherwise (the row is passed over there)
+    };
+    const Row rows[] = {
+        {"create {N} binPath= {BIN}", 0, "[SC] CreateService SUCCESS", nullptr},
+        {"create {N} binPath= {BIN}", ERROR_SERVICE_EXISTS, "[SC] CreateService FAILED 1073:", nullptr},
+        {"create {X} binpath={BIN}", kUsage, "binPath= ", nullptr}, // no space after '=': no option
+        {"create {X}", kUsage, "USAGE:", nullptr},
+        {"create {X} binPath=", kUsage, "USAGE:", nullptr},
+        {"create {X} binPath= {BIN} start= sometimes", kUsage, "delayed-auto", nullptr},
+        {"create {X} binPath= {BIN} start= boot", ERROR_INVALID_PARAMETER, "[SC] CreateService FAILED 87:",
+         "takes a boot start for a Win32 service"},
+        {"create {X} binPath= {BIN} start= system", ERROR_INVALID_PARAMETER, "FAILED 87:",
+         "takes a system start for a Win32 service"},
+        {"create {X} binPath= {BIN} type= interact", ERROR_INVALID_PARAMETER, "FAILED 87:",
+         "takes an interactive type alone"},
+        {"create {X} binPath= {BIN} obj= NoSuchAccountTs", ERROR_INVALID_SERVICE_ACCOUNT,
+         "[SC] CreateService FAILED 1057:", "checks no account"},
+        {"CREATE {D} BINPATH= {BIN} START= DEMAND DISPLAYNAME= \"Dep Display\"", 0, "CreateService SUCCESS", nullptr},
+        {"config {N} depend= {D} start= AUTO error= Severe", 0, "[SC] ChangeServiceConfig SUCCESS", nullptr},
+        {"qc {N}", 0, "DEPENDENCIES       : {D}", "keeps no dependencies that ChangeServiceConfigW gives"},
+        {"qc {N}", 0, "ERROR_CONTROL      : 2   SEVERE", nullptr},
+        {"config {N} start= delayed-auto", 0, "ChangeServiceConfig SUCCESS", "has no delayed automatic start"},
+        {"qc {N}", 0, "START_TYPE         : 2   AUTO_START  (DELAYED)", "has no delayed automatic start"},
+        {"qc {N} 10", ERROR_INSUFFICIENT_BUFFER, "[SC] QueryServiceConfig FAILED 122:", nullptr},
+        {"qc {N} ten", kUsage, "USAGE:", nullptr},
+        {"config {N}", kUsage, "USAGE:", nullptr},
+        {"config {N} obj= .\\NoSuchAccountTs", ERROR_INVALID_SERVICE_ACCOUNT, "ChangeServiceConfig FAILED 1057:",
+         "checks no account"},
+        {"config {N} depend= {N}", ERROR_CIRCULAR_DEPENDENCY, "ChangeServiceConfig FAILED 1059:",
+         "takes circular dependencies"},
+        {"config {D} depend= {N}", ERROR_CIRCULAR_DEPENDENCY, "ChangeServiceConfig FAILED 1059:",
+         "takes circular dependencies"},
+        {"description {N} \"A service's text\"", 0, "[SC] ChangeServiceConfig2 SUCCESS", nullptr},
+        {"qdescription {N}", 0, "DESCRIPTION:  A service's text", nullptr},
+        {"description {N}", kUsage, "USAGE:", nullptr},
+        // Text in any language is kept as given (the Windows leg's command line here is narrow).
+        {"config {N} DisplayName= \"Grüße 世界\"", 0, "ChangeServiceConfig SUCCESS", "a narrow command line"},
+        {"getdisplayname {N}", 0, "Name = Grüße 世界", "a narrow command line"},
+        {"getkeyname \"GRÜSSE 世界\"", ERROR_SERVICE_DOES_NOT_EXIST, "FAILED 1060:", "a narrow command line"},
+        {"description {N} \"Описание ✓\"", 0, "ChangeServiceConfig2 SUCCESS", "a narrow command line"},
+        {"qdescription {N}", 0, "DESCRIPTION:  Описание ✓", "a narrow command line"},
+        {"getdisplayname {D}", 0, "Name = Dep Display", nullptr},
+        {"getkeyname \"dep display\"", 0, "Name = {D}", nullptr},
+        {"getkeyname NoSuchDisplayTs", ERROR_SERVICE_DOES_NOT_EXIST, "GetServiceKeyName FAILED 1060:", nullptr},
+        {"query state=all", ERROR_SERVICE_DOES_NOT_EXIST, "[SC] OpenService FAILED 1060:", nullptr},
+        {"query type= service state= all", 0, "SERVICE_NAME: {N}", nullptr},
+        {"QUERY STATE= INACTIVE bufsize= 100 ri= 0", 0, "DISPLAY_NAME: Dep Display", nullptr},
+        {"query type= bogus", kUsage, "USAGE:", nullptr},
+        {"queryex {N}", 0, "PID                : 0", nullptr},
+        {"start {N} one two", 0, "SERVICE_NAME: {N}", nullptr},
+        {"query {D}", 0, "STATE              : 4  RUNNING", "starts no dependencies"},
+        {"start {D}", ERROR_SERVICE_ALREADY_RUNNING, "[SC] StartService FAILED 1056:", "starts no dependencies"},
+        {"stop {D}", ERROR_DEPENDENT_SERVICES_RUNNING, "[SC] ControlService FAILED 1051:", "starts no dependencies"},
+        {"pause {N}", 0, "STATE              : 7  PAUSED", nullptr},
+        {"continue {N}", 0, "SERVICE_NAME: {N}", nullptr},
+        {"interrogate {N}", 0, "STATE              : 4  RUNNING", nullptr},
+        {"stop {N} now", kUsage, "USAGE:", nullptr},
+        {"stop {N}", 0, "SERVICE_NAME: {N}", nullptr},
+        {"stop", kUsage, "USAGE:", nullptr},
+        {"delete {X}", ERROR_SERVICE_DOES_NOT_EXIST, "[SC] OpenService FAILED 1060:", nullptr},
+        {"frobnicate", kUsage, "Commands:", nullptr},
+        {"", kUsage, "Commands:", nullptr},
+    };
+    auto expand = [&](std::string s) {
+        for (auto &p : {std::make_pair(std::string("{N}"), n), std::make_pair(std::string("{D}"), d),
+                        std::make_pair(std::string("{X}"), x), std::make_pair(std::string("{BIN}"), bin)})
+            for (size_t at; (at = s.find(p.first)) != std::string::npos;)
+                s.replace(at, p.first.size(), p.second);
+        return s;
+    };
+    for (const Row &row : rows) {
+        if (!tstest::RunningOnPosix() && row.wine)
+            continue;
+        std::string line = expand(row.line), out;
+        int rc = RunCaptured("tssc", line, out);
+        EXPECT_EQ(rc, ExitCodeOf(row.result)) << line << "\n" << out;
+        EXPECT_NE(out.find(expand(row.text)), std::string::npos) << line << "\n" << out;
+        if (line == "stop " + n) { // the next rows need it stopped
+            SC_HANDLE svc = OpenServiceA(scm_, n.c_str(), SERVICE_QUERY_STATUS);
+            ASSERT_NE(svc, nullptr);
+            EXPECT_TRUE(WaitForState(svc, SERVICE_STOPPED));
+            CloseServiceHandle(svc);
+        }
+    }
 }
 
 TEST(ServiceManagerStart, ForegroundDaemonServesUntilStopped)

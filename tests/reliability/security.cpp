@@ -5,10 +5,12 @@
 #include "../platform/ScratchDir.h"
 #include "../platform/ServiceFixture.h"
 
+#include <pwd.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <map>
 #include <set>
 #include <sstream>
 #include <string>
@@ -122,8 +124,22 @@ TEST(PathSecurity, DrivePathsNeverLeadOutOfTheMachineRoot)
 // A service process holds its standard streams and what its dispatcher
 // needs (its connections to the manager and its wake-up pipe), nothing
 // the manager or the starting program had open, and runs in the machine
-// root it was installed in.
-TEST_F(ServiceTest, ServiceProcessStartsWithOnlyTheDescriptorsItNeeds)
+// root it was installed in with the manager's fixed environment: not the
+// variables of the program that started the manager on demand, nor an
+// init system's socket.
+class ServiceEnvironmentTest : public ServiceTest {
+protected:
+    void SetUp() override
+    {
+        setenv("TSUTIL_CLIENT_ONLY", "of the first client", 1);
+        setenv("NOTIFY_SOCKET", "@tsutil-no-init-system", 1);
+        ServiceTest::SetUp(); // starts this root's manager, which sees them
+        unsetenv("TSUTIL_CLIENT_ONLY");
+        unsetenv("NOTIFY_SOCKET");
+    }
+};
+
+TEST_F(ServiceEnvironmentTest, ServiceProcessStartsWithOnlyTheDescriptorsItNeeds)
 {
     // Descriptors the starting program holds, which must not reach the
     // service: one inheritable on purpose.
@@ -142,14 +158,15 @@ TEST_F(ServiceTest, ServiceProcessStartsWithOnlyTheDescriptorsItNeeds)
     std::istringstream lines(tstest::ReadWholeFile(report));
     std::set<int> standard;
     int sockets = 0, pipes = 0;
-    std::string line, rootSeen;
+    std::string line, pid;
     while (std::getline(lines, line)) {
         std::istringstream words(line);
         std::string kind;
         words >> kind;
-        if (kind == "env") {
-            if (line.compare(4, 12, "TSUTIL_ROOT=") == 0)
-                rootSeen = line.substr(16);
+        if (kind == "env" || kind == "id")
+            continue;
+        if (kind == "pid") {
+            words >> pid;
             continue;
         }
         int fd;
@@ -169,10 +186,71 @@ TEST_F(ServiceTest, ServiceProcessStartsWithOnlyTheDescriptorsItNeeds)
     EXPECT_EQ(standard, (std::set<int>{0, 1, 2}));
     EXPECT_LE(sockets, 2) << "the dispatcher's connection and the status connection";
     EXPECT_LE(pipes, 2) << "the dispatcher's wake-up pipe";
-    EXPECT_EQ(rootSeen, root_.path());
     fclose(held);
+
+    // The environment the process started with, as the system keeps it.
+    ASSERT_FALSE(pid.empty());
+    std::string environ = tstest::ReadWholeFile("/proc/" + pid + "/environ");
+    std::map<std::string, std::string> env;
+    for (size_t at = 0, end; at < environ.size(); at = end + 1) {
+        end = environ.find('\0', at);
+        if (end == std::string::npos)
+            end = environ.size();
+        std::string entry = environ.substr(at, end - at);
+        size_t eq = entry.find('=');
+        env[entry.substr(0, eq)] = eq == std::string::npos ? "" : entry.substr(eq + 1);
+    }
+    const std::set<std::string> allowed = {"PATH",         "LD_LIBRARY_PATH", "LANG",         "LANGUAGE",
+                                           "TZ",           "ASAN_OPTIONS",    "UBSAN_OPTIONS", "LSAN_OPTIONS",
+                                           "TSAN_OPTIONS", "TSUTIL_ROOT",     "HOME",          "USER",
+                                           "LOGNAME"};
+    for (auto &e : env)
+        EXPECT_TRUE(allowed.count(e.first) || e.first.compare(0, 3, "LC_") == 0) << "passed on: " << e.first;
+    EXPECT_EQ(env["TSUTIL_ROOT"], root_.path());
+    EXPECT_FALSE(env["PATH"].empty());
+    EXPECT_FALSE(env["HOME"].empty());
+    EXPECT_EQ(env["USER"], env["LOGNAME"]);
+    EXPECT_EQ(env.count("TSUTIL_CLIENT_ONLY"), 0u);
+    EXPECT_EQ(env.count("NOTIFY_SOCKET"), 0u);
+
     SERVICE_STATUS st{};
     ASSERT_TRUE(ControlService(svc, SERVICE_CONTROL_STOP, &st)) << GetLastError();
     ASSERT_TRUE(WaitForState(svc, SERVICE_STOPPED));
+    CloseServiceHandle(svc);
+}
+
+// A service whose account is another user runs as that user and its group
+// when the manager runs as root (NT AUTHORITY\LocalService is "nobody"),
+// with that user's HOME and USER, and still reaches its manager although
+// the machine root is not that user's.
+TEST_F(ServiceTest, ServiceRunsAsTheUserOfItsAccount)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "a manager that does not run as root starts services as its own user only";
+    passwd *nobody = getpwnam("nobody");
+    if (!nobody)
+        GTEST_SKIP() << "no user nobody";
+    OutsideFolder outside; // where nobody may write its report
+    ASSERT_FALSE(outside.path().empty());
+    ASSERT_EQ(chmod(outside.path().c_str(), 0777), 0);
+    std::string report = outside.path() + "/report";
+    std::string command = "\"" + tstest::SiblingProgram("fdservice") + "\" \"" + report + "\"";
+    SC_HANDLE svc = CreateServiceA(scm_, "AsNobody", nullptr, SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS,
+                                   SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL, command.c_str(), nullptr, nullptr,
+                                   nullptr, "NT AUTHORITY\\LocalService", nullptr);
+    ASSERT_NE(svc, nullptr) << GetLastError();
+    created_.push_back("AsNobody");
+    ASSERT_TRUE(StartServiceA(svc, 0, nullptr)) << GetLastError();
+    ASSERT_TRUE(WaitForState(svc, SERVICE_RUNNING));
+    ASSERT_TRUE(tstest::AwaitFile(report));
+    std::string text = tstest::ReadWholeFile(report);
+    EXPECT_NE(text.find("id " + std::to_string(nobody->pw_uid) + " " + std::to_string(nobody->pw_gid) + "\n"),
+              std::string::npos)
+        << text;
+    EXPECT_NE(text.find("env USER=nobody\n"), std::string::npos) << text;
+    EXPECT_NE(text.find(std::string("env HOME=") + nobody->pw_dir + "\n"), std::string::npos) << text;
+    SERVICE_STATUS st{};
+    ASSERT_TRUE(ControlService(svc, SERVICE_CONTROL_STOP, &st)) << GetLastError();
+    EXPECT_TRUE(WaitForState(svc, SERVICE_STOPPED));
     CloseServiceHandle(svc);
 }

@@ -71,10 +71,11 @@ private:
 
 class FakeLauncher : public tsscm::ProcessLauncher {
 public:
-    DWORD launch(const std::string &, pid_t *pid) override
+    DWORD launch(const tsscm::ServiceConfig &config, pid_t *pid) override
     {
         std::lock_guard<std::mutex> g(lock_);
         *pid = ++lastPid_;
+        names_[*pid] = config.name;
         changed_.notify_all();
         return ERROR_SUCCESS;
     }
@@ -83,12 +84,25 @@ public:
         std::lock_guard<std::mutex> g(lock_);
         killed_.push_back(pid);
     }
-    // The id of the launch after `after`, once it happened; 0 after the bound.
+    // The id of the launch after `after`, once it happened; 0 after the
+    // bound (or when stopWaiting was called).
     pid_t awaitLaunch(pid_t after = 0)
     {
         std::unique_lock<std::mutex> g(lock_);
-        changed_.wait_for(g, kBound, [&] { return lastPid_ > after; });
-        return lastPid_ > after ? lastPid_ : 0;
+        changed_.wait_for(g, kBound, [&] { return lastPid_ > after || stopped_; });
+        return lastPid_ > after ? after + 1 : 0;
+    }
+    void stopWaiting()
+    {
+        std::lock_guard<std::mutex> g(lock_);
+        stopped_ = true;
+        changed_.notify_all();
+    }
+    // The service that the launch of pid was for.
+    std::string nameOf(pid_t pid)
+    {
+        std::lock_guard<std::mutex> g(lock_);
+        return names_[pid];
     }
     std::vector<pid_t> killed()
     {
@@ -101,6 +115,8 @@ private:
     std::condition_variable changed_;
     pid_t lastPid_ = 0; // ids count from 1
     std::vector<pid_t> killed_;
+    std::map<pid_t, std::string> names_;
+    bool stopped_ = false;
 };
 
 // A dispatcher's link. Each control is given to answer(), which may queue

@@ -3,73 +3,126 @@
 
 #include "casefold.h"
 
-#include <string.h>
-
-#include <utility>
+#include <stdlib.h>
 
 namespace tssc {
 
 namespace {
 
-using Options = std::vector<std::pair<std::string, std::string>>;
+struct Choice {
+    const char *word;
+    DWORD value;
+};
 
-// "key= value" pairs after the name, as sc.exe takes them (the value is
-// the next word; "key=value" in one word is taken too). Keys fold to
-// lower case.
-bool options(int argc, const char *const *argv, int from, Options &out)
+// The value of a choice, without case; false for another word.
+template <size_t N>
+bool choose(const std::string &word, const Choice (&choices)[N], DWORD &out)
 {
-    for (int i = from; i < argc; ++i) {
-        std::string a = argv[i];
-        std::string::size_type eq = a.find('=');
-        if (eq == std::string::npos)
-            return false;
-        std::string key = a.substr(0, eq + 1), value = a.substr(eq + 1);
-        if (value.empty()) {
-            if (i + 1 >= argc)
-                return false;
-            value = argv[++i];
+    std::string w = tsp::foldLower(word);
+    for (const Choice &c : choices)
+        if (w == c.word) {
+            out = c.value;
+            return true;
         }
-        out.emplace_back(tsp::foldLower(key), value);
-    }
+    return false;
+}
+
+bool isOption(const std::string &word) { return word.size() > 1 && word.back() == '='; }
+
+bool number(const std::string &word, DWORD &out)
+{
+    if (word.empty() || word.find_first_not_of("0123456789") != std::string::npos || word.size() > 9)
+        return false;
+    out = static_cast<DWORD>(strtoul(word.c_str(), nullptr, 10));
     return true;
 }
 
-bool createOptions(const Options &opts, Command &c)
+// create's and config's options.
+bool configOption(const std::string &name, const std::string &value, Command &c)
 {
-    for (auto &o : opts) {
-        if (o.first == "binpath=") {
-            c.binPath = o.second;
-        } else if (o.first == "displayname=") {
-            c.displayName = o.second;
-            c.hasDisplayName = true;
-        } else if (o.first == "start=") {
-            if (o.second == "auto")
-                c.startType = SERVICE_AUTO_START;
-            else if (o.second == "demand")
-                c.startType = SERVICE_DEMAND_START;
-            else if (o.second == "disabled")
-                c.startType = SERVICE_DISABLED;
-            else
-                return false;
-        } else {
+    static const Choice kTypes[] = {{"own", SERVICE_WIN32_OWN_PROCESS},
+                                    {"share", SERVICE_WIN32_SHARE_PROCESS},
+                                    {"interact", SERVICE_INTERACTIVE_PROCESS},
+                                    {"kernel", SERVICE_KERNEL_DRIVER},
+                                    {"filesys", SERVICE_FILE_SYSTEM_DRIVER},
+                                    {"rec", SERVICE_RECOGNIZER_DRIVER},
+                                    {"adapt", SERVICE_ADAPTER}};
+    static const Choice kStarts[] = {{"boot", SERVICE_BOOT_START},     {"system", SERVICE_SYSTEM_START},
+                                     {"auto", SERVICE_AUTO_START},     {"demand", SERVICE_DEMAND_START},
+                                     {"disabled", SERVICE_DISABLED},   {"delayed-auto", 0xFFFF}};
+    static const Choice kErrors[] = {{"normal", SERVICE_ERROR_NORMAL},
+                                     {"severe", SERVICE_ERROR_SEVERE},
+                                     {"critical", SERVICE_ERROR_CRITICAL},
+                                     {"ignore", SERVICE_ERROR_IGNORE}};
+    DWORD v = 0;
+    if (name == "type=") {
+        if (!choose(value, kTypes, v))
             return false;
-        }
+        // "type= interact" goes with "type= own" or "type= share".
+        c.type = c.type.value_or(0) | v;
+        return true;
     }
-    return !c.binPath.empty();
+    if (name == "start=") {
+        if (!choose(value, kStarts, v))
+            return false;
+        c.delayedAuto = v == 0xFFFF;
+        c.start = c.delayedAuto ? static_cast<DWORD>(SERVICE_AUTO_START) : v;
+        return true;
+    }
+    if (name == "error=") {
+        if (!choose(value, kErrors, v))
+            return false;
+        c.errorControl = v;
+        return true;
+    }
+    struct Text {
+        const char *name;
+        std::optional<std::string> Command::*field;
+    };
+    static const Text kTexts[] = {{"binpath=", &Command::binPath},         {"group=", &Command::group},
+                                  {"depend=", &Command::depend},           {"obj=", &Command::obj},
+                                  {"password=", &Command::password},       {"displayname=", &Command::displayName},
+                                  {"description=", &Command::description}};
+    for (const Text &t : kTexts)
+        if (name == t.name) {
+            c.*t.field = value;
+            return true;
+        }
+    return false;
 }
 
-bool queryOptions(const Options &opts, Command &c)
+bool queryOption(const std::string &name, const std::string &value, Command &c)
 {
-    for (auto &o : opts) {
-        if (o.first != "state=")
-            return false;
-        if (o.second == "all")
-            c.state = SERVICE_STATE_ALL;
-        else if (o.second == "inactive")
-            c.state = SERVICE_INACTIVE;
-        else if (o.second == "active")
-            c.state = SERVICE_ACTIVE;
-        else
+    static const Choice kTypes[] = {{"service", SERVICE_WIN32},
+                                    {"own", SERVICE_WIN32_OWN_PROCESS},
+                                    {"share", SERVICE_WIN32_SHARE_PROCESS},
+                                    {"interact", SERVICE_WIN32 | SERVICE_INTERACTIVE_PROCESS},
+                                    {"driver", SERVICE_DRIVER},
+                                    {"kernel", SERVICE_KERNEL_DRIVER},
+                                    {"filesys", SERVICE_FILE_SYSTEM_DRIVER},
+                                    {"rec", SERVICE_RECOGNIZER_DRIVER},
+                                    {"adapt", SERVICE_ADAPTER},
+                                    {"all", SERVICE_WIN32 | SERVICE_DRIVER}};
+    static const Choice kStates[] = {
+        {"active", SERVICE_ACTIVE}, {"inactive", SERVICE_INACTIVE}, {"all", SERVICE_STATE_ALL}};
+    if (name == "type=")
+        return choose(value, kTypes, c.queryType);
+    if (name == "state=")
+        return choose(value, kStates, c.state);
+    if (name == "bufsize=")
+        return number(value, c.bufSize);
+    if (name == "ri=")
+        return number(value, c.resumeIndex);
+    return false;
+}
+
+// "name= value" pairs from argv[from] on.
+template <class Take>
+bool options(int argc, const char *const *argv, int from, Command &c, Take take)
+{
+    for (int i = from; i < argc; i += 2) {
+        std::string name = tsp::foldLower(argv[i]);
+        if (!isOption(name) || i + 1 >= argc || !take(name, std::string(argv[i + 1]), c))
             return false;
     }
     return true;
@@ -77,47 +130,76 @@ bool queryOptions(const Options &opts, Command &c)
 
 } // namespace
 
-bool parseCommand(int argc, const char *const *argv, Command &out)
+ParseResult parseCommand(int argc, const char *const *argv, Command &out)
 {
     out = Command();
     if (argc < 2 || !argv[1])
-        return false;
+        return ParseResult::Usage;
     static const struct {
         const char *word;
         Command::Verb verb;
-    } kVerbs[] = {{"create", Command::Create}, {"delete", Command::Delete},     {"start", Command::Start},
-                  {"stop", Command::Stop},     {"pause", Command::Pause},       {"continue", Command::Continue},
-                  {"interrogate", Command::Interrogate}, {"query", Command::Query}};
-    std::string cmd = tsp::foldLower(argv[1]);
+    } kVerbs[] = {{"create", Command::Create},
+                  {"config", Command::Config},
+                  {"description", Command::Description},
+                  {"qc", Command::Qc},
+                  {"qdescription", Command::QDescription},
+                  {"getdisplayname", Command::GetDisplayName},
+                  {"getkeyname", Command::GetKeyName},
+                  {"query", Command::Query},
+                  {"queryex", Command::QueryEx},
+                  {"start", Command::Start},
+                  {"stop", Command::Stop},
+                  {"pause", Command::Pause},
+                  {"continue", Command::Continue},
+                  {"interrogate", Command::Interrogate},
+                  {"delete", Command::Delete}};
+    std::string verb = tsp::foldLower(argv[1]);
     bool known = false;
-    for (auto &v : kVerbs) {
-        if (cmd == v.word) {
+    for (auto &v : kVerbs)
+        if (verb == v.word) {
             out.verb = v.verb;
             known = true;
         }
-    }
     if (!known)
-        return false;
-    if (out.verb == Command::Query && (argc < 3 || strchr(argv[2], '='))) {
-        out.verb = Command::QueryAll;
-        Options opts;
-        return options(argc, argv, 2, opts) && queryOptions(opts, out);
+        return ParseResult::Usage;
+    const ParseResult bad = ParseResult::VerbUsage;
+    if (out.verb == Command::Query || out.verb == Command::QueryEx) {
+        // A first word that is no option is the service's name.
+        if (argc >= 3 && !isOption(argv[2])) {
+            out.name = argv[2];
+            return argc == 3 ? ParseResult::Ok : bad;
+        }
+        return options(argc, argv, 2, out, queryOption) ? ParseResult::Ok : bad;
     }
-    if (argc < 3)
-        return false;
+    if (argc < 3 || isOption(argv[2]))
+        return bad;
     out.name = argv[2];
     switch (out.verb) {
-    case Command::Create: {
-        Options opts;
-        return options(argc, argv, 3, opts) && createOptions(opts, out);
-    }
+    case Command::Create:
+        if (!options(argc, argv, 3, out, configOption) || !out.binPath)
+            return bad;
+        return ParseResult::Ok;
+    case Command::Config:
+        return argc > 3 && options(argc, argv, 3, out, configOption) ? ParseResult::Ok : bad;
+    case Command::Description:
+        if (argc < 4)
+            return bad;
+        for (int i = 3; i < argc; ++i)
+            out.text += (i > 3 ? " " : "") + std::string(argv[i]);
+        return ParseResult::Ok;
+    case Command::Qc:
+    case Command::QDescription:
+    case Command::GetDisplayName:
+    case Command::GetKeyName:
+        // An optional buffer size, in bytes or characters.
+        if (argc == 4)
+            return number(argv[3], out.bufSize) ? ParseResult::Ok : bad;
+        return argc == 3 ? ParseResult::Ok : bad;
     case Command::Start:
         out.args.assign(argv + 3, argv + argc);
-        return true;
-    case Command::Query:
-        return true; // words after the name are passed over, as before
+        return ParseResult::Ok;
     default:
-        return argc == 3;
+        return argc == 3 ? ParseResult::Ok : bad;
     }
 }
 

@@ -1,141 +1,289 @@
-// tssc: installs, controls and queries services, in the manner of sc.exe.
-//
-//   tssc create NAME binPath= PATH [DisplayName= TEXT] [start= auto|demand|disabled]
-//   tssc delete|start|stop|pause|continue|interrogate NAME
-//   tssc start NAME [ARG...]
-//   tssc query [NAME] [state= active|inactive|all]
+// tssc: installs, configures, controls and queries services, in the manner
+// of sc.exe (command.h has the grammar, usage.cpp the verbs and options).
 //
 // Exit code 0 on success, else the Windows error number (POSIX keeps its
-// low 8 bits), with the failed call and a readable message on standard
-// output, as sc.exe prints them.
+// low 8 bits), with the failed call and its message on standard output as
+// sc.exe prints them; a command line that is not a command prints the
+// usage and ends with ERROR_INVALID_COMMAND_LINE (1639). Text is UTF-8 on
+// POSIX and the wide command line and console on Windows (console.h); the
+// service calls are the wide ones, so names, display names and
+// descriptions in any language are kept exactly.
 #include <windows.h>
 
 #include "command.h"
+#include "console.h"
+#include "output.h"
 
-#include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 
+#include <deque>
 #include <string>
 #include <vector>
 
 namespace {
 
-const char *messageOf(DWORD code)
+using tssc::Command;
+using tssc::failed;
+using tssc::say;
+using Wide = std::basic_string<WCHAR>;
+
+// UTF-8 to UTF-16; false for text that is not UTF-8.
+bool toWide(const std::string &s, Wide &out)
 {
-    switch (code) {
-    case ERROR_FILE_NOT_FOUND: return "The system cannot find the file specified.";
-    case ERROR_PATH_NOT_FOUND: return "The system cannot find the path specified.";
-    case ERROR_ACCESS_DENIED: return "Access is denied.";
-    case ERROR_INVALID_HANDLE: return "The handle is invalid.";
-    case ERROR_INVALID_PARAMETER: return "The parameter is incorrect.";
-    case ERROR_INVALID_NAME: return "The filename, directory name, or volume label syntax is incorrect.";
-    case ERROR_INVALID_DATA: return "The data is invalid.";
-    case ERROR_INVALID_SERVICE_CONTROL: return "The requested control is not valid for this service.";
-    case ERROR_SERVICE_REQUEST_TIMEOUT:
-        return "The service did not respond to the start or control request in a timely fashion.";
-    case ERROR_SERVICE_NO_THREAD: return "A thread could not be created for the service.";
-    case ERROR_SERVICE_ALREADY_RUNNING: return "An instance of the service is already running.";
-    case ERROR_INVALID_SERVICE_ACCOUNT:
-        return "The account name is invalid or does not exist, or the password is invalid for the account name specified.";
-    case ERROR_SERVICE_DISABLED:
-        return "The service cannot be started, either because it is disabled or because it has no enabled devices associated with it.";
-    case ERROR_SERVICE_DOES_NOT_EXIST: return "The specified service does not exist as an installed service.";
-    case ERROR_SERVICE_CANNOT_ACCEPT_CTRL: return "The service cannot accept control messages at this time.";
-    case ERROR_SERVICE_NOT_ACTIVE: return "The service has not been started.";
-    case ERROR_FAILED_SERVICE_CONTROLLER_CONNECT:
-        return "The service process could not connect to the service controller.";
-    case ERROR_PROCESS_ABORTED: return "The process terminated unexpectedly.";
-    case ERROR_SERVICE_MARKED_FOR_DELETE: return "The specified service has been marked for deletion.";
-    case ERROR_SERVICE_EXISTS: return "The specified service already exists.";
-    case ERROR_DUPLICATE_SERVICE_NAME:
-        return "The name is already in use as either a service name or a service display name.";
-    case ERROR_DATABASE_DOES_NOT_EXIST: return "The database specified does not exist.";
-    case RPC_S_SERVER_UNAVAILABLE: return "The RPC server is unavailable.";
-    default: return "The operation failed.";
+    out.clear();
+    if (s.empty())
+        return true;
+    int n = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, s.data(), static_cast<int>(s.size()), nullptr, 0);
+    if (n <= 0)
+        return false;
+    out.resize(static_cast<size_t>(n));
+    return MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, s.data(), static_cast<int>(s.size()), &out[0], n) == n;
+}
+
+std::string toUtf8(LPCWSTR w)
+{
+    if (!w || !*w)
+        return std::string();
+    int n = WideCharToMultiByte(CP_UTF8, 0, w, -1, nullptr, 0, nullptr, nullptr);
+    std::string s(static_cast<size_t>(n > 0 ? n : 1), '\0');
+    WideCharToMultiByte(CP_UTF8, 0, w, -1, &s[0], n, nullptr, nullptr);
+    s.resize(strlen(s.c_str()));
+    return s;
+}
+
+// The wide forms of a command's texts, kept alive for the calls.
+class Texts {
+public:
+    // Null for an absent option; false when a text is not UTF-8.
+    bool add(const std::optional<std::string> &s, LPCWSTR *out)
+    {
+        *out = nullptr;
+        if (!s)
+            return true;
+        held_.emplace_back();
+        if (!toWide(*s, held_.back()))
+            return false;
+        *out = held_.back().c_str();
+        return true;
     }
-}
-
-int failed(const char *call, DWORD code)
-{
-    printf("[SC] %s FAILED %lu:\n\n%s\n\n", call, static_cast<unsigned long>(code), messageOf(code));
-    return static_cast<int>(code);
-}
-
-const char *stateName(DWORD s)
-{
-    static const char *const names[] = {"",        "STOPPED",          "START_PENDING", "STOP_PENDING",
-                                        "RUNNING", "CONTINUE_PENDING", "PAUSE_PENDING", "PAUSED"};
-    return s <= SERVICE_PAUSED ? names[s] : "UNKNOWN";
-}
-
-const char *typeName(DWORD t)
-{
-    switch (t & ~static_cast<DWORD>(SERVICE_INTERACTIVE_PROCESS)) {
-    case SERVICE_WIN32_OWN_PROCESS: return "WIN32_OWN_PROCESS";
-    case SERVICE_WIN32_SHARE_PROCESS: return "WIN32_SHARE_PROCESS";
-    case SERVICE_KERNEL_DRIVER: return "KERNEL_DRIVER";
-    case SERVICE_FILE_SYSTEM_DRIVER: return "FILE_SYSTEM_DRIVER";
-    default: return "WIN32";
+    // depend=: names separated by '/', as a double-terminated list ("/"
+    // alone: none).
+    bool addList(const std::optional<std::string> &s, LPCWSTR *out)
+    {
+        *out = nullptr;
+        if (!s)
+            return true;
+        Wide list;
+        size_t at = 0;
+        while (at <= s->size()) {
+            size_t end = s->find('/', at);
+            if (end == std::string::npos)
+                end = s->size();
+            Wide one;
+            if (!toWide(s->substr(at, end - at), one))
+                return false;
+            if (!one.empty())
+                list += one + Wide(1, 0);
+            at = end + 1;
+        }
+        list += Wide(2, 0);
+        held_.push_back(list);
+        *out = held_.back().c_str();
+        return true;
     }
+
+private:
+    std::deque<Wide> held_; // growing at its end, it moves none of its strings
+};
+
+SERVICE_STATUS_PROCESS withoutProcess(const SERVICE_STATUS &s)
+{
+    return SERVICE_STATUS_PROCESS{s.dwServiceType,   s.dwCurrentState, s.dwControlsAccepted,
+                                  s.dwWin32ExitCode, s.dwServiceSpecificExitCode,
+                                  s.dwCheckPoint,    s.dwWaitHint,     0, 0};
 }
 
-void printStatus(const char *name, const char *display, const SERVICE_STATUS &s)
-{
-    printf("SERVICE_NAME: %s\n", name);
-    if (display)
-        printf("DISPLAY_NAME: %s\n", display);
-    printf("        TYPE               : %lx  %s\n", static_cast<unsigned long>(s.dwServiceType), typeName(s.dwServiceType));
-    printf("        STATE              : %lu  %s\n", static_cast<unsigned long>(s.dwCurrentState),
-           stateName(s.dwCurrentState));
-    std::string accepts = s.dwControlsAccepted & SERVICE_ACCEPT_STOP ? "STOPPABLE" : "NOT_STOPPABLE";
-    accepts += s.dwControlsAccepted & SERVICE_ACCEPT_PAUSE_CONTINUE ? ", PAUSABLE" : ", NOT_PAUSABLE";
-    accepts += s.dwControlsAccepted & SERVICE_ACCEPT_SHUTDOWN ? ", ACCEPTS_SHUTDOWN" : ", IGNORES_SHUTDOWN";
-    printf("                                (%s)\n", accepts.c_str());
-    printf("        WIN32_EXIT_CODE    : %lu  (0x%lx)\n", static_cast<unsigned long>(s.dwWin32ExitCode),
-           static_cast<unsigned long>(s.dwWin32ExitCode));
-    printf("        SERVICE_EXIT_CODE  : %lu  (0x%lx)\n", static_cast<unsigned long>(s.dwServiceSpecificExitCode),
-           static_cast<unsigned long>(s.dwServiceSpecificExitCode));
-    printf("        CHECKPOINT         : 0x%lx\n", static_cast<unsigned long>(s.dwCheckPoint));
-    printf("        WAIT_HINT          : 0x%lx\n\n", static_cast<unsigned long>(s.dwWaitHint));
-}
+int notText() { return failed("MultiByteToWideChar", ERROR_NO_UNICODE_TRANSLATION); }
 
-int usage()
+// The options that ChangeServiceConfig2W takes: the description and the
+// delayed start.
+int changeConfig2(SC_HANDLE svc, const Command &c, bool delayedGiven)
 {
-    printf("Usage:\n"
-           "  tssc create NAME binPath= PATH [DisplayName= TEXT] [start= auto|demand|disabled]\n"
-           "  tssc delete|stop|pause|continue|interrogate NAME\n"
-           "  tssc start NAME [ARG...]\n"
-           "  tssc query [NAME] [state= active|inactive|all]\n");
-    return ERROR_INVALID_PARAMETER;
-}
-
-int create(SC_HANDLE scm, const tssc::Command &c)
-{
-    SC_HANDLE svc = CreateServiceA(scm, c.name.c_str(), c.hasDisplayName ? c.displayName.c_str() : nullptr,
-                                   SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS, c.startType, SERVICE_ERROR_NORMAL,
-                                   c.binPath.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr);
-    if (!svc)
-        return failed("CreateService", GetLastError());
-    CloseServiceHandle(svc);
-    printf("[SC] CreateService SUCCESS\n");
+    if (delayedGiven) {
+        SERVICE_DELAYED_AUTO_START_INFO info{c.delayedAuto ? TRUE : FALSE};
+        if (!ChangeServiceConfig2W(svc, SERVICE_CONFIG_DELAYED_AUTO_START_INFO, &info))
+            return failed("ChangeServiceConfig2", GetLastError());
+    }
+    if (c.description) {
+        Wide text;
+        if (!toWide(*c.description, text))
+            return notText();
+        SERVICE_DESCRIPTIONW d{&text[0]};
+        if (!ChangeServiceConfig2W(svc, SERVICE_CONFIG_DESCRIPTION, &d))
+            return failed("ChangeServiceConfig2", GetLastError());
+    }
     return 0;
 }
 
-int queryAll(SC_HANDLE scm, DWORD state)
+void warnInteractive(const Command &c)
 {
-    DWORD resume = 0;
-    std::vector<char> buf(16384);
+    if (c.type && (*c.type & SERVICE_INTERACTIVE_PROCESS))
+        say("[SC] WARNING: The service %s is configured as interactive whose support is being deprecated. "
+            "The service may not function properly.\n",
+            c.name.c_str());
+}
+
+int create(SC_HANDLE scm, const Command &c)
+{
+    Texts t;
+    LPCWSTR name, display, path, group, depend, obj, password;
+    if (!t.add(c.name, &name) || !t.add(c.displayName, &display) || !t.add(c.binPath, &path) ||
+        !t.add(c.group, &group) || !t.addList(c.depend, &depend) || !t.add(c.obj, &obj) ||
+        !t.add(c.password, &password))
+        return notText();
+    SC_HANDLE svc = CreateServiceW(scm, name, display, SERVICE_ALL_ACCESS, c.type.value_or(SERVICE_WIN32_OWN_PROCESS),
+                                   c.start.value_or(SERVICE_DEMAND_START), c.errorControl.value_or(SERVICE_ERROR_NORMAL),
+                                   path, group, nullptr, depend, obj, password);
+    if (!svc)
+        return failed("CreateService", GetLastError());
+    int rc = changeConfig2(svc, c, c.delayedAuto);
+    CloseServiceHandle(svc);
+    if (rc)
+        return rc;
+    say("[SC] CreateService SUCCESS\n");
+    warnInteractive(c);
+    return 0;
+}
+
+int config(SC_HANDLE svc, const Command &c)
+{
+    Texts t;
+    LPCWSTR display, path, group, depend, obj, password;
+    if (!t.add(c.displayName, &display) || !t.add(c.binPath, &path) || !t.add(c.group, &group) ||
+        !t.addList(c.depend, &depend) || !t.add(c.obj, &obj) || !t.add(c.password, &password))
+        return notText();
+    bool basic = c.type || c.start || c.errorControl || path || group || depend || obj || password || display;
+    if (basic && !ChangeServiceConfigW(svc, c.type.value_or(SERVICE_NO_CHANGE), c.start.value_or(SERVICE_NO_CHANGE),
+                                       c.errorControl.value_or(SERVICE_NO_CHANGE), path, group, nullptr, depend, obj,
+                                       password, display))
+        return failed("ChangeServiceConfig", GetLastError());
+    // A start type given says whether the start is delayed: delayed-auto
+    // sets it, another start type clears it where it is set.
+    bool delayedChange = c.delayedAuto;
+    if (c.start && !c.delayedAuto) {
+        SERVICE_DELAYED_AUTO_START_INFO now{FALSE};
+        DWORD needed = 0;
+        delayedChange = QueryServiceConfig2W(svc, SERVICE_CONFIG_DELAYED_AUTO_START_INFO,
+                                             reinterpret_cast<BYTE *>(&now), sizeof now, &needed) &&
+                        now.fDelayedAutostart;
+    }
+    if (int rc = changeConfig2(svc, c, delayedChange))
+        return rc;
+    say("[SC] ChangeServiceConfig SUCCESS\n");
+    warnInteractive(c);
+    return 0;
+}
+
+int queryConfig(SC_HANDLE svc, const Command &c)
+{
+    std::vector<BYTE> buf(c.bufSize);
+    DWORD needed = 0;
+    auto *q = reinterpret_cast<QUERY_SERVICE_CONFIGW *>(buf.data());
+    if (!QueryServiceConfigW(svc, buf.size() >= sizeof *q ? q : nullptr, c.bufSize, &needed)) {
+        DWORD e = GetLastError();
+        int rc = failed("QueryServiceConfig", e);
+        if (e == ERROR_INSUFFICIENT_BUFFER)
+            say("[SC] GetServiceConfig needs %lu bytes\n", static_cast<unsigned long>(needed));
+        return rc;
+    }
+    SERVICE_DELAYED_AUTO_START_INFO delayed{FALSE};
+    if (!QueryServiceConfig2W(svc, SERVICE_CONFIG_DELAYED_AUTO_START_INFO, reinterpret_cast<BYTE *>(&delayed),
+                              sizeof delayed, &needed))
+        delayed.fDelayedAutostart = FALSE;
+    say("[SC] QueryServiceConfig SUCCESS\n\n");
+    say("SERVICE_NAME: %s\n", c.name.c_str());
+    say("        TYPE               : %lx  %s\n", static_cast<unsigned long>(q->dwServiceType),
+        tssc::typeName(q->dwServiceType).c_str());
+    say("        START_TYPE         : %lu   %s%s\n", static_cast<unsigned long>(q->dwStartType),
+        tssc::startName(q->dwStartType),
+        delayed.fDelayedAutostart && q->dwStartType == SERVICE_AUTO_START ? "  (DELAYED)" : "");
+    say("        ERROR_CONTROL      : %lu   %s\n", static_cast<unsigned long>(q->dwErrorControl),
+        tssc::errorControlName(q->dwErrorControl));
+    say("        BINARY_PATH_NAME   : %s\n", toUtf8(q->lpBinaryPathName).c_str());
+    say("        LOAD_ORDER_GROUP   : %s\n", toUtf8(q->lpLoadOrderGroup).c_str());
+    say("        TAG                : %lu\n", static_cast<unsigned long>(q->dwTagId));
+    say("        DISPLAY_NAME       : %s\n", toUtf8(q->lpDisplayName).c_str());
+    const WCHAR *d = q->lpDependencies;
+    if (!d || !*d)
+        say("        DEPENDENCIES       : \n");
+    for (bool first = true; d && *d; first = false) {
+        say("%s%s\n", first ? "        DEPENDENCIES       : " : "                           : ", toUtf8(d).c_str());
+        while (*d)
+            ++d;
+        ++d;
+    }
+    say("        SERVICE_START_NAME : %s\n", toUtf8(q->lpServiceStartName).c_str());
+    return 0;
+}
+
+int queryDescription(SC_HANDLE svc, const Command &c)
+{
+    std::vector<BYTE> buf(c.bufSize);
+    DWORD needed = 0;
+    if (!QueryServiceConfig2W(svc, SERVICE_CONFIG_DESCRIPTION, buf.data(), c.bufSize, &needed)) {
+        DWORD e = GetLastError();
+        int rc = failed("QueryServiceConfig2", e);
+        if (e == ERROR_INSUFFICIENT_BUFFER)
+            say("[SC] QueryServiceConfig2 needs %lu bytes\n", static_cast<unsigned long>(needed));
+        return rc;
+    }
+    auto *d = reinterpret_cast<SERVICE_DESCRIPTIONW *>(buf.data());
+    say("[SC] QueryServiceConfig2 SUCCESS\n\nSERVICE_NAME: %s\nDESCRIPTION:  %s\n", c.name.c_str(),
+        toUtf8(d->lpDescription).c_str());
+    return 0;
+}
+
+int lookUpName(SC_HANDLE scm, const Command &c)
+{
+    Wide given;
+    if (!toWide(c.name, given))
+        return notText();
+    bool display = c.verb == Command::GetDisplayName;
+    const char *call = display ? "GetServiceDisplayName" : "GetServiceKeyName";
+    DWORD chars = c.bufSize;
+    std::vector<WCHAR> buf(chars + 1);
+    BOOL ok = display ? GetServiceDisplayNameW(scm, given.c_str(), buf.data(), &chars)
+                      : GetServiceKeyNameW(scm, given.c_str(), buf.data(), &chars);
+    if (!ok) {
+        DWORD e = GetLastError();
+        int rc = failed(call, e);
+        if (e == ERROR_INSUFFICIENT_BUFFER)
+            say("[SC] %s needs %lu characters\n", call, static_cast<unsigned long>(chars + 1));
+        return rc;
+    }
+    say("[SC] %s SUCCESS\nName = %s\n", call, toUtf8(buf.data()).c_str());
+    return 0;
+}
+
+// Every service of the types and states, from the resume index on; the
+// buffer grows as the calls ask.
+int queryAll(SC_HANDLE scm, const Command &c)
+{
+    DWORD resume = c.resumeIndex;
+    std::vector<BYTE> buf(c.bufSize < 64 ? 64 : c.bufSize);
     for (;;) {
         DWORD needed = 0, count = 0;
-        BOOL ok = EnumServicesStatusA(scm, SERVICE_WIN32, state, reinterpret_cast<ENUM_SERVICE_STATUSA *>(buf.data()),
-                                      static_cast<DWORD>(buf.size()), &needed, &count, &resume);
+        BOOL ok = EnumServicesStatusExW(scm, SC_ENUM_PROCESS_INFO, c.queryType, c.state, buf.data(),
+                                        static_cast<DWORD>(buf.size()), &needed, &count, &resume, nullptr);
         DWORD err = ok ? 0 : GetLastError();
         if (!ok && err != ERROR_MORE_DATA)
-            return failed("EnumServicesStatus", err);
-        auto *entries = reinterpret_cast<ENUM_SERVICE_STATUSA *>(buf.data());
-        for (DWORD i = 0; i < count; ++i)
-            printStatus(entries[i].lpServiceName, entries[i].lpDisplayName, entries[i].ServiceStatus);
+            return failed("EnumServicesStatusEx", err);
+        auto *entries = reinterpret_cast<ENUM_SERVICE_STATUS_PROCESSW *>(buf.data());
+        for (DWORD i = 0; i < count; ++i) {
+            std::string display = toUtf8(entries[i].lpDisplayName);
+            tssc::printStatus(toUtf8(entries[i].lpServiceName), &display, entries[i].ServiceStatusProcess,
+                              c.verb == Command::QueryEx);
+        }
         if (ok)
             return 0;
         if (count == 0)
@@ -143,64 +291,99 @@ int queryAll(SC_HANDLE scm, DWORD state)
     }
 }
 
+int statusEx(SC_HANDLE svc, const Command &c, const char *call)
+{
+    SERVICE_STATUS_PROCESS st{};
+    DWORD needed = 0;
+    if (!QueryServiceStatusEx(svc, SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE *>(&st), sizeof st, &needed))
+        return failed(call, GetLastError());
+    tssc::printStatus(c.name, nullptr, st, c.verb != Command::Query);
+    return 0;
+}
+
+int onService(SC_HANDLE svc, const Command &c)
+{
+    switch (c.verb) {
+    case Command::Config: return config(svc, c);
+    case Command::Description: {
+        Command d = c;
+        d.description = c.text;
+        if (int rc = changeConfig2(svc, d, false))
+            return rc;
+        say("[SC] ChangeServiceConfig2 SUCCESS\n");
+        return 0;
+    }
+    case Command::Qc: return queryConfig(svc, c);
+    case Command::QDescription: return queryDescription(svc, c);
+    case Command::Query:
+    case Command::QueryEx: return statusEx(svc, c, "QueryServiceStatusEx");
+    case Command::Delete:
+        if (!DeleteService(svc))
+            return failed("DeleteService", GetLastError());
+        say("[SC] DeleteService SUCCESS\n");
+        return 0;
+    case Command::Start: {
+        std::vector<Wide> wide(c.args.size());
+        std::vector<LPCWSTR> args;
+        for (size_t i = 0; i < c.args.size(); ++i) {
+            if (!toWide(c.args[i], wide[i]))
+                return notText();
+            args.push_back(wide[i].c_str());
+        }
+        if (!StartServiceW(svc, static_cast<DWORD>(args.size()), args.empty() ? nullptr : args.data()))
+            return failed("StartService", GetLastError());
+        return statusEx(svc, c, "QueryServiceStatusEx");
+    }
+    default: {
+        DWORD control = c.verb == Command::Stop       ? SERVICE_CONTROL_STOP
+                        : c.verb == Command::Pause    ? SERVICE_CONTROL_PAUSE
+                        : c.verb == Command::Continue ? SERVICE_CONTROL_CONTINUE
+                                                      : SERVICE_CONTROL_INTERROGATE;
+        SERVICE_STATUS st{};
+        if (!ControlService(svc, control, &st))
+            return failed("ControlService", GetLastError());
+        tssc::printStatus(c.name, nullptr, withoutProcess(st), false);
+        return 0;
+    }
+    }
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
-    tssc::Command c;
-    if (!tssc::parseCommand(argc, argv, c))
-        return usage();
-    DWORD managerAccess = SC_MANAGER_CONNECT | (c.verb == tssc::Command::Create ? SC_MANAGER_CREATE_SERVICE : 0) |
-                          (c.verb == tssc::Command::QueryAll ? SC_MANAGER_ENUMERATE_SERVICE : 0);
-    SC_HANDLE scm = OpenSCManagerA(nullptr, nullptr, managerAccess);
+    std::vector<std::string> words = tssc::arguments(argc, argv);
+    std::vector<const char *> av;
+    for (const std::string &w : words)
+        av.push_back(w.c_str());
+    Command c;
+    tssc::ParseResult parsed = tssc::parseCommand(static_cast<int>(av.size()), av.data(), c);
+    if (parsed != tssc::ParseResult::Ok) {
+        tssc::writeText(tssc::usageText(parsed, c));
+        return ERROR_INVALID_COMMAND_LINE;
+    }
+    bool all = (c.verb == Command::Query || c.verb == Command::QueryEx) && c.name.empty();
+    DWORD managerAccess = SC_MANAGER_CONNECT | (c.verb == Command::Create ? SC_MANAGER_CREATE_SERVICE : 0) |
+                          (all ? SC_MANAGER_ENUMERATE_SERVICE : 0);
+    SC_HANDLE scm = OpenSCManagerW(nullptr, nullptr, managerAccess);
     if (!scm)
         return failed("OpenSCManager", GetLastError());
     int rc;
-    if (c.verb == tssc::Command::QueryAll) {
-        rc = queryAll(scm, c.state);
-    } else if (c.verb == tssc::Command::Create) {
+    if (all) {
+        rc = queryAll(scm, c);
+    } else if (c.verb == Command::Create) {
         rc = create(scm, c);
+    } else if (c.verb == Command::GetDisplayName || c.verb == Command::GetKeyName) {
+        rc = lookUpName(scm, c);
     } else {
-        const char *name = c.name.c_str();
-        SC_HANDLE svc = OpenServiceA(scm, name, SERVICE_ALL_ACCESS);
-        if (!svc) {
+        Wide name;
+        SC_HANDLE svc = nullptr;
+        if (!toWide(c.name, name))
+            rc = notText();
+        else if (!(svc = OpenServiceW(scm, name.c_str(), SERVICE_ALL_ACCESS)))
             rc = failed("OpenService", GetLastError());
-        } else if (c.verb == tssc::Command::Delete) {
-            rc = DeleteService(svc) ? (printf("[SC] DeleteService SUCCESS\n"), 0)
-                                    : failed("DeleteService", GetLastError());
-        } else if (c.verb == tssc::Command::Start) {
-            std::vector<const char *> args;
-            for (const std::string &a : c.args)
-                args.push_back(a.c_str());
-            if (!StartServiceA(svc, static_cast<DWORD>(args.size()), args.empty() ? nullptr : args.data())) {
-                rc = failed("StartService", GetLastError());
-            } else {
-                SERVICE_STATUS st{};
-                QueryServiceStatus(svc, &st);
-                printStatus(name, nullptr, st);
-                rc = 0;
-            }
-        } else if (c.verb == tssc::Command::Query) {
-            SERVICE_STATUS st{};
-            if (!QueryServiceStatus(svc, &st)) {
-                rc = failed("QueryServiceStatus", GetLastError());
-            } else {
-                printStatus(name, nullptr, st);
-                rc = 0;
-            }
-        } else {
-            DWORD control = c.verb == tssc::Command::Stop       ? SERVICE_CONTROL_STOP
-                            : c.verb == tssc::Command::Pause    ? SERVICE_CONTROL_PAUSE
-                            : c.verb == tssc::Command::Continue ? SERVICE_CONTROL_CONTINUE
-                                                                : SERVICE_CONTROL_INTERROGATE;
-            SERVICE_STATUS st{};
-            if (!ControlService(svc, control, &st)) {
-                rc = failed("ControlService", GetLastError());
-            } else {
-                printStatus(name, nullptr, st);
-                rc = 0;
-            }
-        }
+        else
+            rc = onService(svc, c);
         if (svc)
             CloseServiceHandle(svc);
     }

@@ -7,22 +7,102 @@ namespace tsscm {
 
 namespace {
 
-std::string keyPath(const std::string &name) { return std::string(tsp::svc::kServicesKey) + "\\" + name; }
+// The registry's text, in one place: every name and string value that the
+// database reads or writes passes through these functions, as UTF-8.
+// (They call the registry's A functions, which take the bytes as they are.)
+namespace text {
 
-std::string readString(HKEY key, const char *value)
+LONG openKey(HKEY parent, const std::string &path, REGSAM access, HKEY *out)
+{
+    return RegOpenKeyExA(parent, path.c_str(), 0, access, out);
+}
+
+LONG createKey(HKEY parent, const std::string &path, HKEY *out)
+{
+    DWORD disposition = 0;
+    return RegCreateKeyExA(parent, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, out, &disposition);
+}
+
+LONG deleteKey(HKEY parent, const std::string &name) { return RegDeleteKeyA(parent, name.c_str()); }
+
+// The names of the key's subkeys, in the store's order.
+std::vector<std::string> subkeys(HKEY key)
+{
+    std::vector<std::string> names;
+    char buf[1024];
+    for (DWORD i = 0; RegEnumKeyA(key, i, buf, sizeof buf) == ERROR_SUCCESS; ++i)
+        names.push_back(buf);
+    return names;
+}
+
+// A REG_SZ, REG_EXPAND_SZ or REG_MULTI_SZ value's bytes without the
+// terminators at its end; false when missing or of another type.
+bool readRaw(HKEY key, const char *value, DWORD wantType, std::string &out)
 {
     DWORD type = 0, size = 0;
-    if (RegQueryValueExA(key, value, nullptr, &type, nullptr, &size) != ERROR_SUCCESS ||
-        (type != REG_SZ && type != REG_EXPAND_SZ))
-        return std::string();
+    if (RegQueryValueExA(key, value, nullptr, &type, nullptr, &size) != ERROR_SUCCESS)
+        return false;
+    bool fits = wantType == REG_MULTI_SZ ? type == REG_MULTI_SZ : (type == REG_SZ || type == REG_EXPAND_SZ);
+    if (!fits)
+        return false;
     std::string s(size, '\0');
     if (RegQueryValueExA(key, value, nullptr, &type, reinterpret_cast<BYTE *>(s.data()), &size) != ERROR_SUCCESS)
-        return std::string();
+        return false;
     s.resize(size);
     while (!s.empty() && s.back() == '\0')
         s.pop_back();
-    return s;
+    out = s;
+    return true;
 }
+
+std::string readString(HKEY key, const char *value)
+{
+    std::string s;
+    return readRaw(key, value, REG_SZ, s) ? s : std::string();
+}
+
+std::vector<std::string> readList(HKEY key, const char *value)
+{
+    std::string s;
+    std::vector<std::string> list;
+    if (!readRaw(key, value, REG_MULTI_SZ, s))
+        return list;
+    for (size_t at = 0; at < s.size();) {
+        size_t end = s.find('\0', at);
+        if (end == std::string::npos)
+            end = s.size();
+        if (end > at)
+            list.push_back(s.substr(at, end - at));
+        at = end + 1;
+    }
+    return list;
+}
+
+LONG writeString(HKEY key, const char *value, const std::string &v, DWORD type)
+{
+    return RegSetValueExA(key, value, 0, type, reinterpret_cast<const BYTE *>(v.c_str()),
+                          static_cast<DWORD>(v.size() + 1));
+}
+
+LONG writeList(HKEY key, const char *value, const std::vector<std::string> &list)
+{
+    std::string block;
+    for (const std::string &s : list)
+        block += s + '\0';
+    block += '\0';
+    return RegSetValueExA(key, value, 0, REG_MULTI_SZ, reinterpret_cast<const BYTE *>(block.data()),
+                          static_cast<DWORD>(block.size()));
+}
+
+LONG deleteValue(HKEY key, const char *value)
+{
+    LONG r = RegDeleteValueA(key, value);
+    return r == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : r;
+}
+
+} // namespace text
+
+std::string keyPath(const std::string &name) { return std::string(tsp::svc::kServicesKey) + "\\" + name; }
 
 bool readDword(HKEY key, const char *value, DWORD &out)
 {
@@ -40,13 +120,19 @@ bool readOpen(HKEY key, const std::string &name, ServiceConfig &out)
     out.name = name;
     if (!readDword(key, "Type", out.type) || !(out.type & SERVICE_WIN32))
         return false;
-    out.imagePath = readString(key, "ImagePath");
-    out.displayName = readString(key, "DisplayName");
+    out.imagePath = text::readString(key, "ImagePath");
+    out.displayName = text::readString(key, "DisplayName");
     if (out.displayName.empty())
         out.displayName = name;
     readDword(key, "Start", out.start);
     readDword(key, "ErrorControl", out.errorControl);
-    out.account = readString(key, "ObjectName");
+    out.account = text::readString(key, "ObjectName");
+    out.group = text::readString(key, "Group");
+    out.dependOnService = text::readList(key, "DependOnService");
+    out.dependOnGroup = text::readList(key, "DependOnGroup");
+    out.description = text::readString(key, "Description");
+    DWORD delayed = 0;
+    out.delayedAutostart = readDword(key, "DelayedAutostart", delayed) && delayed != 0;
     return true;
 }
 
@@ -54,14 +140,13 @@ bool readOpen(HKEY key, const std::string &name, ServiceConfig &out)
 bool storedName(const std::string &name, std::string &out)
 {
     HKEY services;
-    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, tsp::svc::kServicesKey, 0, KEY_READ, &services) != ERROR_SUCCESS)
+    if (text::openKey(HKEY_LOCAL_MACHINE, tsp::svc::kServicesKey, KEY_READ, &services) != ERROR_SUCCESS)
         return false;
     std::string folded = tsp::svc::foldServiceName(name);
-    char buf[512];
     bool found = false;
-    for (DWORD i = 0; RegEnumKeyA(services, i, buf, sizeof buf) == ERROR_SUCCESS; ++i)
-        if (tsp::svc::foldServiceName(buf) == folded) {
-            out = buf;
+    for (const std::string &n : text::subkeys(services))
+        if (tsp::svc::foldServiceName(n) == folded) {
+            out = n;
             found = true;
             break;
         }
@@ -72,17 +157,13 @@ bool storedName(const std::string &name, std::string &out)
 LONG deleteTree(HKEY parent, const std::string &sub)
 {
     HKEY key;
-    LONG r = RegOpenKeyExA(parent, sub.c_str(), 0, KEY_ALL_ACCESS, &key);
+    LONG r = text::openKey(parent, sub, KEY_ALL_ACCESS, &key);
     if (r != ERROR_SUCCESS)
         return r;
-    char buf[512];
-    std::vector<std::string> children;
-    for (DWORD i = 0; RegEnumKeyA(key, i, buf, sizeof buf) == ERROR_SUCCESS; ++i)
-        children.push_back(buf);
-    for (const std::string &c : children)
+    for (const std::string &c : text::subkeys(key))
         deleteTree(key, c);
     RegCloseKey(key);
-    return RegDeleteKeyA(parent, sub.c_str());
+    return text::deleteKey(parent, sub);
 }
 
 } // namespace
@@ -93,7 +174,7 @@ bool RegistryDatabase::readService(const std::string &name, ServiceConfig &out)
     if (!storedName(name, stored))
         return false;
     HKEY key;
-    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, keyPath(stored).c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS)
+    if (text::openKey(HKEY_LOCAL_MACHINE, keyPath(stored), KEY_READ, &key) != ERROR_SUCCESS)
         return false;
     bool ok = readOpen(key, stored, out);
     RegCloseKey(key);
@@ -104,15 +185,14 @@ std::vector<ServiceConfig> RegistryDatabase::readAllServices()
 {
     std::vector<ServiceConfig> all;
     HKEY services;
-    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, tsp::svc::kServicesKey, 0, KEY_READ, &services) != ERROR_SUCCESS)
+    if (text::openKey(HKEY_LOCAL_MACHINE, tsp::svc::kServicesKey, KEY_READ, &services) != ERROR_SUCCESS)
         return all;
-    char buf[512];
-    for (DWORD i = 0; RegEnumKeyA(services, i, buf, sizeof buf) == ERROR_SUCCESS; ++i) {
+    for (const std::string &n : text::subkeys(services)) {
         HKEY key;
-        if (RegOpenKeyExA(services, buf, 0, KEY_READ, &key) != ERROR_SUCCESS)
+        if (text::openKey(services, n, KEY_READ, &key) != ERROR_SUCCESS)
             continue;
         ServiceConfig c;
-        if (readOpen(key, buf, c))
+        if (readOpen(key, n, c))
             all.push_back(std::move(c));
         RegCloseKey(key);
     }
@@ -123,15 +203,16 @@ std::vector<ServiceConfig> RegistryDatabase::readAllServices()
 LONG RegistryDatabase::writeService(const ServiceConfig &c)
 {
     HKEY key;
-    DWORD disposition = 0;
-    LONG r = RegCreateKeyExA(HKEY_LOCAL_MACHINE, keyPath(c.name).c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key,
-                             &disposition);
+    LONG r = text::createKey(HKEY_LOCAL_MACHINE, keyPath(c.name), &key);
     if (r != ERROR_SUCCESS)
         return r;
-    auto str = [&](const char *name, const std::string &v, DWORD type) {
+    auto str = [&](const char *name, const std::string &v, DWORD type, bool keepEmpty) {
         if (r == ERROR_SUCCESS)
-            r = RegSetValueExA(key, name, 0, type, reinterpret_cast<const BYTE *>(v.c_str()),
-                               static_cast<DWORD>(v.size() + 1));
+            r = v.empty() && !keepEmpty ? text::deleteValue(key, name) : text::writeString(key, name, v, type);
+    };
+    auto list = [&](const char *name, const std::vector<std::string> &v) {
+        if (r == ERROR_SUCCESS)
+            r = v.empty() ? text::deleteValue(key, name) : text::writeList(key, name, v);
     };
     auto dword = [&](const char *name, DWORD v) {
         if (r == ERROR_SUCCESS)
@@ -140,9 +221,17 @@ LONG RegistryDatabase::writeService(const ServiceConfig &c)
     dword("Type", c.type);
     dword("Start", c.start);
     dword("ErrorControl", c.errorControl);
-    str("ImagePath", c.imagePath, REG_EXPAND_SZ);
-    str("DisplayName", c.displayName, REG_SZ);
-    str("ObjectName", c.account, REG_SZ);
+    str("ImagePath", c.imagePath, REG_EXPAND_SZ, true);
+    str("DisplayName", c.displayName, REG_SZ, true);
+    str("ObjectName", c.account, REG_SZ, true);
+    str("Group", c.group, REG_SZ, false);
+    list("DependOnService", c.dependOnService);
+    list("DependOnGroup", c.dependOnGroup);
+    str("Description", c.description, REG_SZ, false);
+    if (c.delayedAutostart)
+        dword("DelayedAutostart", 1);
+    else if (r == ERROR_SUCCESS)
+        r = text::deleteValue(key, "DelayedAutostart");
     RegCloseKey(key);
     return r;
 }
@@ -150,7 +239,7 @@ LONG RegistryDatabase::writeService(const ServiceConfig &c)
 LONG RegistryDatabase::deleteService(const std::string &name)
 {
     HKEY services;
-    LONG r = RegOpenKeyExA(HKEY_LOCAL_MACHINE, tsp::svc::kServicesKey, 0, KEY_ALL_ACCESS, &services);
+    LONG r = text::openKey(HKEY_LOCAL_MACHINE, tsp::svc::kServicesKey, KEY_ALL_ACCESS, &services);
     if (r != ERROR_SUCCESS)
         return r;
     r = deleteTree(services, name);
@@ -161,7 +250,7 @@ LONG RegistryDatabase::deleteService(const std::string &name)
 DWORD RegistryDatabase::readControlValue(const char *value, DWORD fallback)
 {
     HKEY key;
-    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, tsp::svc::kControlKey, 0, KEY_READ, &key) != ERROR_SUCCESS)
+    if (text::openKey(HKEY_LOCAL_MACHINE, tsp::svc::kControlKey, KEY_READ, &key) != ERROR_SUCCESS)
         return fallback;
     DWORD v = fallback;
     if (!readDword(key, value, v))

@@ -1,6 +1,7 @@
 // The service database: HKLM\SYSTEM\CurrentControlSet\Services\<name>, one
-// key per service with ImagePath, DisplayName, Type, Start, ErrorControl and
-// ObjectName, as Windows keeps it.
+// key per service with ImagePath, DisplayName, Type, Start, ErrorControl,
+// ObjectName, Group, DependOnService, DependOnGroup, Description and
+// DelayedAutostart, as Windows keeps it. All text is UTF-8 here.
 #pragma once
 
 #include <windows.h>
@@ -18,6 +19,11 @@ struct ServiceConfig {
     DWORD start = SERVICE_DEMAND_START;
     DWORD errorControl = SERVICE_ERROR_NORMAL;
     std::string account;
+    std::string group;                     // Group: its load order group
+    std::vector<std::string> dependOnService; // DependOnService
+    std::vector<std::string> dependOnGroup;   // DependOnGroup
+    std::string description;
+    bool delayedAutostart = false;
 };
 
 // Where the manager keeps its services. The daemon keeps them in the
@@ -30,7 +36,9 @@ public:
     virtual bool readService(const std::string &name, ServiceConfig &out) = 0;
     // Every Win32 service, in the order the store gives them.
     virtual std::vector<ServiceConfig> readAllServices() = 0;
-    // Writes a new entry; a registry error code on failure.
+    // Writes the entry of config's name, made when missing, replacing its
+    // values (an empty group, description or list is removed); a registry
+    // error code on failure.
     virtual LONG writeService(const ServiceConfig &config) = 0;
     // Removes the entry and everything below it.
     virtual LONG deleteService(const std::string &name) = 0;

@@ -1,18 +1,23 @@
 // Starting and reaping service processes.
 #include "launcher.h"
 
+#include "account.h"
 #include "check.h"
 #include "log.h"
 #include "winpath.h"
 
 #include <errno.h>
 #include <fcntl.h>
+#include <grp.h>
 #include <poll.h>
+#include <pwd.h>
 #include <signal.h>
 #include <spawn.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -26,6 +31,14 @@ std::string programPath(const std::string &word)
 {
     std::string posix;
     return tsp::translateWindowsPath(word.c_str(), posix) == ERROR_SUCCESS ? posix : word;
+}
+
+std::string userName(uid_t uid)
+{
+    passwd pw{}, *found = nullptr;
+    char buf[4096];
+    return getpwuid_r(uid, &pw, buf, sizeof buf, &found) == 0 && found ? std::string(pw.pw_name)
+                                                                         : std::to_string(uid);
 }
 
 } // namespace
@@ -68,9 +81,19 @@ SpawnLauncher::~SpawnLauncher()
         watcher_.detach();
 }
 
-DWORD SpawnLauncher::launch(const std::string &imagePath, pid_t *pid)
+SpawnLauncher::SpawnLauncher(const std::string &root, const std::string &socketPath)
+    : environment_(environ, root), socketPath_(socketPath)
 {
-    std::vector<std::string> words = commandLineOf(imagePath);
+}
+
+// A service whose account is another user than the daemon's runs as that
+// user (and its groups) when the daemon runs as root. A daemon that does
+// not run as root cannot take another identity: such a start is refused
+// with ERROR_SERVICE_LOGON_FAILED, as Windows refuses a logon it cannot
+// make; LocalSystem there means the daemon's own user.
+DWORD SpawnLauncher::launch(const ServiceConfig &config, pid_t *pid)
+{
+    std::vector<std::string> words = commandLineOf(config.imagePath);
     if (words.empty())
         return ERROR_PATH_NOT_FOUND;
     struct stat st;
@@ -78,10 +101,46 @@ DWORD SpawnLauncher::launch(const std::string &imagePath, pid_t *pid)
         return ERROR_FILE_NOT_FOUND;
     if (!S_ISREG(st.st_mode) || access(words[0].c_str(), X_OK) != 0)
         return ERROR_ACCESS_DENIED;
-    std::vector<char *> argv;
+    Account account;
+    if (!lookUpAccount(config.account, account))
+        return ERROR_SERVICE_LOGON_FAILED;
+    bool system = storedAccountName(config.account) == "LocalSystem";
+    if (system || account.uid == geteuid()) {
+        account.uid = geteuid();
+        account.gid = getegid();
+        if (system && geteuid() != 0) {
+            account.user = userName(geteuid());
+            const char *home = getenv("HOME");
+            account.home = home ? home : "/";
+        }
+    } else if (geteuid() != 0) {
+        return ERROR_SERVICE_LOGON_FAILED;
+    }
+    std::vector<std::string> env = environment_.forAccount(account);
+    std::vector<char *> argv, envp;
     for (std::string &w : words)
         argv.push_back(w.data());
     argv.push_back(nullptr);
+    for (std::string &e : env)
+        envp.push_back(e.data());
+    envp.push_back(nullptr);
+    DWORD e;
+    std::lock_guard<std::mutex> g(lock_);
+    if (account.uid == geteuid())
+        e = spawnAsDaemon(argv.data(), envp.data(), pid);
+    else
+        e = spawnAsUser(account, argv.data(), envp.data(), pid);
+    if (e)
+        return e;
+    ++children_;
+    if (!reaper_.joinable())
+        reaper_ = std::thread(&SpawnLauncher::reap, this);
+    launched_.notify_all();
+    return ERROR_SUCCESS;
+}
+
+DWORD SpawnLauncher::spawnAsDaemon(char **argv, char **envp, pid_t *pid)
+{
     posix_spawnattr_t attr;
     if (posix_spawnattr_init(&attr) != 0)
         return ERROR_NOT_ENOUGH_MEMORY;
@@ -97,16 +156,86 @@ DWORD SpawnLauncher::launch(const std::string &imagePath, pid_t *pid)
         e = posix_spawnattr_setpgroup(&attr, 0);
     if (!e)
         e = posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
-    std::lock_guard<std::mutex> g(lock_);
     if (!e)
-        e = posix_spawn(pid, argv[0], nullptr, &attr, argv.data(), environ);
+        e = posix_spawn(pid, argv[0], nullptr, &attr, argv, envp);
     posix_spawnattr_destroy(&attr);
     if (e != 0)
         return e == ENOENT ? ERROR_FILE_NOT_FOUND : e == EACCES ? ERROR_ACCESS_DENIED : ERROR_BAD_FORMAT;
-    ++children_;
-    if (!reaper_.joinable())
-        reaper_ = std::thread(&SpawnLauncher::reap, this);
-    launched_.notify_all();
+    return ERROR_SUCCESS;
+}
+
+// The machine root is the daemon's user's alone, so a process of another
+// user cannot reach the manager's socket: while it is still root, the child
+// connects twice (its dispatcher's connection and its status connection,
+// made by its own pid, as the manager knows it) and keeps them at
+// descriptors 3 and 4, where the dispatcher finds them; then it takes the
+// account's groups and user and runs the program.
+DWORD SpawnLauncher::spawnAsUser(const Account &account, char **argv, char **envp, pid_t *pid)
+{
+    int groupCount = 64;
+    std::vector<gid_t> groups(static_cast<size_t>(groupCount));
+    if (getgrouplist(account.user.c_str(), account.gid, groups.data(), &groupCount) < 0) {
+        groups.resize(static_cast<size_t>(groupCount));
+        if (getgrouplist(account.user.c_str(), account.gid, groups.data(), &groupCount) < 0)
+            return ERROR_SERVICE_LOGON_FAILED;
+    }
+    groups.resize(static_cast<size_t>(groupCount));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (socketPath_.empty() || socketPath_.size() >= sizeof address.sun_path)
+        return ERROR_SERVICE_LOGON_FAILED;
+    memcpy(address.sun_path, socketPath_.c_str(), socketPath_.size() + 1);
+    int failed[2];
+    if (pipe2(failed, O_CLOEXEC) != 0)
+        return ERROR_NOT_ENOUGH_MEMORY;
+    pid_t child = fork();
+    if (child < 0) {
+        close(failed[0]);
+        close(failed[1]);
+        return ERROR_NOT_ENOUGH_MEMORY;
+    }
+    if (child == 0) {
+        // Only async-signal-safe calls from here on.
+        setpgid(0, 0);
+        int c1 = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        int c2 = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        int step = 1;
+        if (c1 >= 0 && c2 >= 0 && connect(c1, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0 &&
+            connect(c2, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0) {
+            // Move them above 4 first, so that dup2 to 3 and 4 cannot close one of them.
+            int h1 = fcntl(c1, F_DUPFD, 10), h2 = fcntl(c2, F_DUPFD, 10);
+            step = 2;
+            if (h1 >= 0 && h2 >= 0 && dup2(h1, 3) == 3 && dup2(h2, 4) == 4 &&
+                syscall(SYS_close_range, 5u, ~0u, 0u) == 0 && setgroups(groups.size(), groups.data()) == 0 &&
+                setgid(account.gid) == 0 && setuid(account.uid) == 0) {
+                step = 3;
+                sigset_t none;
+                sigemptyset(&none);
+                for (int sig = 1; sig < NSIG; ++sig)
+                    signal(sig, SIG_DFL);
+                sigprocmask(SIG_SETMASK, &none, nullptr);
+                execve(argv[0], argv, envp);
+            }
+        }
+        char b = static_cast<char>(step);
+        if (write(failed[1], &b, 1) != 1)
+            _exit(126);
+        _exit(127);
+    }
+    close(failed[1]);
+    char b = 0;
+    ssize_t n;
+    while ((n = read(failed[0], &b, 1)) < 0 && errno == EINTR) {
+    }
+    close(failed[0]);
+    if (n == 1) {
+        int status;
+        while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+        }
+        logLine("cannot start a process as %s (step %d)", account.user.c_str(), static_cast<int>(b));
+        return b == 3 ? ERROR_BAD_FORMAT : ERROR_SERVICE_LOGON_FAILED;
+    }
+    *pid = child;
     return ERROR_SUCCESS;
 }
 

@@ -1,10 +1,12 @@
 // Service processes as the daemon starts them: the ImagePath as a command
-// line, posix_spawn in a process group of its own with default signals,
+// line, in a process group of its own with default signals, as the
+// service's account, with the environment of environment.h,
 // and one reaper thread that reports each end to the manager. The
 // processes that an earlier daemon started and left running are watched
 // through process descriptors by a thread of their own.
 #pragma once
 
+#include "environment.h"
 #include "manager.h"
 #include "records.h"
 
@@ -24,11 +26,14 @@ std::vector<std::string> commandLineOf(const std::string &imagePath);
 
 class SpawnLauncher : public ProcessLauncher {
 public:
-    SpawnLauncher() = default;
+    // Services run in the machine root `root`; socketPath is the
+    // manager's socket, which a process of another user is connected to
+    // before it gives up the daemon's identity.
+    SpawnLauncher(const std::string &root, const std::string &socketPath);
     ~SpawnLauncher() override;
     // Where the ends of the processes go; set before the first launch.
     void reportTo(Manager *manager) { manager_ = manager; }
-    DWORD launch(const std::string &imagePath, pid_t *pid) override;
+    DWORD launch(const ServiceConfig &config, pid_t *pid) override;
     void kill(pid_t pid) override;
     void remember(const std::string &serviceName, pid_t pid) override;
     void forget(const std::string &serviceName) override;
@@ -39,9 +44,13 @@ public:
     std::vector<ProcessRecords::Running> takeOverRecorded(const std::string &runFolder);
 
 private:
+    DWORD spawnAsDaemon(char **argv, char **envp, pid_t *pid);
+    DWORD spawnAsUser(const Account &account, char **argv, char **envp, pid_t *pid);
     void reap();
     void watchTakenOver(std::vector<std::pair<pid_t, int>> processes);
 
+    const ServiceEnvironment environment_;
+    const std::string socketPath_;
     std::unique_ptr<ProcessRecords> records_;
     std::thread watcher_;
 

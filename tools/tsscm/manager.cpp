@@ -1,10 +1,13 @@
-// The service manager's state machine.
-#include "manager.h"
+// The service manager's state machine: its entries, handles and
+// configuration. Starts are in managerstart.cpp, controls and shutdown in
+// managercontrol.cpp.
+#include "managerservice.h"
 
+#include "account.h"
 #include "log.h"
 #include "svcwire.h"
 
-#include <chrono>
+#include <algorithm>
 
 using tsp::svc::foldServiceName;
 
@@ -12,61 +15,37 @@ namespace tsscm {
 
 namespace {
 
-constexpr DWORD kNeverStarted = 1077; // ERROR_SERVICE_NEVER_STARTED
-constexpr DWORD kStartWaitHint = 2000;
-
-bool accepts(DWORD control, DWORD accepted)
-{
-    switch (control) {
-    case SERVICE_CONTROL_STOP: return accepted & SERVICE_ACCEPT_STOP;
-    case SERVICE_CONTROL_PAUSE:
-    case SERVICE_CONTROL_CONTINUE: return accepted & SERVICE_ACCEPT_PAUSE_CONTINUE;
-    case SERVICE_CONTROL_INTERROGATE: return true;
-    case SERVICE_CONTROL_SHUTDOWN: return accepted & SERVICE_ACCEPT_SHUTDOWN;
-    case SERVICE_CONTROL_PARAMCHANGE: return accepted & SERVICE_ACCEPT_PARAMCHANGE;
-    case SERVICE_CONTROL_NETBINDADD:
-    case SERVICE_CONTROL_NETBINDREMOVE:
-    case SERVICE_CONTROL_NETBINDENABLE:
-    case SERVICE_CONTROL_NETBINDDISABLE: return accepted & SERVICE_ACCEPT_NETBINDCHANGE;
-    default: return control >= 128 && control <= 255;
-    }
-}
-
 bool validName(const std::string &n)
 {
     return !n.empty() && n.size() <= 256 && n.find_first_of("/\\") == std::string::npos;
 }
 
-bool localSystem(const std::string &a)
+bool validStart(DWORD start) { return start == SERVICE_AUTO_START || start == SERVICE_DEMAND_START || start == SERVICE_DISABLED; }
+
+bool validType(DWORD type)
 {
-    std::string f = foldServiceName(a);
-    return f.empty() || f == "localsystem" || f == ".\\localsystem" || f == "nt authority\\system";
+    DWORD base = type & ~static_cast<DWORD>(SERVICE_INTERACTIVE_PROCESS);
+    return base == SERVICE_WIN32_OWN_PROCESS || base == SERVICE_WIN32_SHARE_PROCESS;
 }
 
-std::chrono::steady_clock::time_point after(DWORD ms)
+// Dependencies as the database keeps them: services and groups apart.
+void splitDependencies(const std::vector<std::string> &all, ServiceConfig &c)
 {
-    return std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+    c.dependOnService.clear();
+    c.dependOnGroup.clear();
+    for (const std::string &d : all) {
+        if (d.empty())
+            continue;
+        if (d[0] == '+') {
+            if (d.size() > 1)
+                c.dependOnGroup.push_back(d.substr(1));
+        } else {
+            c.dependOnService.push_back(d);
+        }
+    }
 }
 
 } // namespace
-
-struct Manager::Service {
-    uint64_t id = 0;
-    std::string name;
-    SERVICE_STATUS status{};
-    pid_t pid = 0;           // the running process, 0 for none
-    bool launching = false;  // started, its dispatcher not yet connected
-    DWORD launchError = 0;   // why the launch ended, when it failed
-    std::vector<std::string> args;
-    std::shared_ptr<ControlLink> link; // the dispatcher's connection
-    bool deleteMark = false;
-    bool controlBusy = false;
-    uint64_t statusSeq = 0;  // the latest report applied, in the process's count
-    uint32_t controlSeq = 0;
-    int handles = 0;         // open handles of all clients
-
-    bool running() const { return pid != 0 || status.dwCurrentState != SERVICE_STOPPED; }
-};
 
 Manager::Manager(ServiceDatabase &db, ProcessLauncher &launcher) : db_(db), launcher_(launcher)
 {
@@ -102,7 +81,7 @@ Manager::ServicePtr Manager::lookupName(const std::string &name)
     s->name = config.name;
     s->status.dwServiceType = config.type & SERVICE_WIN32;
     s->status.dwCurrentState = SERVICE_STOPPED;
-    s->status.dwWin32ExitCode = kNeverStarted;
+    s->status.dwWin32ExitCode = ERROR_SERVICE_NEVER_STARTED;
     services_[folded] = s;
     return s;
 }
@@ -145,12 +124,11 @@ DWORD Manager::create(const CreateRequest &r, pid_t client, Opened *out)
 {
     if (!validName(r.name))
         return ERROR_INVALID_NAME;
-    DWORD base = r.type & ~static_cast<DWORD>(SERVICE_INTERACTIVE_PROCESS);
-    if ((base != SERVICE_WIN32_OWN_PROCESS && base != SERVICE_WIN32_SHARE_PROCESS) ||
-        (r.start != SERVICE_AUTO_START && r.start != SERVICE_DEMAND_START && r.start != SERVICE_DISABLED) ||
-        r.errorControl > SERVICE_ERROR_CRITICAL || r.imagePath.empty())
+    // Boot and system starts are for drivers, which this manager has not.
+    if (!validType(r.type) || !validStart(r.start) || r.errorControl > SERVICE_ERROR_CRITICAL || r.imagePath.empty())
         return ERROR_INVALID_PARAMETER;
-    if (!localSystem(r.account))
+    Account account;
+    if (!lookUpAccount(r.account, account))
         return ERROR_INVALID_SERVICE_ACCOUNT;
     std::string display = r.hasDisplay && !r.display.empty() ? r.display : r.name;
     Lock g(lock_);
@@ -167,15 +145,130 @@ DWORD Manager::create(const CreateRequest &r, pid_t client, Opened *out)
     c.type = r.type;
     c.start = r.start;
     c.errorControl = r.errorControl;
-    c.account = "LocalSystem";
-    if (LONG e = db_.writeService(c))
-        return static_cast<DWORD>(e);
+    c.account = storedAccountName(r.account);
+    c.group = r.group;
+    splitDependencies(r.dependencies, c);
+    if (DWORD e = store(c))
+        return e;
     ServicePtr s = lookupName(r.name);
     if (!s)
         return ERROR_GEN_FAILURE;
     logLine("%s created", s->name.c_str());
     addHandle(s, client);
     *out = Opened{s->id, s->name};
+    return ERROR_SUCCESS;
+}
+
+// True when config depends on `on`, by name or through a group, directly
+// or through others (all: every service's configuration).
+bool Manager::dependsOn(const ServiceConfig &config, const ServiceConfig &on, const std::vector<ServiceConfig> &all)
+{
+    std::string target = foldServiceName(on.name), targetGroup = foldServiceName(on.group);
+    std::vector<const ServiceConfig *> todo{&config};
+    std::vector<std::string> seen;
+    auto find = [&](const std::string &name) -> const ServiceConfig * {
+        std::string f = foldServiceName(name);
+        if (f == foldServiceName(config.name))
+            return &config; // its new form, not the stored one
+        for (const ServiceConfig &c : all)
+            if (foldServiceName(c.name) == f)
+                return &c;
+        return nullptr;
+    };
+    while (!todo.empty()) {
+        const ServiceConfig *c = todo.back();
+        todo.pop_back();
+        std::string f = foldServiceName(c->name);
+        if (std::find(seen.begin(), seen.end(), f) != seen.end())
+            continue;
+        seen.push_back(f);
+        for (const std::string &d : c->dependOnService) {
+            if (foldServiceName(d) == target)
+                return true;
+            if (const ServiceConfig *next = find(d))
+                todo.push_back(next);
+        }
+        for (const std::string &grp : c->dependOnGroup) {
+            std::string fg = foldServiceName(grp);
+            if (!targetGroup.empty() && fg == targetGroup)
+                return true;
+            for (const ServiceConfig &member : all)
+                if (foldServiceName(member.group) == fg)
+                    if (const ServiceConfig *next = find(member.name))
+                        todo.push_back(next);
+        }
+    }
+    return false;
+}
+
+// Writes a configuration that holds together: an interactive service
+// runs as LocalSystem, as on Windows (else ERROR_INVALID_PARAMETER), and
+// dependencies lead not back to the service (ERROR_CIRCULAR_DEPENDENCY).
+DWORD Manager::store(const ServiceConfig &config)
+{
+    if ((config.type & SERVICE_INTERACTIVE_PROCESS) && config.account != "LocalSystem")
+        return ERROR_INVALID_PARAMETER;
+    if (dependsOn(config, config, db_.readAllServices()))
+        return ERROR_CIRCULAR_DEPENDENCY;
+    LONG e = db_.writeService(config);
+    return static_cast<DWORD>(e);
+}
+
+DWORD Manager::changeConfig(uint64_t id, const ChangeRequest &r)
+{
+    if ((r.type != SERVICE_NO_CHANGE && !validType(r.type)) || (r.start != SERVICE_NO_CHANGE && !validStart(r.start)) ||
+        (r.errorControl != SERVICE_NO_CHANGE && r.errorControl > SERVICE_ERROR_CRITICAL) ||
+        (r.imagePath && r.imagePath->empty()))
+        return ERROR_INVALID_PARAMETER;
+    Account account;
+    if (r.account && !lookUpAccount(*r.account, account))
+        return ERROR_INVALID_SERVICE_ACCOUNT;
+    Lock g(lock_);
+    ServicePtr s = lookupId(id);
+    if (!s || s->deleteMark)
+        return ERROR_SERVICE_MARKED_FOR_DELETE;
+    ServiceConfig c;
+    if (!db_.readService(s->name, c))
+        return ERROR_SERVICE_MARKED_FOR_DELETE;
+    if (r.display) {
+        std::string display = r.display->empty() ? c.name : *r.display;
+        std::string folded = foldServiceName(display);
+        for (const ServiceConfig &other : db_.readAllServices())
+            if (foldServiceName(other.name) != foldServiceName(c.name) &&
+                (foldServiceName(other.name) == folded || foldServiceName(other.displayName) == folded))
+                return ERROR_DUPLICATE_SERVICE_NAME;
+        c.displayName = display;
+    }
+    if (r.type != SERVICE_NO_CHANGE)
+        c.type = r.type;
+    if (r.start != SERVICE_NO_CHANGE)
+        c.start = r.start;
+    if (r.errorControl != SERVICE_NO_CHANGE)
+        c.errorControl = r.errorControl;
+    if (r.imagePath)
+        c.imagePath = *r.imagePath;
+    if (r.account)
+        c.account = storedAccountName(*r.account);
+    if (r.group)
+        c.group = *r.group;
+    if (r.dependencies)
+        splitDependencies(*r.dependencies, c);
+    if (r.description)
+        c.description = *r.description;
+    if (r.delayedAutostart)
+        c.delayedAutostart = *r.delayedAutostart;
+    if (DWORD e = store(c))
+        return e;
+    logLine("%s: configuration changed", c.name.c_str());
+    return ERROR_SUCCESS;
+}
+
+DWORD Manager::queryConfig(uint64_t id, ServiceConfig *config)
+{
+    Lock g(lock_);
+    ServicePtr s = lookupId(id);
+    if (!s || !db_.readService(s->name, *config))
+        return ERROR_SERVICE_MARKED_FOR_DELETE;
     return ERROR_SUCCESS;
 }
 
@@ -225,150 +318,15 @@ void Manager::clientGone(pid_t client)
         }
 }
 
-DWORD Manager::start(uint64_t id, std::vector<std::string> args)
-{
-    Lock g(lock_);
-    ServicePtr s = lookupId(id);
-    if (!s)
-        return ERROR_SERVICE_MARKED_FOR_DELETE;
-    return startLocked(s, std::move(args), g);
-}
-
-DWORD Manager::startLocked(const ServicePtr &s, std::vector<std::string> args, Lock &g)
-{
-    if (s->deleteMark)
-        return ERROR_SERVICE_MARKED_FOR_DELETE;
-    // A process that reported SERVICE_STOPPED and is still ending does not
-    // hold up the next start.
-    if (s->status.dwCurrentState != SERVICE_STOPPED || s->launching)
-        return ERROR_SERVICE_ALREADY_RUNNING;
-    ServiceConfig config;
-    if (!db_.readService(s->name, config))
-        return ERROR_SERVICE_DOES_NOT_EXIST;
-    if (config.start == SERVICE_DISABLED)
-        return ERROR_SERVICE_DISABLED;
-    pid_t pid = 0;
-    if (DWORD e = launcher_.launch(config.imagePath, &pid))
-        return e;
-    s->pid = pid;
-    launcher_.remember(s->name, pid);
-    s->args = std::move(args);
-    s->statusSeq = 0;
-    s->launching = true;
-    s->launchError = 0;
-    s->status = SERVICE_STATUS{config.type & SERVICE_WIN32, SERVICE_START_PENDING, 0, 0, 0, 0, kStartWaitHint};
-    logLine("%s: started process %d", s->name.c_str(), static_cast<int>(pid));
-    DWORD timeout = pipeTimeoutMs_ = db_.readControlValue("ServicesPipeTimeout", 30000);
-    changed_.wait_until(g, after(timeout), [&] { return !s->launching || s->pid != pid; });
-    if (s->launching && s->pid == pid) {
-        // It never reached its dispatcher: as on Windows, error 1053.
-        logLine("%s: no dispatcher within %u ms", s->name.c_str(), static_cast<unsigned>(timeout));
-        launcher_.kill(pid);
-        s->launching = false;
-        s->status.dwCurrentState = SERVICE_STOPPED;
-        s->status.dwWin32ExitCode = ERROR_SERVICE_REQUEST_TIMEOUT;
-        s->status.dwWaitHint = 0;
-        settle(s);
-        return ERROR_SERVICE_REQUEST_TIMEOUT;
-    }
-    return s->launchError;
-}
-
-DWORD Manager::control(uint64_t id, DWORD control, SERVICE_STATUS *status)
-{
-    Lock g(lock_);
-    ServicePtr s = lookupId(id);
-    if (!s)
-        return ERROR_SERVICE_MARKED_FOR_DELETE;
-    DWORD e = controlLocked(s, control, g);
-    *status = s->status;
-    return e;
-}
-
-void Manager::applyReport(const ServicePtr &s, const SERVICE_STATUS &status, uint64_t seq)
-{
-    if (seq > s->statusSeq) { // else a later report came first, on the other connection
-        s->statusSeq = seq;
-        s->status = status;
-        settle(s);
-    }
-}
-
-// Delivers one control and waits for the handler's return. The caller's
-// thread reads the answer from the dispatcher's link itself: only one
-// control at a time uses it.
-DWORD Manager::controlLocked(const ServicePtr &s, DWORD control, Lock &g)
-{
-    if (control == 0 || control > 255)
-        return ERROR_INVALID_PARAMETER;
-    DWORD timeout = pipeTimeoutMs_;
-    auto deadline = after(timeout);
-    while (s->controlBusy && s->running())
-        if (changed_.wait_until(g, deadline) == std::cv_status::timeout && s->controlBusy)
-            return ERROR_SERVICE_REQUEST_TIMEOUT;
-    if (s->status.dwCurrentState == SERVICE_STOPPED)
-        return ERROR_SERVICE_NOT_ACTIVE;
-    if (s->status.dwCurrentState == SERVICE_START_PENDING || s->status.dwCurrentState == SERVICE_STOP_PENDING)
-        return ERROR_SERVICE_CANNOT_ACCEPT_CTRL;
-    if (!accepts(control, s->status.dwControlsAccepted))
-        return ERROR_INVALID_SERVICE_CONTROL;
-    std::shared_ptr<ControlLink> link = s->link;
-    if (!link)
-        return ERROR_SERVICE_REQUEST_TIMEOUT; // its dispatcher is gone
-    uint32_t seq = ++s->controlSeq;
-    s->controlBusy = true;
-    bool answered = false, gone = false;
-    DWORD result = 0;
-    g.unlock();
-    if (link->send(seq, control)) {
-        auto end = after(timeout);
-        for (;;) {
-            auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
-            ControlEvent event;
-            bool timedOut = false;
-            if (!link->receive(event, static_cast<int>(left.count() < 0 ? 0 : left.count()), &timedOut)) {
-                gone = !timedOut;
-                break;
-            }
-            if (event.kind == ControlEvent::Status) {
-                // Reported by the handler itself: the manager has it before the answer.
-                g.lock();
-                applyReport(s, event.status, event.statusSeq);
-                g.unlock();
-                continue;
-            }
-            // An answer to an earlier control that timed out is passed over.
-            if (event.seq == seq) {
-                result = event.result;
-                answered = true;
-                break;
-            }
-        }
-    } else {
-        gone = true;
-    }
-    g.lock();
-    s->controlBusy = false;
-    changed_.notify_all();
-    if (s->link != link) {
-        gone = !answered; // a new process's dispatcher took its place meanwhile
-    } else if (gone) {
-        s->link.reset(); // the dispatcher ended (the process with it, or it returned)
-    }
-    if (answered)
-        return result;
-    if (gone && s->status.dwCurrentState == SERVICE_STOPPED)
-        return ERROR_SUCCESS;
-    return ERROR_SERVICE_REQUEST_TIMEOUT;
-}
-
-DWORD Manager::query(uint64_t id, SERVICE_STATUS *status)
+DWORD Manager::query(uint64_t id, SERVICE_STATUS *status, DWORD *pid)
 {
     Lock g(lock_);
     ServicePtr s = lookupId(id);
     if (!s)
         return ERROR_SERVICE_MARKED_FOR_DELETE;
     *status = s->status;
+    if (pid)
+        *pid = s->status.dwCurrentState == SERVICE_STOPPED ? 0 : static_cast<DWORD>(s->pid);
     return ERROR_SUCCESS;
 }
 
@@ -397,145 +355,17 @@ std::vector<Manager::Listed> Manager::enumerate(DWORD type, DWORD state)
             continue;
         bool active = s->status.dwCurrentState != SERVICE_STOPPED;
         if ((active && (state & SERVICE_ACTIVE)) || (!active && (state & SERVICE_INACTIVE)))
-            chosen.push_back(Listed{entry.second.name, entry.second.displayName, s->status});
+            chosen.push_back(Listed{entry.second.name, entry.second.displayName, s->status,
+                                    active ? static_cast<DWORD>(s->pid) : 0});
     }
     return chosen;
-}
-
-DWORD Manager::setStatus(pid_t pid, const SERVICE_STATUS &status, uint64_t seq)
-{
-    if (status.dwCurrentState < SERVICE_STOPPED || status.dwCurrentState > SERVICE_PAUSED)
-        return ERROR_INVALID_DATA;
-    Lock g(lock_);
-    for (auto &entry : services_) {
-        ServicePtr s = entry.second;
-        if (s->pid != pid || pid == 0)
-            continue;
-        applyReport(s, status, seq);
-        return ERROR_SUCCESS;
-    }
-    return ERROR_INVALID_HANDLE;
-}
-
-bool Manager::attachDispatcher(pid_t pid, const Greeting &greet)
-{
-    Lock g(lock_);
-    ServicePtr s;
-    for (auto &entry : services_)
-        if (entry.second->pid == pid && entry.second->launching && pid != 0)
-            s = entry.second;
-    if (!s)
-        return false;
-    std::shared_ptr<ControlLink> link = greet(s->name, s->args);
-    if (!link)
-        return false;
-    s->link = link; // the previous process's, if any, closes when its last control lets it go
-    s->launching = false;
-    changed_.notify_all();
-    return true;
-}
-
-// A process that did not report SERVICE_STOPPED itself ends with
-// ERROR_PROCESS_ABORTED.
-void Manager::processEnded(pid_t pid)
-{
-    std::function<void()> hook;
-    {
-        Lock g(lock_);
-        for (auto &entry : services_) {
-            ServicePtr s = entry.second;
-            if (s->pid != pid)
-                continue;
-            s->pid = 0;
-            launcher_.forget(s->name);
-            if (!s->controlBusy)
-                s->link.reset();
-            if (s->launching) {
-                s->launching = false;
-                s->launchError = ERROR_PROCESS_ABORTED;
-            }
-            if (s->status.dwCurrentState != SERVICE_STOPPED) {
-                logLine("%s: process %d ended without reporting SERVICE_STOPPED", s->name.c_str(),
-                        static_cast<int>(pid));
-                s->status.dwCurrentState = SERVICE_STOPPED;
-                s->status.dwControlsAccepted = 0;
-                s->status.dwWin32ExitCode = ERROR_PROCESS_ABORTED;
-                s->status.dwServiceSpecificExitCode = 0;
-                s->status.dwCheckPoint = 0;
-                s->status.dwWaitHint = 0;
-            }
-            settle(s);
-            break;
-        }
-        changed_.notify_all();
-        hook = processEndedHook_;
-    }
-    if (hook)
-        hook();
-}
-
-void Manager::adopt(const std::string &serviceName, pid_t pid)
-{
-    Lock g(lock_);
-    ServicePtr s = lookupName(serviceName);
-    if (!s) {
-        logLine("%s: process %d runs for a service that is gone; it is ended", serviceName.c_str(),
-                static_cast<int>(pid));
-        launcher_.kill(pid);
-        launcher_.forget(serviceName);
-        return;
-    }
-    s->pid = pid;
-    s->launching = true; // its dispatcher connects again
-    s->statusSeq = 0;
-    s->status = SERVICE_STATUS{SERVICE_WIN32_OWN_PROCESS, SERVICE_START_PENDING, 0, 0, 0, 0, kStartWaitHint};
-    logLine("%s: took over process %d", s->name.c_str(), static_cast<int>(pid));
-}
-
-void Manager::autoStart()
-{
-    Lock g(lock_);
-    for (const ServiceConfig &c : db_.readAllServices()) {
-        if (c.start != SERVICE_AUTO_START)
-            continue;
-        ServicePtr s = lookupName(c.name);
-        if (!s || s->running())
-            continue;
-        DWORD e = startLocked(s, {}, g);
-        logLine("%s: automatic start %s (%u)", c.name.c_str(), e ? "failed" : "done", static_cast<unsigned>(e));
-    }
-}
-
-void Manager::shutdown()
-{
-    Lock g(lock_);
-    std::vector<ServicePtr> live;
-    for (auto &entry : services_)
-        if (entry.second->running())
-            live.push_back(entry.second);
-    for (const ServicePtr &s : live) {
-        if (s->status.dwControlsAccepted & SERVICE_ACCEPT_SHUTDOWN)
-            controlLocked(s, SERVICE_CONTROL_SHUTDOWN, g);
-        else if (s->status.dwControlsAccepted & SERVICE_ACCEPT_STOP)
-            controlLocked(s, SERVICE_CONTROL_STOP, g);
-    }
-    DWORD timeout = db_.readControlValue("WaitToKillServiceTimeout", 20000);
-    changed_.wait_until(g, after(timeout), [&] {
-        for (const ServicePtr &s : live)
-            if (s->pid != 0)
-                return false;
-        return true;
-    });
-    for (const ServicePtr &s : live)
-        if (s->pid != 0) {
-            logLine("%s: killed at shutdown", s->name.c_str());
-            launcher_.kill(s->pid);
-        }
 }
 
 bool Manager::hasProcesses()
 {
     Lock g(lock_);
+    if (delayedStartPending_)
+        return true;
     for (auto &entry : services_)
         if (entry.second->pid != 0 || entry.second->launching)
             return true;

@@ -16,6 +16,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,9 +27,10 @@ namespace tsscm {
 class ProcessLauncher {
 public:
     virtual ~ProcessLauncher() = default;
-    // Starts the service's command line (its ImagePath); ERROR_SUCCESS
-    // with *pid set, or the Win32 error why it cannot.
-    virtual DWORD launch(const std::string &imagePath, pid_t *pid) = 0;
+    // Starts the service's command line (its ImagePath) as its account
+    // (ObjectName); ERROR_SUCCESS with *pid set, or the Win32 error why it
+    // cannot.
+    virtual DWORD launch(const ServiceConfig &config, pid_t *pid) = 0;
     // Ends the process at once.
     virtual void kill(pid_t pid) = 0;
     // The service's process runs (remember) or has ended (forget): kept
@@ -74,11 +76,22 @@ public:
         std::string name, display;
         bool hasDisplay = false;
         DWORD type = 0, start = 0, errorControl = 0;
-        std::string imagePath, account;
+        std::string imagePath, account, group;
+        // Services, and groups after SC_GROUP_IDENTIFIERA ('+').
+        std::vector<std::string> dependencies;
+    };
+    // ChangeServiceConfig and ChangeServiceConfig2: SERVICE_NO_CHANGE and
+    // an absent value leave the setting as it is.
+    struct ChangeRequest {
+        DWORD type = SERVICE_NO_CHANGE, start = SERVICE_NO_CHANGE, errorControl = SERVICE_NO_CHANGE;
+        std::optional<std::string> imagePath, account, group, display, description;
+        std::optional<std::vector<std::string>> dependencies;
+        std::optional<bool> delayedAutostart;
     };
     struct Listed {
         std::string name, display;
         SERVICE_STATUS status{};
+        DWORD pid = 0;
     };
 
     // The service calls of a client process; client is its pid, under
@@ -91,12 +104,21 @@ public:
     void clientGone(pid_t client);
     // Starts the process and waits (ServicesPipeTimeout) until it reaches
     // its dispatcher, it ends, or the time is up (the process is killed:
-    // ERROR_SERVICE_REQUEST_TIMEOUT).
+    // ERROR_SERVICE_REQUEST_TIMEOUT). The services it depends on (its
+    // DependOnService, and the members of its DependOnGroup groups, of
+    // which one must start) are started first, each until it runs:
+    // ERROR_SERVICE_DEPENDENCY_FAIL when one cannot start (whatever its own
+    // error, a disabled one too), ERROR_SERVICE_DEPENDENCY_DELETED when one
+    // does not exist, ERROR_CIRCULAR_DEPENDENCY when they lead back.
     DWORD start(uint64_t id, std::vector<std::string> args);
     // Delivers a control and waits (ServicesPipeTimeout) for the handler's
-    // return; *status is the service's status after it.
+    // return; *status is the service's status after it. A stop while a
+    // service that depends on this one runs: ERROR_DEPENDENT_SERVICES_RUNNING.
     DWORD control(uint64_t id, DWORD control, SERVICE_STATUS *status);
-    DWORD query(uint64_t id, SERVICE_STATUS *status);
+    // The status, and the service's process id (0 for none).
+    DWORD query(uint64_t id, SERVICE_STATUS *status, DWORD *pid = nullptr);
+    DWORD changeConfig(uint64_t id, const ChangeRequest &change);
+    DWORD queryConfig(uint64_t id, ServiceConfig *config);
     // DeleteService: marks the service; it goes once it is stopped and no
     // handle to it is open.
     DWORD remove(uint64_t id);
@@ -117,15 +139,22 @@ public:
     // it is the service's process, started until its dispatcher connects
     // again (and reports its state), and never started a second time.
     void adopt(const std::string &serviceName, pid_t pid);
-    // Starts the SERVICE_AUTO_START services.
+    // Starts the SERVICE_AUTO_START services; then, after
+    // HKLM\SYSTEM\CurrentControlSet\Control\AutoStartDelay seconds (default
+    // 120), those with DelayedAutostart, unless shutdown began meanwhile.
     void autoStart();
     // Sends SERVICE_CONTROL_SHUTDOWN (or stop) to every running service,
-    // waits for the processes (WaitToKillServiceTimeout) and kills the rest.
+    // dependents before the services they depend on, each round waited for,
+    // waits for the processes (WaitToKillServiceTimeout in all) and kills
+    // the rest.
     void shutdown();
-    // True while a service process runs or is being started.
+    // True while a service process runs or is being started, or a delayed
+    // automatic start is to come.
     bool hasProcesses();
     // Called (without the manager's lock) when a process has ended.
     void onProcessEnded(std::function<void()> hook);
+    // Called when shutdown begins.
+    void onShutdown(std::function<void()> hook);
 
 private:
     struct Service;
@@ -138,6 +167,12 @@ private:
     void dropHandle(const ServicePtr &s);
     void settle(const ServicePtr &s);
     DWORD startLocked(const ServicePtr &s, std::vector<std::string> args, Lock &g);
+    DWORD startWithDependencies(const ServicePtr &s, std::vector<std::string> args, Lock &g,
+                                std::vector<std::string> &chain);
+    DWORD runDependency(const ServicePtr &s, Lock &g, std::vector<std::string> &chain);
+    DWORD store(const ServiceConfig &config);
+    bool dependsOn(const ServiceConfig &config, const ServiceConfig &on, const std::vector<ServiceConfig> &all);
+    bool hasRunningDependents(const ServicePtr &s);
     DWORD controlLocked(const ServicePtr &s, DWORD control, Lock &g);
     void applyReport(const ServicePtr &s, const SERVICE_STATUS &status, uint64_t seq);
 
@@ -153,6 +188,9 @@ private:
     // return. Read at each start.
     DWORD pipeTimeoutMs_ = 30000;
     std::function<void()> processEndedHook_;
+    std::function<void()> shutdownHook_;
+    bool shuttingDown_ = false;
+    bool delayedStartPending_ = false;
 };
 
 } // namespace tsscm

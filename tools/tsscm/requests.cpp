@@ -92,6 +92,9 @@ std::string RequestHandler::handle(const std::string &frame, pid_t peer, bool *s
         c.errorControl = r.u32();
         c.imagePath = r.str();
         c.account = r.str();
+        c.group = r.str();
+        for (DWORD i = 0, n = r.u32(); i < n && r.ok(); ++i)
+            c.dependencies.push_back(r.str());
         if (!r.ok())
             return code(ERROR_INVALID_PARAMETER);
         Manager::Opened o;
@@ -130,8 +133,50 @@ std::string RequestHandler::handle(const std::string &frame, pid_t peer, bool *s
     case Op::Query: {
         uint64_t id = r.u64();
         SERVICE_STATUS st{};
-        DWORD e = r.ok() ? manager_.query(id, &st) : ERROR_INVALID_PARAMETER;
-        return e ? code(e) : Writer().u32(0).status(st).data();
+        DWORD pid = 0;
+        DWORD e = r.ok() ? manager_.query(id, &st, &pid) : ERROR_INVALID_PARAMETER;
+        return e ? code(e) : Writer().u32(0).status(st).u32(pid).data();
+    }
+    case Op::ChangeConfig: {
+        uint64_t id = r.u64();
+        Manager::ChangeRequest c;
+        c.type = r.u32();
+        c.start = r.u32();
+        c.errorControl = r.u32();
+        for (std::optional<std::string> *text : {&c.imagePath, &c.account, &c.group, &c.display, &c.description}) {
+            bool present = r.u32() != 0;
+            std::string value = r.str();
+            if (present)
+                *text = value;
+        }
+        if (r.u32()) {
+            std::vector<std::string> list;
+            for (DWORD i = 0, n = r.u32(); i < n && r.ok(); ++i)
+                list.push_back(r.str());
+            c.dependencies = list;
+        }
+        bool delayedGiven = r.u32() != 0;
+        bool delayed = r.u32() != 0;
+        if (delayedGiven)
+            c.delayedAutostart = delayed;
+        return code(r.ok() ? manager_.changeConfig(id, c) : ERROR_INVALID_PARAMETER);
+    }
+    case Op::QueryConfig: {
+        uint64_t id = r.u64();
+        ServiceConfig c;
+        DWORD e = r.ok() ? manager_.queryConfig(id, &c) : ERROR_INVALID_PARAMETER;
+        if (e)
+            return code(e);
+        Writer w;
+        w.u32(0).u32(c.type).u32(c.start).u32(c.errorControl);
+        w.str(c.imagePath).str(c.account).str(c.group).str(c.displayName).str(c.description);
+        w.u32(c.delayedAutostart ? 1 : 0);
+        w.u32(static_cast<uint32_t>(c.dependOnService.size() + c.dependOnGroup.size()));
+        for (const std::string &d : c.dependOnService)
+            w.str(d);
+        for (const std::string &d : c.dependOnGroup)
+            w.str("+" + d);
+        return w.data();
     }
     case Op::Delete: {
         uint64_t id = r.u64();
@@ -145,7 +190,7 @@ std::string RequestHandler::handle(const std::string &frame, pid_t peer, bool *s
         Writer w;
         w.u32(0).u32(static_cast<uint32_t>(chosen.size()));
         for (const Manager::Listed &l : chosen)
-            w.str(l.name).str(l.display).status(l.status);
+            w.str(l.name).str(l.display).status(l.status).u32(l.pid);
         return w.data();
     }
     case Op::SetStatus: {

@@ -9,6 +9,10 @@
 //                       connected and no service process running
 //   --notify-fd=N       writes "R" to N once it listens
 //
+// Started by an init system with NOTIFY_SOCKET set (systemd's Type=notify),
+// it sends READY=1 once it listens, STOPPING=1 when it begins to stop its
+// services, and a STATUS= line with each (notify.h).
+//
 // The services' state is the Manager's (manager.h), the service processes
 // the launcher's (launcher.h), the connections and signals the Server's
 // (server.h). A service process is known by its pid: a dispatcher that
@@ -17,6 +21,7 @@
 #include "launcher.h"
 #include "log.h"
 #include "manager.h"
+#include "notify.h"
 #include "requests.h"
 #include "server.h"
 
@@ -144,6 +149,9 @@ int main(int argc, char **argv)
     if (stop)
         return stopDaemon();
 
+    // Taken out of the environment before anything else runs: no service
+    // process inherits the init system's socket.
+    tsscm::InitNotifier initSystem;
     std::string root = tsp::machineRoot();
     std::string run = runFolder();
     if (root.empty() || run.empty()) {
@@ -170,12 +178,14 @@ int main(int argc, char **argv)
     }
 
     tsscm::RegistryDatabase database;
-    tsscm::SpawnLauncher launcher;
+    std::string socketPath = run + "/" + kSocketName;
+    tsscm::SpawnLauncher launcher(root, socketPath);
     tsscm::Manager manager(database, launcher);
     launcher.reportTo(&manager);
     tsscm::RequestHandler handler(manager);
     tsscm::Server server(manager, handler, options);
     manager.onProcessEnded([&] { server.wake(); });
+    manager.onShutdown([&] { initSystem.send("STOPPING=1\nSTATUS=Stopping the services"); });
 
     // Service processes that a daemon before this one started and that
     // still run are this daemon's now; their dispatchers connect again
@@ -183,7 +193,6 @@ int main(int argc, char **argv)
     for (const tsscm::ProcessRecords::Running &r : launcher.takeOverRecorded(run))
         manager.adopt(r.serviceName, r.pid);
 
-    std::string socketPath = run + "/" + kSocketName;
     if (!server.listenAt(socketPath)) {
         fprintf(stderr, "tsscm: cannot listen on %s: %s\n", socketPath.c_str(), strerror(errno));
         return 1;
@@ -197,6 +206,7 @@ int main(int argc, char **argv)
     }
     if (autostart)
         server.post([&] { manager.autoStart(); });
+    initSystem.send("READY=1\nSTATUS=Serving " + root);
     server.run();
     server.removeSocket();
     logLine("ends");

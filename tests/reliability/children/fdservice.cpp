@@ -1,7 +1,8 @@
 // A service that tells what it was started with: once running it writes
-// its open descriptors ("fd N target" lines) and its environment ("env
-// NAME=VALUE" lines) to the file named by its one argument, then runs
-// until stopped.
+// its open descriptors ("fd N target" lines), its environment ("env
+// NAME=VALUE" lines), its process id ("pid N") and its user and group
+// ("id UID GID") to the file named by its one argument, then runs until
+// stopped.
 #include <windows.h>
 
 #include <dirent.h>
@@ -45,6 +46,8 @@ void WriteReport()
         closedir(d);
     for (char **v = environ; *v; ++v)
         fprintf(f, "env %s\n", *v);
+    fprintf(f, "pid %d\nid %u %u\n", static_cast<int>(getpid()), static_cast<unsigned>(getuid()),
+            static_cast<unsigned>(getgid()));
     fclose(f);
     rename(part.c_str(), reportFile);
 }
