@@ -7,18 +7,6 @@ namespace tsreg {
 
 namespace {
 
-bool toWide(UINT codePage, DWORD flags, const std::string &text, WString &out)
-{
-    out.clear();
-    if (text.empty())
-        return true;
-    int n = MultiByteToWideChar(codePage, flags, text.data(), static_cast<int>(text.size()), nullptr, 0);
-    if (n <= 0)
-        return false;
-    out.resize(static_cast<size_t>(n));
-    return MultiByteToWideChar(codePage, flags, text.data(), static_cast<int>(text.size()), &out[0], n) == n;
-}
-
 std::u16string units(const std::string &utf8)
 {
     WString w;
@@ -28,26 +16,11 @@ std::u16string units(const std::string &utf8)
 
 } // namespace
 
-bool utf8ToWide(const std::string &utf8, WString &out) { return toWide(CP_UTF8, MB_ERR_INVALID_CHARS, utf8, out); }
-
 WString ansiToWide(const std::string &ansi)
 {
     WString out;
-    toWide(CP_ACP, 0, ansi, out);
+    tstools::codePageToWide(CP_ACP, 0, ansi, out);
     return out;
-}
-
-bool wideToUtf8(const WString &wide, std::string &out)
-{
-    out.clear();
-    if (wide.empty())
-        return true;
-    int len = static_cast<int>(wide.size());
-    int n = WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, wide.data(), len, nullptr, 0, nullptr, nullptr);
-    if (n <= 0)
-        return false;
-    out.resize(static_cast<size_t>(n));
-    return WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, wide.data(), len, &out[0], n, nullptr, nullptr) == n;
 }
 
 bool wideToAnsi(const WString &wide, std::string &out)

@@ -3,18 +3,16 @@
 // fail: text is never altered in silence.
 #pragma once
 
-#include <windows.h>
+#include "widetext.h"
 
 #include <string>
 
 namespace tsreg {
 
-using WString = std::basic_string<WCHAR>;
+using tstools::utf8ToWide;
+using tstools::wideToUtf8;
+using tstools::WString;
 
-// UTF-8 to UTF-16; false for bytes that are not UTF-8.
-bool utf8ToWide(const std::string &utf8, WString &out);
-// UTF-16 to UTF-8; false for a lone surrogate.
-bool wideToUtf8(const WString &wide, std::string &out);
 // The text of the ANSI code page as UTF-16 (always possible).
 WString ansiToWide(const std::string &ansi);
 // UTF-16 in the ANSI code page; false when a character is not in it.

@@ -1,6 +1,8 @@
 // tssc's words and text on Windows: the wide command line and the console.
 #include "console.h"
 
+#include "widetext.h"
+
 #include <windows.h>
 
 #include <shellapi.h>
@@ -10,22 +12,10 @@ namespace tssc {
 
 namespace {
 
-std::wstring toWide(const std::string &utf8)
-{
-    int n = MultiByteToWideChar(CP_UTF8, 0, utf8.data(), static_cast<int>(utf8.size()), nullptr, 0);
-    std::wstring w(static_cast<size_t>(n), L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, utf8.data(), static_cast<int>(utf8.size()), w.data(), n);
-    return w;
-}
-
 std::string fromWide(const wchar_t *w, UINT codePage)
 {
-    int n = WideCharToMultiByte(codePage, 0, w, -1, nullptr, 0, nullptr, nullptr);
-    if (n <= 0)
-        return std::string();
-    std::string s(static_cast<size_t>(n), '\0');
-    WideCharToMultiByte(codePage, 0, w, -1, s.data(), n, nullptr, nullptr);
-    s.pop_back();
+    std::string s;
+    tstools::wideToCodePage(codePage, 0, w, wcslen(w), s);
     return s;
 }
 
@@ -46,7 +36,8 @@ std::vector<std::string> arguments(int argc, char **argv)
 
 void writeText(const std::string &utf8)
 {
-    std::wstring w = toWide(utf8);
+    tstools::WString w;
+    tstools::codePageToWide(CP_UTF8, 0, utf8, w);
     HANDLE out = GetStdHandle(STD_OUTPUT_HANDLE);
     DWORD mode = 0, written = 0;
     if (GetConsoleMode(out, &mode)) {

@@ -13,6 +13,7 @@
 #include "command.h"
 #include "console.h"
 #include "output.h"
+#include "widetext.h"
 
 #include <string.h>
 
@@ -25,31 +26,12 @@ namespace {
 using tssc::Command;
 using tssc::failed;
 using tssc::say;
-using Wide = std::basic_string<WCHAR>;
+using Wide = tstools::WString;
 
-// UTF-8 to UTF-16; false for text that is not UTF-8.
-bool toWide(const std::string &s, Wide &out)
-{
-    out.clear();
-    if (s.empty())
-        return true;
-    int n = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, s.data(), static_cast<int>(s.size()), nullptr, 0);
-    if (n <= 0)
-        return false;
-    out.resize(static_cast<size_t>(n));
-    return MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, s.data(), static_cast<int>(s.size()), &out[0], n) == n;
-}
-
-std::string toUtf8(LPCWSTR w)
-{
-    if (!w || !*w)
-        return std::string();
-    int n = WideCharToMultiByte(CP_UTF8, 0, w, -1, nullptr, 0, nullptr, nullptr);
-    std::string s(static_cast<size_t>(n > 0 ? n : 1), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, w, -1, &s[0], n, nullptr, nullptr);
-    s.resize(strlen(s.c_str()));
-    return s;
-}
+// UTF-8 to UTF-16 (false for text that is not UTF-8), and what a W call
+// gave back as UTF-8.
+bool toWide(const std::string &s, Wide &out) { return tstools::utf8ToWide(s, out); }
+std::string toUtf8(LPCWSTR w) { return tstools::utf8Of(w); }
 
 // The wide forms of a command's texts, kept alive for the calls.
 class Texts {

@@ -2,6 +2,7 @@
 #include "database.h"
 
 #include "svcwire.h"
+#include "widetext.h"
 
 namespace tsscm {
 
@@ -9,50 +10,81 @@ namespace {
 
 // The registry's text, in one place: every name and string value that the
 // database reads or writes passes through these functions, as UTF-8.
-// (They call the registry's A functions, which take the bytes as they are.)
 namespace text {
+
+// The service database keeps its text as the registry does, in UTF-16,
+// through the W calls; the manager's own text is UTF-8 (as on the wire).
+// Names and values arrive as UTF-8 checked where they came in, so a text
+// that does not convert is refused, never stored altered.
+using tstools::WString;
+
+WString wide(const std::string &utf8)
+{
+    WString w;
+    return tstools::utf8ToWide(utf8, w) ? w : WString();
+}
+
+WString wide(const char *utf8) { return wide(std::string(utf8)); }
 
 LONG openKey(HKEY parent, const std::string &path, REGSAM access, HKEY *out)
 {
-    return RegOpenKeyExA(parent, path.c_str(), 0, access, out);
+    WString w;
+    if (!tstools::utf8ToWide(path, w))
+        return ERROR_INVALID_NAME;
+    return RegOpenKeyExW(parent, w.c_str(), 0, access, out);
 }
 
 LONG createKey(HKEY parent, const std::string &path, HKEY *out)
 {
+    WString w;
+    if (!tstools::utf8ToWide(path, w))
+        return ERROR_INVALID_NAME;
     DWORD disposition = 0;
-    return RegCreateKeyExA(parent, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, out, &disposition);
+    return RegCreateKeyExW(parent, w.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, out, &disposition);
 }
 
-LONG deleteKey(HKEY parent, const std::string &name) { return RegDeleteKeyA(parent, name.c_str()); }
+LONG deleteKey(HKEY parent, const std::string &name)
+{
+    WString w;
+    if (!tstools::utf8ToWide(name, w))
+        return ERROR_INVALID_NAME;
+    return RegDeleteKeyW(parent, w.c_str());
+}
 
 // The names of the key's subkeys, in the store's order.
 std::vector<std::string> subkeys(HKEY key)
 {
     std::vector<std::string> names;
-    char buf[1024];
-    for (DWORD i = 0; RegEnumKeyA(key, i, buf, sizeof buf) == ERROR_SUCCESS; ++i)
-        names.push_back(buf);
+    WCHAR buf[256]; // a key name has at most 255 characters
+    for (DWORD i = 0;; ++i) {
+        DWORD len = sizeof buf / sizeof buf[0];
+        if (RegEnumKeyExW(key, i, buf, &len, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS)
+            break;
+        std::string name;
+        if (tstools::wideToUtf8(WString(buf, len), name))
+            names.push_back(name);
+    }
     return names;
 }
 
-// A REG_SZ, REG_EXPAND_SZ or REG_MULTI_SZ value's bytes without the
-// terminators at its end; false when missing or of another type.
+// A REG_SZ, REG_EXPAND_SZ or REG_MULTI_SZ value's text without the
+// terminators at its end; false when missing, of another type or not text.
 bool readRaw(HKEY key, const char *value, DWORD wantType, std::string &out)
 {
+    WString name = wide(value);
     DWORD type = 0, size = 0;
-    if (RegQueryValueExA(key, value, nullptr, &type, nullptr, &size) != ERROR_SUCCESS)
+    if (RegQueryValueExW(key, name.c_str(), nullptr, &type, nullptr, &size) != ERROR_SUCCESS)
         return false;
     bool fits = wantType == REG_MULTI_SZ ? type == REG_MULTI_SZ : (type == REG_SZ || type == REG_EXPAND_SZ);
     if (!fits)
         return false;
-    std::string s(size, '\0');
-    if (RegQueryValueExA(key, value, nullptr, &type, reinterpret_cast<BYTE *>(s.data()), &size) != ERROR_SUCCESS)
+    WString w(size / sizeof(WCHAR) + 1, 0);
+    if (RegQueryValueExW(key, name.c_str(), nullptr, &type, reinterpret_cast<BYTE *>(&w[0]), &size) != ERROR_SUCCESS)
         return false;
-    s.resize(size);
-    while (!s.empty() && s.back() == '\0')
-        s.pop_back();
-    out = s;
-    return true;
+    w.resize(size / sizeof(WCHAR));
+    while (!w.empty() && w.back() == 0)
+        w.pop_back();
+    return tstools::wideToUtf8(w, out);
 }
 
 std::string readString(HKEY key, const char *value)
@@ -78,25 +110,37 @@ std::vector<std::string> readList(HKEY key, const char *value)
     return list;
 }
 
+// Text stored with its terminators, as a W call of Windows stores it.
+LONG writeWide(HKEY key, const char *value, DWORD type, const WString &data)
+{
+    return RegSetValueExW(key, wide(value).c_str(), 0, type, reinterpret_cast<const BYTE *>(data.c_str()),
+                          static_cast<DWORD>((data.size() + 1) * sizeof(WCHAR)));
+}
+
 LONG writeString(HKEY key, const char *value, const std::string &v, DWORD type)
 {
-    return RegSetValueExA(key, value, 0, type, reinterpret_cast<const BYTE *>(v.c_str()),
-                          static_cast<DWORD>(v.size() + 1));
+    WString w;
+    if (!tstools::utf8ToWide(v, w))
+        return ERROR_INVALID_DATA;
+    return writeWide(key, value, type, w);
 }
 
 LONG writeList(HKEY key, const char *value, const std::vector<std::string> &list)
 {
-    std::string block;
-    for (const std::string &s : list)
-        block += s + '\0';
-    block += '\0';
-    return RegSetValueExA(key, value, 0, REG_MULTI_SZ, reinterpret_cast<const BYTE *>(block.data()),
-                          static_cast<DWORD>(block.size()));
+    WString block;
+    for (const std::string &s : list) {
+        WString w;
+        if (!tstools::utf8ToWide(s, w))
+            return ERROR_INVALID_DATA;
+        block += w;
+        block += WCHAR(0);
+    }
+    return writeWide(key, value, REG_MULTI_SZ, block); // the list's final empty string
 }
 
 LONG deleteValue(HKEY key, const char *value)
 {
-    LONG r = RegDeleteValueA(key, value);
+    LONG r = RegDeleteValueW(key, wide(value).c_str());
     return r == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : r;
 }
 
