@@ -355,6 +355,16 @@ uint32_t translate(const char *path, std::string &out, bool asWritten, size_t &c
         caseBase = base.size();
         return ERROR_SUCCESS;
     }
+    if (keptInRoot) {
+        // What exists as written needs no case matching, and where it
+        // leads is then known at once.
+        std::string whole = out;
+        while (whole.size() > 1 && whole.back() == '/')
+            whole.pop_back();
+        char resolved[PATH_MAX];
+        if (realpath(whole.c_str(), resolved))
+            return isBelow(resolved, root) ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
+    }
     matchCase(base, out);
     if (keptInRoot && leavesRoot(out, root))
         return ERROR_ACCESS_DENIED;
