@@ -84,7 +84,7 @@ TEST(PathsTest, CurrentDirectoryAndRelativePaths)
               static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
     EXPECT_EQ(CurrentDir(), dir / "work");
     // A relative change starts from here, and relative paths follow it.
-    ASSERT_TRUE(SetCurrentDirectoryA("REL"));
+    ASSERT_TRUE(SetCurrentDirectoryA("rel"));
     EXPECT_EQ(CurrentDir(), dir / "work\\rel");
     ASSERT_TRUE(CreateDirectoryA("inner", nullptr));
     EXPECT_TRUE(IsDir(dir / "work\\rel\\inner"));
