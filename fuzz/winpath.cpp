@@ -1,7 +1,8 @@
 // Windows path translation: any string translates or fails with a Win32
 // error, and a path on drive C: never leaves the drive's folder, neither
 // by ".." nor through drive_c\out, a symbolic link to the folder above
-// the machine root.
+// the machine root. Translating as written and matching case afterwards
+// comes to the same.
 #include <windows.h>
 
 #include "FuzzSupport.h"
@@ -26,8 +27,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     text = text.substr(0, text.find('\0'));
 
     std::string out;
-    if (tsp::translateWindowsPath(text.c_str(), out) == 0)
+    DWORD eager = tsp::translateWindowsPath(text.c_str(), out);
+    if (eager == 0)
         tsp::windowsFormOf(out);
+
+    // Translated as written, with the case matched afterwards, the text
+    // gives the same path, or the same error.
+    std::string asWritten;
+    size_t caseBase = 0;
+    if (tsp::translateWindowsPathAsWritten(text.c_str(), asWritten, caseBase) != eager)
+        abort();
+    tsp::matchCaseBelow(caseBase, asWritten);
+    if (eager == 0 && asWritten != out)
+        abort();
 
     // The same text on drive C: stays below drive_c, with "." and ".."
     // resolved by name.

@@ -15,6 +15,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <mutex>
 #include <vector>
 
 namespace tsp {
@@ -211,7 +212,9 @@ void matchCase(const std::string &base, std::string &path)
 
 } // namespace
 
-std::string currentDirectory()
+namespace {
+
+std::string readCurrentDirectory()
 {
     std::vector<char> buf(PATH_MAX);
     for (;;) {
@@ -223,8 +226,52 @@ std::string currentDirectory()
     }
 }
 
-uint32_t translateWindowsPath(const char *path, std::string &out)
+// The current directory as the layer keeps it: read from the process at
+// the first use, then set by changeCurrentDirectory alone.
+struct CurrentDirectory {
+    std::mutex lock;
+    bool known = false;
+    std::string path;
+};
+
+CurrentDirectory &cwdState()
 {
+    static CurrentDirectory *state = new CurrentDirectory; // outlives every static destructor
+    return *state;
+}
+
+} // namespace
+
+std::string currentDirectory()
+{
+    CurrentDirectory &cwd = cwdState();
+    std::lock_guard<std::mutex> hold(cwd.lock);
+    if (!cwd.known) {
+        cwd.path = readCurrentDirectory();
+        cwd.known = true;
+    }
+    return cwd.path;
+}
+
+int changeCurrentDirectory(const std::string &posixPath)
+{
+    CurrentDirectory &cwd = cwdState();
+    std::lock_guard<std::mutex> hold(cwd.lock);
+    if (chdir(posixPath.c_str()) != 0)
+        return errno;
+    cwd.path = readCurrentDirectory();
+    cwd.known = true;
+    return 0;
+}
+
+namespace {
+
+// translateWindowsPath, with the case of the names matched at once
+// (asWritten false) or, where no check needs the names as they exist, left
+// as written with caseBase set to where matching would start.
+uint32_t translate(const char *path, std::string &out, bool asWritten, size_t &caseBase)
+{
+    caseBase = std::string::npos;
     if (!path || !*path) {
         return ERROR_PATH_NOT_FOUND;
     }
@@ -298,16 +345,52 @@ uint32_t translateWindowsPath(const char *path, std::string &out)
         rest = cwdRest + "/" + p;
     }
     out = join(base, rest);
-    matchCase(base, out);
     // The machine root's own drives (c: and the UNC folder) keep to it: a
     // symbolic link inside that leads out is refused, as ".." is kept
     // below the drive's root above. z: and the dosdevices drives lead
     // where they were meant to.
     const std::string &root = machineRoot();
-    if (!root.empty() && isBelow(base, root) && base.compare(root.size(), 12, "/dosdevices/") != 0 &&
-        leavesRoot(out, root))
+    bool keptInRoot = !root.empty() && isBelow(base, root) && base.compare(root.size(), 12, "/dosdevices/") != 0;
+    if (asWritten && !keptInRoot) {
+        caseBase = base.size();
+        return ERROR_SUCCESS;
+    }
+    if (keptInRoot) {
+        // What exists as written needs no case matching, and where it
+        // leads is then known at once.
+        std::string whole = out;
+        while (whole.size() > 1 && whole.back() == '/')
+            whole.pop_back();
+        char resolved[PATH_MAX];
+        if (realpath(whole.c_str(), resolved))
+            return isBelow(resolved, root) ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
+    }
+    matchCase(base, out);
+    if (keptInRoot && leavesRoot(out, root))
         return ERROR_ACCESS_DENIED;
     return ERROR_SUCCESS;
+}
+
+} // namespace
+
+uint32_t translateWindowsPath(const char *path, std::string &out)
+{
+    size_t caseBase;
+    return translate(path, out, false, caseBase);
+}
+
+uint32_t translateWindowsPathAsWritten(const char *path, std::string &out, size_t &caseBase)
+{
+    return translate(path, out, true, caseBase);
+}
+
+bool matchCaseBelow(size_t caseBase, std::string &path)
+{
+    if (caseBase == std::string::npos || caseBase > path.size())
+        return false;
+    std::string before = path;
+    matchCase(path.substr(0, caseBase), path);
+    return path != before;
 }
 
 std::string windowsFormOf(const std::string &posixPath)

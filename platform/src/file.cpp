@@ -4,6 +4,7 @@
 #include "fileshare.h"
 #include "object.h"
 #include "path.h"
+#include "winpath.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -93,10 +94,14 @@ BOOL transfer(HANDLE h, LPOVERLAPPED overlapped, DWORD rights, DWORD size, LPDWO
 // the path cannot be had or names nothing.
 bool statPath(LPCSTR name, std::string &p, struct stat &st)
 {
-    if (!toPosixPath(name, p))
+    size_t caseBase;
+    if (!toPosixPathAsWritten(name, p, caseBase))
         return false;
-    if (stat(p.c_str(), &st) != 0) {
-        SetLastError(win32ErrorFromErrno(errno, p));
+    int err = stat(p.c_str(), &st) == 0 ? 0 : errno;
+    if (err == ENOENT && matchCaseBelow(caseBase, p))
+        err = stat(p.c_str(), &st) == 0 ? 0 : errno;
+    if (err != 0) {
+        SetLastError(win32ErrorFromErrno(err, p));
         return false;
     }
     return true;
@@ -115,13 +120,14 @@ HANDLE WINAPI CreateFileA(LPCSTR lpFileName, DWORD dwDesiredAccess, DWORD dwShar
                           DWORD dwFlagsAndAttributes, HANDLE hTemplateFile)
 {
     std::string p;
-    if (!toPosixPath(lpFileName, p))
+    size_t caseBase;
+    if (!toPosixPathAsWritten(lpFileName, p, caseBase))
         return INVALID_HANDLE_VALUE;
     DWORD error;
     bool existed;
     bool isDir;
     int fd = openShared(p, dwDesiredAccess, dwShareMode, dwCreationDisposition, dwFlagsAndAttributes, false, error,
-                        existed, &isDir);
+                        existed, &isDir, caseBase);
     if (fd < 0) {
         SetLastError(error);
         return INVALID_HANDLE_VALUE;

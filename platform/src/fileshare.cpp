@@ -4,6 +4,7 @@
 
 #include "check.h"
 #include "path.h"
+#include "winpath.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -180,8 +181,8 @@ bool claimShare(int fd, DWORD access, DWORD share)
 
 bool othersDenyDelete(int fd) { return othersHold(fd, denyBytes(DeleteBit)); }
 
-int openShared(const std::string &posixPath, DWORD access, DWORD share, DWORD disposition, DWORD flagsAndAttributes,
-               bool append, DWORD &error, bool &existed, bool *isDirectory)
+int openShared(std::string &posixPath, DWORD access, DWORD share, DWORD disposition, DWORD flagsAndAttributes,
+               bool append, DWORD &error, bool &existed, bool *isDirectory, size_t caseBase)
 {
     if (disposition < CREATE_NEW || disposition > TRUNCATE_EXISTING) {
         error = ERROR_INVALID_PARAMETER;
@@ -196,6 +197,13 @@ int openShared(const std::string &posixPath, DWORD access, DWORD share, DWORD di
     // O_EXCL, so that existed is exact even when others create or remove
     // the file at the same time.
     int fd = -1, err = 0;
+    // A name that is not there as written may be there in other case: that
+    // is looked for before a new file is made, and once only.
+    bool caseMatched = caseBase == std::string::npos;
+    if (!caseMatched && disposition == CREATE_NEW) {
+        matchCaseBelow(caseBase, posixPath);
+        caseMatched = true;
+    }
     for (int attempt = 0; attempt < 100 && fd < 0; ++attempt) {
         if (disposition != CREATE_NEW) {
             existed = true;
@@ -208,6 +216,11 @@ int openShared(const std::string &posixPath, DWORD access, DWORD share, DWORD di
                 // Write-only to a file that may not be read: no share locks then.
                 fd = open(posixPath.c_str(), (flags & ~O_ACCMODE) | O_WRONLY, mode);
             err = errno;
+            if (fd < 0 && err == ENOENT && !caseMatched) {
+                caseMatched = true;
+                if (matchCaseBelow(caseBase, posixPath))
+                    continue;
+            }
             if (fd >= 0 || err != ENOENT || disposition == OPEN_EXISTING || disposition == TRUNCATE_EXISTING)
                 break;
         }

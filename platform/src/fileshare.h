@@ -36,9 +36,13 @@ inline DWORD attributesOf(const struct stat &st)
 // by locks on the open file description itself, so it lasts exactly as
 // long as the descriptor and binds every process and every descriptor.
 // existed tells whether the file was there before, *isDirectory (when
-// given) whether it is a folder.
-int openShared(const std::string &posixPath, DWORD access, DWORD share, DWORD disposition, DWORD flagsAndAttributes,
-               bool append, DWORD &error, bool &existed, bool *isDirectory = nullptr);
+// given) whether it is a folder. A posixPath from toPosixPathAsWritten
+// comes with its caseBase: when it names nothing as written, the names
+// are given the case of the entries that exist (before anything is made),
+// and posixPath becomes the path opened.
+int openShared(std::string &posixPath, DWORD access, DWORD share, DWORD disposition, DWORD flagsAndAttributes,
+               bool append, DWORD &error, bool &existed, bool *isDirectory = nullptr,
+               size_t caseBase = std::string::npos);
 
 // Whether an open of the file other than fd's refuses to share deleting.
 bool othersDenyDelete(int fd);

@@ -15,9 +15,22 @@ namespace {
 constexpr unsigned kIndexBits = 20;
 constexpr unsigned kGenBits = 9;
 constexpr uint32_t kMaxSlots = (1u << kIndexBits) - 1;
-constexpr unsigned kChunkBits = 12;
-constexpr uint32_t kChunkSize = 1u << kChunkBits;
-constexpr uint32_t kChunkCount = (kMaxSlots + kChunkSize) / kChunkSize;
+// Slots lie in chunks that double in size, made as the handles come: the
+// first holds kFirstChunk slots, chunk c >= 1 the slots from
+// kFirstChunk << (c - 1) on, so a process with few handles keeps few
+// slots in memory.
+constexpr unsigned kFirstChunkBits = 6;
+constexpr uint32_t kFirstChunk = 1u << kFirstChunkBits;
+constexpr unsigned kChunkCount = kIndexBits - kFirstChunkBits + 1;
+
+constexpr unsigned chunkOf(uint32_t index)
+{
+    unsigned width = 32u - static_cast<unsigned>(__builtin_clz(index | 1u));
+    return width > kFirstChunkBits ? width - kFirstChunkBits : 0;
+}
+constexpr uint32_t chunkStart(unsigned chunk) { return chunk == 0 ? 0 : kFirstChunk << (chunk - 1); }
+constexpr uint32_t chunkSize(unsigned chunk) { return chunk == 0 ? kFirstChunk : kFirstChunk << (chunk - 1); }
+static_assert(chunkOf(kMaxSlots - 1) < kChunkCount, "every slot has a chunk");
 
 constexpr uint64_t kPinMask = HandleSlot::kPinMask;
 constexpr uint64_t kOpen = HandleSlot::kOpen;
@@ -44,11 +57,12 @@ public:
                 free_.pop_front();
             } else if (next_ < kMaxSlots) {
                 index = next_++;
-                if ((index & (kChunkSize - 1)) == 0) {
-                    HandleSlot *chunk = new HandleSlot[kChunkSize];
-                    for (uint32_t i = 0; i < kChunkSize; ++i)
+                unsigned c = chunkOf(index);
+                if (index == chunkStart(c)) {
+                    HandleSlot *chunk = new HandleSlot[chunkSize(c)];
+                    for (uint32_t i = 0; i < chunkSize(c); ++i)
                         chunk[i].index = index + i;
-                    chunks_[index >> kChunkBits].store(chunk, std::memory_order_release);
+                    chunks_[c].store(chunk, std::memory_order_release);
                 }
             } else {
                 return nullptr;
@@ -131,13 +145,15 @@ public:
 private:
     HandleSlot &slot(uint32_t index)
     {
-        return chunks_[index >> kChunkBits].load(std::memory_order_acquire)[index & (kChunkSize - 1)];
+        unsigned c = chunkOf(index);
+        return chunks_[c].load(std::memory_order_acquire)[index - chunkStart(c)];
     }
 
     HandleSlot *find(uint32_t index)
     {
-        HandleSlot *chunk = chunks_[index >> kChunkBits].load(std::memory_order_acquire);
-        return chunk ? &chunk[index & (kChunkSize - 1)] : nullptr;
+        unsigned c = chunkOf(index);
+        HandleSlot *chunk = chunks_[c].load(std::memory_order_acquire);
+        return chunk ? &chunk[index - chunkStart(c)] : nullptr;
     }
 
     // The last user of a closed slot frees it: the object loses the table's

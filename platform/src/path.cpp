@@ -27,6 +27,16 @@ bool toPosixPath(const char *path, std::string &out)
     return true;
 }
 
+bool toPosixPathAsWritten(const char *path, std::string &out, size_t &caseBase)
+{
+    DWORD error = translateWindowsPathAsWritten(path, out, caseBase);
+    if (error != ERROR_SUCCESS) {
+        SetLastError(error);
+        return false;
+    }
+    return true;
+}
+
 std::string toWindowsPath(const std::string &posixPath) { return windowsFormOf(posixPath); }
 
 DWORD win32ErrorFromErrno(int err, const std::string &posixPath)
@@ -147,8 +157,7 @@ BOOL WINAPI SetCurrentDirectoryA(LPCSTR lpPathName)
     std::string p;
     if (!toPosixPath(lpPathName, p))
         return FALSE;
-    if (chdir(p.c_str()) != 0) {
-        int err = errno;
+    if (int err = changeCurrentDirectory(p)) {
         SetLastError(err == ENOTDIR ? ERROR_DIRECTORY : win32ErrorFromErrno(err, p));
         return FALSE;
     }

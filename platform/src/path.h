@@ -13,6 +13,12 @@ namespace tsp {
 // A separator at the end is kept.
 bool toPosixPath(const char *path, std::string &out);
 
+// As toPosixPath, but where no check needs the file system the names keep
+// the case they are written in: when that path names nothing,
+// matchCaseBelow(caseBase, out) (winpath.h) gives them the case of the
+// entries that exist, as toPosixPath would have.
+bool toPosixPathAsWritten(const char *path, std::string &out, size_t &caseBase);
+
 // The Windows form of an absolute POSIX path: "C:\..." below drive_c,
 // "Z:\..." elsewhere.
 std::string toWindowsPath(const std::string &posixPath);

@@ -6,9 +6,11 @@
 
 #include <share.h>
 #include <stdio.h>
+#include <stdlib.h>
 
 #include <set>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -41,66 +43,86 @@ HANDLE Open(const std::string &path, DWORD disposition, DWORD &error)
     return h;
 }
 
+// The scratch folder by its name on C: and, on POSIX, through Z: (the
+// whole file system), where an open tries the name as written first and
+// looks for it in other case only when it is missing.
+std::vector<std::string> NamesOfTheFolder(const ScratchDir &dir)
+{
+    std::vector<std::string> names{dir.path()};
+    const char *root = getenv("TSUTIL_ROOT");
+    if (tstest::RunningOnPosix() && root)
+        names.push_back(std::string("Z:") + root + "\\drive_c" + dir.path().substr(2));
+    return names;
+}
+
 TEST(FileNameCaseTest, FilesAreFoundInAnyCaseAndKeepTheirOwn)
 {
-    ScratchDir dir;
-    ASSERT_TRUE(tstest::WriteWholeFile(dir / "Mixed.Txt", "made first"));
+    ScratchDir scratch;
+    for (const std::string &folder : NamesOfTheFolder(scratch)) {
+        SCOPED_TRACE(folder);
+        auto dir = [&](const char *name) { return folder + "\\" + name; };
+        ASSERT_TRUE(tstest::WriteWholeFile(dir("Mixed.Txt"), "made first"));
 
-    DWORD error = 0;
-    HANDLE h = Open(dir / "MIXED.TXT", OPEN_EXISTING, error);
-    ASSERT_NE(h, INVALID_HANDLE_VALUE);
-    char text[32] = {};
-    DWORD read = 0;
-    EXPECT_TRUE(ReadFile(h, text, sizeof text - 1, &read, nullptr));
-    EXPECT_STREQ(text, "made first");
-    CloseHandle(h);
+        DWORD error = 0;
+        HANDLE h = Open(dir("MIXED.TXT"), OPEN_EXISTING, error);
+        ASSERT_NE(h, INVALID_HANDLE_VALUE);
+        char text[32] = {};
+        DWORD read = 0;
+        EXPECT_TRUE(ReadFile(h, text, sizeof text - 1, &read, nullptr));
+        EXPECT_STREQ(text, "made first");
+        CloseHandle(h);
 
-    EXPECT_EQ(Open(dir / "mixed.TXT", CREATE_NEW, error), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(error, static_cast<DWORD>(ERROR_FILE_EXISTS));
-    h = Open(dir / "mixed.TXT", OPEN_ALWAYS, error);
-    ASSERT_NE(h, INVALID_HANDLE_VALUE);
-    EXPECT_EQ(error, static_cast<DWORD>(ERROR_ALREADY_EXISTS));
-    CloseHandle(h);
-    h = Open(dir / "MiXeD.tXt", CREATE_ALWAYS, error);
-    ASSERT_NE(h, INVALID_HANDLE_VALUE);
-    EXPECT_EQ(error, static_cast<DWORD>(ERROR_ALREADY_EXISTS));
-    CloseHandle(h);
-    EXPECT_EQ(Names(dir.path()), std::set<std::string>{"Mixed.Txt"}) << "one file, in the case it was made with";
+        EXPECT_EQ(Open(dir("mixed.TXT"), CREATE_NEW, error), INVALID_HANDLE_VALUE);
+        EXPECT_EQ(error, static_cast<DWORD>(ERROR_FILE_EXISTS));
+        h = Open(dir("mixed.TXT"), OPEN_ALWAYS, error);
+        ASSERT_NE(h, INVALID_HANDLE_VALUE);
+        EXPECT_EQ(error, static_cast<DWORD>(ERROR_ALREADY_EXISTS));
+        CloseHandle(h);
+        h = Open(dir("MiXeD.tXt"), CREATE_ALWAYS, error);
+        ASSERT_NE(h, INVALID_HANDLE_VALUE);
+        EXPECT_EQ(error, static_cast<DWORD>(ERROR_ALREADY_EXISTS));
+        CloseHandle(h);
+        EXPECT_EQ(Names(folder), std::set<std::string>{"Mixed.Txt"}) << "one file, in the case it was made with";
 
-    EXPECT_NE(GetFileAttributesA((dir / "mIxEd.txt").c_str()), INVALID_FILE_ATTRIBUTES);
-    EXPECT_TRUE(DeleteFileA((dir / "MIXED.txt").c_str()));
-    EXPECT_EQ(Names(dir.path()), std::set<std::string>{});
-    EXPECT_EQ(GetFileAttributesA((dir / "Mixed.Txt").c_str()), INVALID_FILE_ATTRIBUTES);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+        EXPECT_NE(GetFileAttributesA(dir("mIxEd.txt").c_str()), INVALID_FILE_ATTRIBUTES);
+        EXPECT_TRUE(DeleteFileA(dir("MIXED.txt").c_str()));
+        EXPECT_EQ(Names(folder), std::set<std::string>{});
+        EXPECT_EQ(GetFileAttributesA(dir("Mixed.Txt").c_str()), INVALID_FILE_ATTRIBUTES);
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+    }
 }
 
 TEST(FileNameCaseTest, FoldersAreFoundInAnyCaseAndKeepTheirOwn)
 {
-    ScratchDir dir;
-    ASSERT_TRUE(CreateDirectoryA((dir / "Folder").c_str(), nullptr));
-    SetLastError(0);
-    EXPECT_FALSE(CreateDirectoryA((dir / "FOLDER").c_str(), nullptr));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ALREADY_EXISTS));
+    ScratchDir scratch;
+    for (const std::string &folder : NamesOfTheFolder(scratch)) {
+        SCOPED_TRACE(folder);
+        auto dir = [&](const char *name) { return folder + "\\" + name; };
+        ASSERT_TRUE(CreateDirectoryA(dir("Folder").c_str(), nullptr));
+        SetLastError(0);
+        EXPECT_FALSE(CreateDirectoryA(dir("FOLDER").c_str(), nullptr));
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ALREADY_EXISTS));
 
-    // A new name below a folder named in other case: the folder is the one
-    // there, the new name keeps its own case, deeper levels alike.
-    ASSERT_TRUE(CreateDirectoryA((dir / "folder\\Inner").c_str(), nullptr));
-    ASSERT_TRUE(tstest::WriteWholeFile(dir / "FOLDER\\INNER\\Note.Txt", "x"));
-    EXPECT_EQ(Names(dir.path()), std::set<std::string>{"Folder"});
-    EXPECT_EQ(Names(dir / "Folder"), std::set<std::string>{"Inner"});
-    EXPECT_EQ(Names(dir / "fOLDER\\iNNER"), std::set<std::string>{"Note.Txt"});
-    DWORD error = 0;
-    EXPECT_EQ(Open(dir / "folder\\inner\\NOTE.TXT", CREATE_NEW, error), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(error, static_cast<DWORD>(ERROR_FILE_EXISTS));
+        // A new name below a folder named in other case: the folder is the
+        // one there, the new name keeps its own case, deeper levels alike.
+        ASSERT_TRUE(CreateDirectoryA(dir("folder\\Inner").c_str(), nullptr));
+        ASSERT_TRUE(tstest::WriteWholeFile(dir("FOLDER\\INNER\\Note.Txt"), "x"));
+        EXPECT_EQ(Names(folder), std::set<std::string>{"Folder"});
+        EXPECT_EQ(Names(dir("Folder")), std::set<std::string>{"Inner"});
+        EXPECT_EQ(Names(dir("fOLDER\\iNNER")), std::set<std::string>{"Note.Txt"});
+        DWORD error = 0;
+        EXPECT_EQ(Open(dir("folder\\inner\\NOTE.TXT"), CREATE_NEW, error), INVALID_HANDLE_VALUE);
+        EXPECT_EQ(error, static_cast<DWORD>(ERROR_FILE_EXISTS));
 
-    // A path whose folder exists in no case is still missing.
-    EXPECT_EQ(Open(dir / "Other\\Note.Txt", CREATE_NEW, error), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(error, static_cast<DWORD>(ERROR_PATH_NOT_FOUND));
+        // A path whose folder exists in no case is still missing.
+        EXPECT_EQ(Open(dir("Other\\Note.Txt"), CREATE_NEW, error), INVALID_HANDLE_VALUE);
+        EXPECT_EQ(error, static_cast<DWORD>(ERROR_PATH_NOT_FOUND));
 
-    EXPECT_TRUE(DeleteFileA((dir / "folder\\inner\\note.txt").c_str()));
-    EXPECT_TRUE(RemoveDirectoryA((dir / "FOLDER\\INNER").c_str()));
-    EXPECT_TRUE(RemoveDirectoryA((dir / "folder").c_str()));
-    EXPECT_EQ(Names(dir.path()), std::set<std::string>{});
+        EXPECT_TRUE(DeleteFileA(dir("folder\\inner\\note.txt").c_str()));
+        EXPECT_TRUE(RemoveDirectoryA(dir("FOLDER\\INNER").c_str()));
+        EXPECT_TRUE(RemoveDirectoryA(dir("folder").c_str()));
+        EXPECT_EQ(Names(folder), std::set<std::string>{});
+    }
 }
 
 // The C runtime's opens with Windows paths go through the same translation.

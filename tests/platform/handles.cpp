@@ -2,6 +2,7 @@
 #include "TestSupport.h"
 
 #include <atomic>
+#include <vector>
 
 TEST(Handles, BogusAndClosedHandlesFailWithInvalidHandle)
 {
@@ -91,6 +92,18 @@ TEST(Handles, CountReturnsToWhereItWasAfterManyOpensAndCloses)
         ASSERT_NE(e, nullptr);
         ASSERT_TRUE(CloseHandle(e));
     }
+    // Many held at once, across the table's growth: each names its own event.
+    std::vector<HANDLE> held;
+    for (int i = 0; i < 3000; ++i) {
+        held.push_back(CreateEventA(nullptr, TRUE, FALSE, nullptr));
+        ASSERT_NE(held.back(), nullptr);
+    }
+    for (size_t i = 0; i < held.size(); i += 3)
+        ASSERT_TRUE(SetEvent(held[i]));
+    for (size_t i = 0; i < held.size(); ++i)
+        ASSERT_EQ(WaitForSingleObject(held[i], 0), i % 3 == 0 ? WAIT_OBJECT_0 : static_cast<DWORD>(WAIT_TIMEOUT)) << i;
+    for (HANDLE h : held)
+        ASSERT_TRUE(CloseHandle(h));
     ASSERT_TRUE(GetProcessHandleCount(GetCurrentProcess(), &after));
     EXPECT_EQ(before, after);
 }

@@ -83,6 +83,11 @@ TEST(PathsTest, CurrentDirectoryAndRelativePaths)
     EXPECT_EQ(tstest::ErrorOf(SetCurrentDirectoryA((dir / "absent").c_str())),
               static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
     EXPECT_EQ(CurrentDir(), dir / "work");
+    // A relative change starts from here, and relative paths follow it.
+    ASSERT_TRUE(SetCurrentDirectoryA("rel"));
+    EXPECT_EQ(CurrentDir(), dir / "work\\rel");
+    ASSERT_TRUE(CreateDirectoryA("inner", nullptr));
+    EXPECT_TRUE(IsDir(dir / "work\\rel\\inner"));
 }
 
 TEST(PathsTest, ProgramPath)
