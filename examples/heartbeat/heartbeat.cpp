@@ -24,6 +24,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <atomic>
 #include <string>
 
 namespace heartbeat {
@@ -51,14 +52,21 @@ public:
         return worker_->Beats();
     }
 
-    // On a console Ctrl+Break pauses a running service and continues a
-    // paused one; every other event goes on to the library's handler.
+    // On a console Ctrl+Break asks a running service to pause and a paused
+    // one to continue, by turns; every other event goes on to the
+    // library's handler. The turn is this handler's own: each event runs
+    // on a thread of its own, and the worker answers the requests in the
+    // order they came.
     static BOOL WINAPI PauseOnBreak(DWORD event)
     {
+        static std::atomic<bool> pauseAsked{false};
         GenericService *service = primaryServicePtr;
         if (event != CTRL_BREAK_EVENT || !service)
             return FALSE;
-        if (service->IsPaused())
+        bool wasAsked = pauseAsked.load();
+        while (!pauseAsked.compare_exchange_weak(wasAsked, !wasAsked)) {
+        }
+        if (wasAsked)
             service->ContinueService();
         else
             service->PauseService();
