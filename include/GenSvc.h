@@ -137,8 +137,9 @@ public:
     unsigned long GetDelayForThreadDeletion() const { return threadDeletionDelay; }
     // The state last reported; on a console SERVICE_STOPPED throughout.
     unsigned long GetCurrentState() const { return serviceStatus.dwCurrentState; }
-    // TRUE between a completed pause and a completed continue.
-    BOOLTYPE IsPaused() const { return paused; }
+    // TRUE between a completed pause and a completed continue; safe to call
+    // from any thread (the run loop writes the flag atomically).
+    BOOLTYPE IsPaused() const { return __atomic_load_n(&paused, __ATOMIC_ACQUIRE); }
 
     // The service of this process: written by the naming constructor,
     // cleared by nothing.

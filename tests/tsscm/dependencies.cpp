@@ -233,9 +233,11 @@ TEST_F(DependencyTest, DelayedAutomaticServicesStartAfterTheOthersAndTheDelay)
     Manager::ChangeRequest delayed;
     delayed.delayedAutostart = true;
     ASSERT_EQ(manager_.changeConfig(o.id, delayed), 0u);
+    std::vector<ServiceConfig> atBoot = db_.readAllServices();
+    Make({"MadeAfterBoot", SERVICE_AUTO_START, "", {}}); // waits for the next boot
     Autopilot pilot(manager_, launcher_, {});
     auto begun = std::chrono::steady_clock::now();
-    manager_.autoStart();
+    manager_.autoStart(atBoot);
     EXPECT_GE(std::chrono::steady_clock::now() - begun, std::chrono::seconds(1));
     EXPECT_EQ(pilot.started(), (std::vector<std::string>{"First", "Later"}));
     EXPECT_TRUE(pilot.awaitRunning("Later"));

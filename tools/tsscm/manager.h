@@ -139,10 +139,13 @@ public:
     // it is the service's process, started until its dispatcher connects
     // again (and reports its state), and never started a second time.
     void adopt(const std::string &serviceName, pid_t pid);
-    // Starts the SERVICE_AUTO_START services; then, after
+    // Starts the SERVICE_AUTO_START services of atBoot, the database as it
+    // was when the manager started (as Windows starts what was configured at
+    // boot: a service created or changed to automatic since waits for the
+    // next boot); then, after
     // HKLM\SYSTEM\CurrentControlSet\Control\AutoStartDelay seconds (default
     // 120), those with DelayedAutostart, unless shutdown began meanwhile.
-    void autoStart();
+    void autoStart(const std::vector<ServiceConfig> &atBoot);
     // Sends SERVICE_CONTROL_SHUTDOWN (or stop) to every running service,
     // dependents before the services they depend on, each round waited for,
     // waits for the processes (WaitToKillServiceTimeout in all) and kills

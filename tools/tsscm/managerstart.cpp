@@ -213,16 +213,16 @@ void Manager::adopt(const std::string &serviceName, pid_t pid)
     logLine("%s: took over process %d", s->name.c_str(), static_cast<int>(pid));
 }
 
-void Manager::autoStart()
+void Manager::autoStart(const std::vector<ServiceConfig> &atBoot)
 {
     Lock g(lock_);
     auto startAll = [&](bool delayed) {
-        for (const ServiceConfig &c : db_.readAllServices()) {
+        for (const ServiceConfig &c : atBoot) {
             if (c.start != SERVICE_AUTO_START || c.delayedAutostart != delayed || shuttingDown_)
                 continue;
             ServicePtr s = lookupName(c.name);
             if (!s || s->running())
-                continue; // started already, as another's dependency
+                continue; // deleted since, or started already as another's dependency
             std::vector<std::string> chain;
             DWORD e = startWithDependencies(s, {}, g, chain);
             logLine("%s: %sautomatic start %s (%u)", c.name.c_str(), delayed ? "delayed " : "", e ? "failed" : "done",
@@ -231,7 +231,7 @@ void Manager::autoStart()
     };
     startAll(false);
     bool anyDelayed = false;
-    for (const ServiceConfig &c : db_.readAllServices())
+    for (const ServiceConfig &c : atBoot)
         anyDelayed = anyDelayed || (c.start == SERVICE_AUTO_START && c.delayedAutostart);
     if (!anyDelayed)
         return;

@@ -193,6 +193,10 @@ int main(int argc, char **argv)
     for (const tsscm::ProcessRecords::Running &r : launcher.takeOverRecorded(run))
         manager.adopt(r.serviceName, r.pid);
 
+    // The services as configured at this "boot", read before any client
+    // can reach the manager: an automatic service that a first client
+    // creates is not started behind its back.
+    std::vector<tsscm::ServiceConfig> atBoot = database.readAllServices();
     if (!server.listenAt(socketPath)) {
         fprintf(stderr, "tsscm: cannot listen on %s: %s\n", socketPath.c_str(), strerror(errno));
         return 1;
@@ -205,7 +209,7 @@ int main(int argc, char **argv)
         close(notifyFd);
     }
     if (autostart)
-        server.post([&] { manager.autoStart(); });
+        server.post([&] { manager.autoStart(atBoot); });
     initSystem.send("READY=1\nSTATUS=Serving " + root);
     server.run();
     server.removeSocket();
