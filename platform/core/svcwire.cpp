@@ -108,12 +108,16 @@ bool writeAll(int fd, const char *p, size_t n, bool wait)
 // errno ETIMEDOUT at the deadline, -1 with errno on failure.
 int waitReadable(int fd, int64_t deadline)
 {
-    int64_t left = deadline - monotonicMs();
-    pollfd pfd{fd, POLLIN, 0};
-    int r = poll(&pfd, 1, static_cast<int>(left < 0 ? 0 : left));
-    if (r == 0)
-        errno = ETIMEDOUT;
-    return r;
+    for (;;) {
+        int64_t left = deadline - monotonicMs();
+        pollfd pfd{fd, POLLIN, 0};
+        int r = poll(&pfd, 1, static_cast<int>(left < 0 ? 0 : left));
+        if (r < 0 && errno == EINTR)
+            continue;
+        if (r == 0)
+            errno = ETIMEDOUT;
+        return r;
+    }
 }
 
 } // namespace
@@ -158,10 +162,7 @@ bool readAll(int fd, char *p, size_t n, int timeoutMs)
                 return false;
         }
         if (timeoutMs >= 0) {
-            int r = waitReadable(fd, deadline);
-            if (r < 0 && errno == EINTR)
-                continue;
-            if (r <= 0)
+            if (waitReadable(fd, deadline) <= 0)
                 return false;
         }
         ssize_t got = read(fd, p, n);
@@ -283,10 +284,7 @@ bool FrameAssembler::readFrame(int fd, std::string &payload, int timeoutMs)
         }
         if (timeoutMs >= 0) {
             // A frame waited for has seldom arrived yet: poll, then read.
-            int r = waitReadable(fd, deadline);
-            if (r < 0 && errno == EINTR)
-                continue;
-            if (r <= 0)
+            if (waitReadable(fd, deadline) <= 0)
                 return false;
         }
         ssize_t got = receive(fd, 0);
