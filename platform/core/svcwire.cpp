@@ -104,6 +104,22 @@ bool writeAll(int fd, const char *p, size_t n, bool wait)
     return true;
 }
 
+// Polls fd until the deadline (monotonic ms): 1 when readable, 0 with
+// errno ETIMEDOUT at the deadline, -1 with errno on failure.
+int waitReadable(int fd, int64_t deadline)
+{
+    for (;;) {
+        int64_t left = deadline - monotonicMs();
+        pollfd pfd{fd, POLLIN, 0};
+        int r = poll(&pfd, 1, static_cast<int>(left < 0 ? 0 : left));
+        if (r < 0 && errno == EINTR)
+            continue;
+        if (r == 0)
+            errno = ETIMEDOUT;
+        return r;
+    }
+}
+
 } // namespace
 
 void appendFrame(std::string &frames, const std::string &payload)
@@ -146,18 +162,7 @@ bool readAll(int fd, char *p, size_t n, int timeoutMs)
                 return false;
         }
         if (timeoutMs >= 0) {
-            int64_t left = deadline - monotonicMs();
-            if (left < 0)
-                left = 0;
-            pollfd pfd{fd, POLLIN, 0};
-            int r = poll(&pfd, 1, static_cast<int>(left));
-            if (r < 0 && errno == EINTR)
-                continue;
-            if (r == 0) {
-                errno = ETIMEDOUT;
-                return false;
-            }
-            if (r < 0)
+            if (waitReadable(fd, deadline) <= 0)
                 return false;
         }
         ssize_t got = read(fd, p, n);
@@ -189,7 +194,7 @@ bool recvFrame(int fd, std::string &payload, int timeoutMs)
     return len == 0 || readAll(fd, payload.data(), len, timeoutMs);
 }
 
-bool FrameAssembler::take(std::string &payload)
+bool FrameAssembler::whole(uint32_t *first) const
 {
     uint32_t len = 0;
     if (buffer_.size() < sizeof len)
@@ -197,9 +202,56 @@ bool FrameAssembler::take(std::string &payload)
     memcpy(&len, buffer_.data(), sizeof len);
     if (buffer_.size() - sizeof len < len)
         return false;
+    if (first) {
+        *first = 0;
+        if (len >= sizeof *first)
+            memcpy(first, buffer_.data() + sizeof len, sizeof *first);
+    }
+    return true;
+}
+
+bool FrameAssembler::take(std::string &payload)
+{
+    if (!whole())
+        return false;
+    uint32_t len = 0;
+    memcpy(&len, buffer_.data(), sizeof len);
     payload.assign(buffer_, sizeof len, len);
     buffer_.erase(0, sizeof len + len);
     return true;
+}
+
+bool FrameAssembler::tooLong() const
+{
+    uint32_t len = 0;
+    if (buffer_.size() < sizeof len)
+        return false;
+    memcpy(&len, buffer_.data(), sizeof len);
+    return len > kMaxFrame;
+}
+
+ssize_t FrameAssembler::receive(int fd, int flags)
+{
+    constexpr size_t kChunk = 4096;
+    size_t want = kChunk;
+    uint32_t len = 0;
+    if (buffer_.size() >= sizeof len) {
+        memcpy(&len, buffer_.data(), sizeof len);
+        size_t rest = sizeof len + len - buffer_.size(); // the caller has checked len
+        if (rest > want)
+            want = rest;
+    }
+    size_t old = buffer_.size();
+    buffer_.resize(old + want);
+    ssize_t got = recv(fd, &buffer_[old], want, flags);
+    buffer_.resize(old + (got > 0 ? static_cast<size_t>(got) : 0));
+    return got;
+}
+
+void FrameAssembler::fill(int fd)
+{
+    while (receive(fd, MSG_DONTWAIT) < 0 && errno == EINTR) {
+    }
 }
 
 FrameAssembler::Result FrameAssembler::readFrom(int fd, std::string &payload)
@@ -207,23 +259,43 @@ FrameAssembler::Result FrameAssembler::readFrom(int fd, std::string &payload)
     for (;;) {
         if (take(payload))
             return Result::Frame;
-        uint32_t len = 0;
-        if (buffer_.size() >= sizeof len) {
-            memcpy(&len, buffer_.data(), sizeof len);
-            if (len > kMaxFrame)
-                return Result::Bad;
-        }
-        char chunk[4096];
-        ssize_t got = recv(fd, chunk, sizeof chunk, MSG_DONTWAIT);
-        if (got > 0) {
-            buffer_.append(chunk, static_cast<size_t>(got));
+        if (tooLong())
+            return Result::Bad;
+        ssize_t got = receive(fd, MSG_DONTWAIT);
+        if (got > 0)
             continue;
-        }
         if (got < 0 && errno == EINTR)
             continue;
         if (got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
             return Result::More;
         return Result::Closed;
+    }
+}
+
+bool FrameAssembler::readFrame(int fd, std::string &payload, int timeoutMs)
+{
+    int64_t deadline = timeoutMs < 0 ? 0 : monotonicMs() + timeoutMs;
+    for (;;) {
+        if (take(payload))
+            return true;
+        if (tooLong()) {
+            errno = EPROTO;
+            return false;
+        }
+        if (timeoutMs >= 0) {
+            // A frame waited for has seldom arrived yet: poll, then read.
+            if (waitReadable(fd, deadline) <= 0)
+                return false;
+        }
+        ssize_t got = receive(fd, 0);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            return false;
+        if (got == 0) {
+            errno = ECONNRESET;
+            return false;
+        }
     }
 }
 

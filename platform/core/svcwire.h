@@ -16,6 +16,7 @@
 #include <windows.h>
 
 #include <cstdint>
+#include <sys/types.h>
 #include <string>
 
 namespace tsp::svc {
@@ -110,9 +111,23 @@ public:
     Result readFrom(int fd, std::string &payload);
     // True while part of a frame has arrived.
     bool partial() const { return !buffer_.empty(); }
+    // Reads one frame, waiting for it (timeoutMs < 0: without limit); fails
+    // as recvFrame does. It reads what has arrived, not a header and then
+    // its payload: what follows the frame stays here for the next call.
+    bool readFrame(int fd, std::string &payload, int timeoutMs = -1);
+    // Whether a whole frame is here; first gets its first word (0 when the
+    // frame is shorter).
+    bool whole(uint32_t *first = nullptr) const;
+    // Adds what has arrived, without blocking. An end of stream or error
+    // is left for the next readFrom or readFrame to find.
+    void fill(int fd);
 
 private:
     bool take(std::string &payload);
+    bool tooLong() const;
+    // One recv into the buffer, at most the rest of the frame begun or one
+    // chunk; what recv gave.
+    ssize_t receive(int fd, int flags);
     std::string buffer_;
 };
 

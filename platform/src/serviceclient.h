@@ -42,8 +42,14 @@ public:
                     return false;
                 }
             }
-            if (sendFrame(fd, req.data()) && recvFrame(fd, reply)) {
-                put(fd);
+            // The daemon answers each request with one frame: a connection
+            // that has delivered more is out of step and not kept.
+            FrameAssembler in;
+            if (sendFrame(fd, req.data()) && in.readFrame(fd, reply)) {
+                if (in.partial())
+                    close(fd);
+                else
+                    put(fd);
                 return true;
             }
             close(fd);

@@ -273,22 +273,25 @@ BOOL WINAPI StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA *lpServiceSta
 
     // Controls, one at a time, until the service reports SERVICE_STOPPED.
     bool managerGone = false;
+    FrameAssembler in; // a control read with the one before it waits here
     for (;;) {
+        bool buffered = in.whole();
         pollfd pfd[2] = {{d.wake[0], POLLIN, 0}, {managerGone ? -1 : fd, POLLIN, 0}};
-        if (poll(pfd, 2, -1) < 0) {
+        if (poll(pfd, 2, buffered ? 0 : -1) < 0) {
             if (errno == EINTR)
                 continue;
             break;
         }
         if (pfd[0].revents)
             break;
-        if (!pfd[1].revents)
+        if (!pfd[1].revents && !buffered)
             continue;
         std::string frame;
-        if (!recvFrame(fd, frame)) {
+        if (!in.readFrame(fd, frame)) {
             // The service runs on, and takes controls again from the
             // manager that comes next.
             close(fd);
+            in = FrameAssembler();
             fd = d.controlFd = rejoinManager(d, request);
             managerGone = fd < 0;
             continue;

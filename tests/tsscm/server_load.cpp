@@ -12,6 +12,8 @@
 #include <dirent.h>
 #include <fstream>
 #include <sstream>
+#include <string>
+#include <vector>
 
 using namespace tsp::svc;
 
@@ -208,4 +210,67 @@ TEST(TsscmUnderLoad, SilentAndStalledClientsHoldUpNoControl)
     EXPECT_TRUE(DeleteService(svc));
     CloseServiceHandle(svc);
     CloseServiceHandle(scm);
+}
+
+// The daemon, its clients and the dispatchers read frames through one
+// buffer per connection, taking whatever has arrived: what arrives past a
+// frame stays for the next read, a frame cut in two is waited for whole,
+// and bad lengths, ends and silence fail as a single frame read does.
+TEST(TsscmUnderLoad, BufferedFrameReadsKeepWhatFollows)
+{
+    struct Case {
+        const char *what;
+        std::vector<std::string> writes; // each sent in one call
+        bool closeAfter;
+        std::vector<std::string> frames; // read in turn
+        int lastErrno;                   // of the read after them; 0: none made
+    };
+    std::string two, big(70000, 'x'), tooLong;
+    appendFrame(two, "first");
+    appendFrame(two, "second");
+    std::string bigFrame;
+    appendFrame(bigFrame, big);
+    uint32_t huge = kMaxFrame + 1;
+    tooLong.assign(reinterpret_cast<const char *>(&huge), sizeof huge);
+    const Case cases[] = {
+        {"two frames in one write", {two}, false, {"first", "second"}, ETIMEDOUT},
+        {"a frame cut inside its length", {two.substr(0, 2), two.substr(2)}, false, {"first", "second"}, 0},
+        {"a frame cut inside its payload", {two.substr(0, 7), two.substr(7)}, true, {"first", "second"}, ECONNRESET},
+        {"a frame beyond one chunk", {bigFrame}, false, {big}, 0},
+        {"a length above the limit", {tooLong}, false, {}, EPROTO},
+        {"an end inside a frame", {two.substr(0, 7)}, true, {}, ECONNRESET},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        int sv[2];
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sv), 0);
+        FrameAssembler in;
+        std::string frame;
+        size_t next = 0;
+        for (const std::string &w : c.writes) {
+            ASSERT_EQ(send(sv[1], w.data(), w.size(), MSG_NOSIGNAL), static_cast<ssize_t>(w.size()));
+            // A frame already whole is taken without waiting for the next write.
+            while (next < c.frames.size() && in.whole()) {
+                ASSERT_TRUE(in.readFrame(sv[0], frame, 0));
+                EXPECT_EQ(frame, c.frames[next++]);
+            }
+            if (&w != &c.writes.back())
+                in.fill(sv[0]);
+        }
+        if (c.closeAfter)
+            close(sv[1]);
+        for (; next < c.frames.size(); ++next) {
+            ASSERT_TRUE(in.readFrame(sv[0], frame, static_cast<int>(tstest::kWaitBound)));
+            EXPECT_EQ(frame, c.frames[next]);
+        }
+        if (c.lastErrno) {
+            errno = 0;
+            EXPECT_FALSE(in.readFrame(sv[0], frame, 50));
+            EXPECT_EQ(errno, c.lastErrno);
+        }
+        EXPECT_FALSE(in.whole());
+        close(sv[0]);
+        if (!c.closeAfter)
+            close(sv[1]);
+    }
 }

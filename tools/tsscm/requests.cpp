@@ -25,7 +25,7 @@ public:
     {
         for (;;) {
             std::string frame;
-            if (!recvFrame(fd_, frame, timeoutMs)) {
+            if (!in_.readFrame(fd_, frame, timeoutMs)) {
                 *timedOut = errno == ETIMEDOUT;
                 return false;
             }
@@ -51,6 +51,7 @@ public:
 
 private:
     const int fd_;
+    FrameAssembler in_; // only one control at a time reads it
 };
 
 std::string code(DWORD e) { return Writer().u32(e).data(); }

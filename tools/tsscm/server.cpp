@@ -231,9 +231,9 @@ void Server::serve(Connection &c)
         }
         if (RequestHandler::mayWait(op)) {
             c.busy = true;
-            // Bytes of a next request already read stay the loop's.
-            bool mayLinger = !c.in.partial();
-            post([this, fd, peer, frame, mayLinger] {
+            // The worker has the connection's buffer until it is done.
+            FrameAssembler *in = &c.in;
+            post([this, fd, peer, frame, in] {
                 std::string request = frame;
                 bool ok;
                 for (;;) {
@@ -242,7 +242,7 @@ void Server::serve(Connection &c)
                     ok = sendFrame(fd, reply);
                     if (stop)
                         stopping_ = true;
-                    if (!ok || stopping_ || !mayLinger || !nextWaitingRequest(fd, request))
+                    if (!ok || stopping_ || !nextWaitingRequest(fd, *in, request))
                         break;
                 }
                 finished(fd, ok);
@@ -263,26 +263,25 @@ void Server::serve(Connection &c)
 // answered keeps the connection for a moment and serves such a request
 // itself: handing the connection back to the loop and the request on to a
 // worker again would cost two more wake-ups between threads. Anything
-// else, or nothing within the moment, goes back to the loop untouched.
-bool Server::nextWaitingRequest(int fd, std::string &request)
+// else, or nothing within the moment, goes back to the loop in the
+// connection's buffer, where the loop serves it as it would have.
+bool Server::nextWaitingRequest(int fd, FrameAssembler &in, std::string &request)
 {
-    pollfd pfd{fd, POLLIN, 0};
-    int r;
-    while ((r = poll(&pfd, 1, kLingerMs)) < 0 && errno == EINTR) {
+    if (!in.partial()) {
+        pollfd pfd{fd, POLLIN, 0};
+        int r;
+        while ((r = poll(&pfd, 1, kLingerMs)) < 0 && errno == EINTR) {
+        }
+        if (r <= 0 || !(pfd.revents & POLLIN))
+            return false;
+        in.fill(fd);
     }
-    if (r <= 0 || !(pfd.revents & POLLIN))
+    // Only a request that has arrived whole is taken; the rest of what was
+    // read stays in the buffer, the loop's again.
+    uint32_t op = 0;
+    if (!in.whole(&op) || !RequestHandler::mayWait(static_cast<Op>(op)))
         return false;
-    uint32_t head[2]; // length, operation
-    ssize_t got = recv(fd, head, sizeof head, MSG_PEEK | MSG_DONTWAIT);
-    if (got != static_cast<ssize_t>(sizeof head) || head[0] < sizeof head[1] || head[0] > kMaxFrame ||
-        !RequestHandler::mayWait(static_cast<Op>(head[1])))
-        return false;
-    // Only a request that has arrived whole is taken from the socket.
-    std::string whole(sizeof head[0] + head[0], '\0');
-    got = recv(fd, &whole[0], whole.size(), MSG_PEEK | MSG_DONTWAIT);
-    if (got != static_cast<ssize_t>(whole.size()))
-        return false;
-    return recvFrame(fd, request, 0);
+    return in.readFrom(fd, request) == FrameAssembler::Result::Frame;
 }
 
 void Server::readSignal()

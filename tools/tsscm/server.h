@@ -69,7 +69,7 @@ private:
     void drop(int fd);
     void release(pid_t pid);
     void finished(int fd, bool ok);
-    bool nextWaitingRequest(int fd, std::string &request);
+    bool nextWaitingRequest(int fd, tsp::svc::FrameAssembler &in, std::string &request);
     void workerMain();
     void readSignal();
     int pollTimeoutMs(int64_t now);
