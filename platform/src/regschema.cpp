@@ -55,8 +55,9 @@ int Store::setUp()
         rc = sqlite3_exec(db_, kBeginText, nullptr, nullptr, nullptr);
     if (rc == SQLITE_OK) {
         int before = sqlite3_total_changes(db_);
-        rc = createSchema();
-        if (rc == SQLITE_OK)
+        bool current = false;
+        rc = createSchema(&current);
+        if (rc == SQLITE_OK && !current)
             rc = insertHives();
         if (rc == SQLITE_OK)
             rc = dropVolatileKeysOfEarlierBoot();
@@ -73,7 +74,10 @@ int Store::setUp()
     return rc;
 }
 
-int Store::createSchema()
+// Current: the store was at this release's version already, so its tables
+// and hives are whole (they were written in the transaction that wrote the
+// version) and nothing is made again.
+int Store::createSchema(bool *current)
 {
     int version = 0;
     {
@@ -86,6 +90,9 @@ int Store::createSchema()
     }
     if (version > kSchemaVersion)
         return SQLITE_NOTADB; // written by a later release: not ours to change
+    *current = version == kSchemaVersion;
+    if (*current)
+        return SQLITE_OK;
     int rc = version == 1 ? migrateFrom1() : SQLITE_OK;
     if (rc == SQLITE_OK)
         rc = sqlite3_exec(db_, kSchema, nullptr, nullptr, nullptr);

@@ -121,7 +121,7 @@ private:
     // schema, the hives, the volatile keys of an earlier boot, and a
     // counter left odd by a writer that died.
     int setUp();
-    int createSchema();
+    int createSchema(bool *current);
     int migrateFrom1();
     int insertHives();
     int dropVolatileKeysOfEarlierBoot();
