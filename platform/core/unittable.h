@@ -27,6 +27,9 @@ public:
     UnitTable &operator=(const UnitTable &) = delete;
 
     T operator[](uint16_t u) const { return block_[u >> 8][u & 0xFF]; }
+    // The 256 entries of units hi << 8 to hi << 8 | 0xFF: a loop over text
+    // that keeps mostly to one block reads it directly.
+    const T *block(uint8_t hi) const { return block_[hi]; }
 
     void set(uint16_t u, T value)
     {

@@ -211,10 +211,15 @@ Result wideToSingleByte(const CodePage &cp, const WCHAR *in, size_t len, char *o
     if (out && defaultChar == '?' && !wantUsed) {
         // The plain case: one table lookup for each unit (a test for runs
         // of ASCII costs more than it saves here).
+        // The units below 256 (most of the text of a single-byte page)
+        // straight from their block.
         const UnitTable<unsigned char> &narrow = cp.narrow;
+        const unsigned char *low = narrow.block(0);
 #pragma GCC unroll 8
-        for (size_t i = 0; i < n; ++i)
-            out[i] = static_cast<char>(narrow[in[i]]);
+        for (size_t i = 0; i < n; ++i) {
+            uint16_t u = in[i];
+            out[i] = static_cast<char>(u < 0x100 ? low[u] : narrow[u]);
+        }
         r.count = n;
         if (n < len)
             r.error = ERROR_INSUFFICIENT_BUFFER;
