@@ -165,12 +165,22 @@ int Store::dropVolatileKeysOfEarlierBoot()
 
 int Store::prepare()
 {
-    for (int i = 0; i < kStmtCount; ++i) {
-        int rc = sqlite3_prepare_v3(db_, kStatements[i], -1, SQLITE_PREPARE_PERSISTENT, &stmt_[i], nullptr);
-        if (rc != SQLITE_OK)
-            return rc;
+    for (Stmt which : {kBegin, kCommit, kRollback}) {
+        Prepared p = statement(which);
+        if (!p.st)
+            return p.status;
     }
     return SQLITE_OK;
+}
+
+Prepared Store::statement(Stmt which)
+{
+    if (stmt_[which])
+        return {stmt_[which], SQLITE_OK};
+    int rc = sqlite3_prepare_v3(db_, kStatements[which], -1, SQLITE_PREPARE_PERSISTENT, &stmt_[which], nullptr);
+    if (rc == SQLITE_OK && !stmt_[which])
+        rc = SQLITE_MISUSE; // no statement in the text: a bug of the store
+    return {stmt_[which], rc};
 }
 
 } // namespace reg
