@@ -1,6 +1,8 @@
 // Case folding.
 #include "casefold.h"
 
+#include "unittable.h"
+
 #include <cstdint>
 
 namespace tsp {
@@ -14,29 +16,36 @@ const UpcasePair kUpcasePairs[] = {
 #include "upcase_table.inc"
 };
 
-// Every unit's upper case, made once from the pairs: one look-up per unit.
-const char16_t *upcaseTable()
-{
-    static const char16_t *const table = [] {
-        char16_t *t = new char16_t[0x10000];
-        for (uint32_t u = 0; u < 0x10000; ++u)
-            t[u] = static_cast<char16_t>(u);
+// Every unit's upper case, made once from the pairs, as the distance to it
+// (zero for the units without one).
+class UpcaseTable {
+public:
+    UpcaseTable()
+    {
         for (const UpcasePair &p : kUpcasePairs)
-            t[p.unit] = static_cast<char16_t>(p.upper);
-        return t;
-    }();
-    return table;
+            delta_.set(p.unit, static_cast<uint16_t>(p.upper - p.unit));
+    }
+    char16_t operator()(char16_t u) const { return static_cast<char16_t>(u + delta_[u]); }
+
+private:
+    UnitTable<uint16_t> delta_{0};
+};
+
+const UpcaseTable &upcaseTable()
+{
+    static const UpcaseTable *const table = new UpcaseTable; // never destroyed: folds run to the process's end
+    return *table;
 }
 
 } // namespace
 
-char16_t upperUnit(char16_t u) { return upcaseTable()[u]; }
+char16_t upperUnit(char16_t u) { return upcaseTable()(u); }
 
 std::u16string foldUpper(std::u16string s)
 {
-    const char16_t *t = upcaseTable();
+    const UpcaseTable &t = upcaseTable();
     for (char16_t &u : s)
-        u = t[u];
+        u = t(u);
     return s;
 }
 
@@ -44,9 +53,9 @@ bool equalNoCase(const std::u16string &a, const std::u16string &b)
 {
     if (a.size() != b.size())
         return false;
-    const char16_t *t = upcaseTable();
+    const UpcaseTable &t = upcaseTable();
     for (size_t i = 0; i < a.size(); ++i)
-        if (t[a[i]] != t[b[i]])
+        if (t(a[i]) != t(b[i]))
             return false;
     return true;
 }

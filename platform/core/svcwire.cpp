@@ -7,6 +7,8 @@
 
 #include <errno.h>
 #include <poll.h>
+
+#include <algorithm>
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -104,14 +106,16 @@ bool writeAll(int fd, const char *p, size_t n, bool wait)
     return true;
 }
 
-// Polls fd until the deadline (monotonic ms): 1 when readable, 0 with
-// errno ETIMEDOUT at the deadline, -1 with errno on failure.
+// Polls fd until the deadline (monotonic ms; kNoDeadline: without limit):
+// 1 when readable, 0 with errno ETIMEDOUT at the deadline, -1 with errno on
+// failure.
+constexpr int64_t kNoDeadline = -1;
 int waitReadable(int fd, int64_t deadline)
 {
     for (;;) {
-        int64_t left = deadline - monotonicMs();
+        int64_t left = deadline == kNoDeadline ? -1 : std::max<int64_t>(deadline - monotonicMs(), 0);
         pollfd pfd{fd, POLLIN, 0};
-        int r = poll(&pfd, 1, static_cast<int>(left < 0 ? 0 : left));
+        int r = poll(&pfd, 1, static_cast<int>(left));
         if (r < 0 && errno == EINTR)
             continue;
         if (r == 0)
@@ -274,7 +278,7 @@ FrameAssembler::Result FrameAssembler::readFrom(int fd, std::string &payload)
 
 bool FrameAssembler::readFrame(int fd, std::string &payload, int timeoutMs)
 {
-    int64_t deadline = timeoutMs < 0 ? 0 : monotonicMs() + timeoutMs;
+    int64_t deadline = timeoutMs < 0 ? kNoDeadline : monotonicMs() + timeoutMs;
     for (;;) {
         if (take(payload))
             return true;
@@ -282,11 +286,13 @@ bool FrameAssembler::readFrame(int fd, std::string &payload, int timeoutMs)
             errno = EPROTO;
             return false;
         }
-        if (timeoutMs >= 0) {
-            // A frame waited for has seldom arrived yet: poll, then read.
-            if (waitReadable(fd, deadline) <= 0)
-                return false;
-        }
+        // A frame waited for has seldom arrived yet: poll, then read. A
+        // wait in recv itself would also wake when the peer reads what this
+        // end sent (the kernel wakes a stream socket's readers for room to
+        // write too), a switch to this thread and back for nothing; poll
+        // wakes for data only.
+        if (waitReadable(fd, deadline) <= 0)
+            return false;
         ssize_t got = receive(fd, 0);
         if (got < 0 && errno == EINTR)
             continue;

@@ -6,9 +6,11 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 namespace tsp {
 
@@ -99,32 +101,36 @@ uint16_t bytesFromIconv(iconv_t back, uint16_t unit)
 // forward table turned round.
 void buildReverse(CodePage &cp, const char *name)
 {
-    cp.bytesOf.assign(65536, CodePage::kNone);
-    std::vector<unsigned char> seen(65536, 0);
+    std::vector<uint16_t> twice; // the units that more than one byte sequence means
     auto enter = [&](uint16_t unit, uint16_t code) {
         if (unit == CodePage::kNone)
             return;
-        if (seen[unit] < 2)
-            ++seen[unit];
         if (cp.bytesOf[unit] == CodePage::kNone)
-            cp.bytesOf[unit] = code;
+            cp.bytesOf.set(unit, code);
+        else
+            twice.push_back(unit);
     };
     for (int b = 0; b < 256; ++b)
         if (!cp.lead[b])
             enter(cp.single[b], static_cast<uint16_t>(b));
-    if (cp.doubleByte)
-        for (size_t code = 0x100; code < cp.pairs.size(); ++code)
-            enter(cp.pairs[code], static_cast<uint16_t>(code));
+    for (int l = 0; l < 256; ++l)
+        if (cp.lead[l])
+            for (int t = 0; t < 256; ++t) {
+                uint16_t code = static_cast<uint16_t>(l << 8 | t);
+                enter(cp.pairs[code], code);
+            }
+    if (twice.empty())
+        return;
     iconv_t back = iconv_open(name, "UTF-16LE");
     if (back == reinterpret_cast<iconv_t>(-1))
         return; // lowest byte sequence first, then
-    for (size_t unit = 0; unit < 65536; ++unit) {
-        if (seen[unit] < 2)
-            continue;
-        uint16_t code = bytesFromIconv(back, static_cast<uint16_t>(unit));
-        uint16_t again = code < 0x100 ? cp.single[code] : cp.pairs.empty() ? CodePage::kNone : cp.pairs[code];
+    std::sort(twice.begin(), twice.end());
+    twice.erase(std::unique(twice.begin(), twice.end()), twice.end());
+    for (uint16_t unit : twice) {
+        uint16_t code = bytesFromIconv(back, unit);
+        uint16_t again = code < 0x100 ? cp.single[code] : cp.pairs[code];
         if (code != CodePage::kNone && again == unit)
-            cp.bytesOf[unit] = code;
+            cp.bytesOf.set(unit, code);
     }
     iconv_close(back);
 }
@@ -152,42 +158,66 @@ void buildCase(CodePage &cp)
     }
 }
 
-std::unique_ptr<CodePage> build(UINT id)
+// The page's bytes in Unicode, read from iconv: false when iconv does not
+// know the page.
+bool readForwardFromIconv(CodePage &cp, const char *name)
 {
-    char name[32];
-    if (!iconvNameOf(id, name, sizeof name))
-        return nullptr;
     iconv_t cd = iconv_open("UTF-16LE", name);
     if (cd == reinterpret_cast<iconv_t>(-1))
-        return nullptr;
-    auto cp = std::make_unique<CodePage>();
-    cp->id = id;
+        return false;
     for (int b = 0; b < 256; ++b) {
         unsigned char byte = static_cast<unsigned char>(b);
         uint16_t u = b == 0 ? 0 : convert(cd, &byte, 1);
         if (u == 0xFFFE) {
-            cp->lead[b] = true;
-            cp->doubleByte = true;
+            cp.lead[b] = true;
+            cp.doubleByte = true;
             u = 0xFFFF;
         }
-        cp->single[b] = u;
+        cp.single[b] = u;
     }
-    if (cp->doubleByte) {
-        cp->pairs.assign(65536, 0xFFFF);
+    if (cp.doubleByte) {
         for (int l = 0; l < 256; ++l) {
-            if (!cp->lead[l])
+            if (!cp.lead[l])
                 continue;
             for (int t = 1; t < 256; ++t) {
                 unsigned char two[2] = {static_cast<unsigned char>(l), static_cast<unsigned char>(t)};
                 uint16_t u = convert(cd, two, 2);
                 if (u < 0xFFFE) {
-                    cp->pairs[static_cast<size_t>(l << 8 | t)] = u;
-                    cp->trail[t] = true;
+                    cp.pairs.set(static_cast<uint16_t>(l << 8 | t), u);
+                    cp.trail[t] = true;
                 }
             }
         }
     }
     iconv_close(cd);
+    return true;
+}
+
+// Code page 1252, the ANSI page of most machines and the layer's default,
+// is carried here, as iconv has it: a process that keeps to it never loads
+// iconv's modules, some 150 KiB of its memory.
+void readForward1252(CodePage &cp)
+{
+    static const uint16_t kHigh[32] = {
+        0x20AC, 0xFFFF, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
+        0x2039, 0x0152, 0xFFFF, 0x017D, 0xFFFF, 0xFFFF, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
+        0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0xFFFF, 0x017E, 0x0178,
+    };
+    for (int b = 0; b < 256; ++b)
+        cp.single[b] = b >= 0x80 && b < 0xA0 ? kHigh[b - 0x80] : static_cast<uint16_t>(b);
+}
+
+std::unique_ptr<CodePage> build(UINT id)
+{
+    char name[32];
+    if (!iconvNameOf(id, name, sizeof name))
+        return nullptr;
+    auto cp = std::make_unique<CodePage>();
+    cp->id = id;
+    if (id == 1252)
+        readForward1252(*cp);
+    else if (!readForwardFromIconv(*cp, name))
+        return nullptr;
     if (!cp->doubleByte) {
         // Windows' single-byte pages give the bytes 0x80-0x9F that they
         // leave unassigned as the C1 controls of the same value (0x81 in
@@ -202,16 +232,17 @@ std::unique_ptr<CodePage> build(UINT id)
     buildCase(*cp);
     cp->asciiSame = true;
     for (int b = 0; b < 0x80; ++b)
-        cp->asciiSame = cp->asciiSame && !cp->lead[b] && cp->single[b] == b && cp->bytesOf[static_cast<size_t>(b)] == b;
+        cp->asciiSame = cp->asciiSame && !cp->lead[b] && cp->single[b] == b && cp->bytesOf[static_cast<uint16_t>(b)] == b;
     if (!cp->doubleByte) {
-        cp->narrow.assign(65536, '?');
-        for (size_t unit = 0; unit < 65536; ++unit)
-            if (cp->bytesOf[unit] != CodePage::kNone)
-                cp->narrow[unit] = static_cast<unsigned char>(cp->bytesOf[unit]);
+        for (uint32_t unit = 0; unit < 65536; ++unit) {
+            uint16_t code = cp->bytesOf[static_cast<uint16_t>(unit)];
+            if (code != CodePage::kNone)
+                cp->narrow.set(static_cast<uint16_t>(unit), static_cast<unsigned char>(code));
+        }
     }
     cp->latin1Same = cp->asciiSame && !cp->doubleByte;
     for (int b = 0xA0; b < 0x100; ++b)
-        cp->latin1Same = cp->latin1Same && cp->single[b] == b && cp->bytesOf[static_cast<size_t>(b)] == b;
+        cp->latin1Same = cp->latin1Same && cp->single[b] == b && cp->bytesOf[static_cast<uint16_t>(b)] == b;
     cp->everyByteMaps = !cp->doubleByte;
     for (int b = 0; b < 256; ++b)
         cp->everyByteMaps = cp->everyByteMaps && cp->single[b] != CodePage::kNone;
@@ -243,12 +274,10 @@ const CodePage *bytesOnlyCodePage()
             cp->lower[b] = static_cast<unsigned char>(b + 32);
             cp->upper[b + 32] = static_cast<unsigned char>(b);
         }
-        cp->bytesOf.assign(65536, CodePage::kNone);
-        for (int b = 0; b < 256; ++b)
-            cp->bytesOf[static_cast<size_t>(b)] = static_cast<uint16_t>(b);
-        cp->narrow.assign(65536, '?');
-        for (int b = 0; b < 256; ++b)
-            cp->narrow[static_cast<size_t>(b)] = static_cast<unsigned char>(b);
+        for (int b = 0; b < 256; ++b) {
+            cp->bytesOf.set(static_cast<uint16_t>(b), static_cast<uint16_t>(b));
+            cp->narrow.set(static_cast<uint16_t>(b), static_cast<unsigned char>(b));
+        }
         cp->asciiSame = cp->everyByteMaps = true;
         return cp;
     }();

@@ -1,6 +1,7 @@
-// Code page tables, built once per code page from iconv: which bytes lead
-// a double-byte character, what each character is in Unicode and back, and
-// the case of single-byte letters. Conversions and the _mbs functions read
+// Code page tables, built once per code page from iconv (1252, the default,
+// is carried in the layer itself): which bytes lead a double-byte
+// character, what each character is in Unicode and back, and the case of
+// single-byte letters. Conversions and the _mbs functions read
 // these tables and never call iconv themselves.
 #pragma once
 
@@ -8,7 +9,7 @@
 
 #include <stdint.h>
 
-#include <vector>
+#include "unittable.h"
 
 namespace tsp {
 
@@ -20,16 +21,16 @@ struct CodePage {
     bool lead[256] = {};
     bool trail[256] = {};            // follows some lead byte
     uint16_t single[256] = {};       // Unicode of each single byte; kNone: none
-    std::vector<uint16_t> pairs;     // double-byte pages: [lead << 8 | trail], kNone: none
+    UnitTable<uint16_t> pairs{kNone}; // double-byte pages: [lead << 8 | trail], kNone: none
     // Unicode unit to the page: a byte (< 0x100) or lead << 8 | trail;
     // kNone where the page lacks the character. Every entry converts back
     // to its unit; where several byte sequences mean one character, the
     // one that Windows writes.
-    std::vector<uint16_t> bytesOf;
+    UnitTable<uint16_t> bytesOf{kNone};
     // Single-byte pages: bytesOf as bytes, with '?' (the page's default)
     // where the page lacks the unit, for the common conversion that needs
     // to know nothing else.
-    std::vector<unsigned char> narrow;
+    UnitTable<unsigned char> narrow{'?'};
     uint16_t wideDefault = '?';      // what an invalid byte sequence becomes
     bool asciiSame = false;          // bytes 0-0x7F are U+0000-U+007F, both ways
     bool latin1Same = false;         // so are 0xA0-0xFF (a single-byte page such as 1252)

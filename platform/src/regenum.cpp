@@ -54,7 +54,7 @@ LONG Store::cachedListing(KeyId key, Stmt st,
     std::shared_ptr<std::vector<Entry>> list;
     if (found) {
         list = std::make_shared<std::vector<Entry>>();
-        Use q(stmt_[st]);
+        Use q(statement(st));
         q.id(1, key);
         int rc;
         while ((rc = q.step()) == SQLITE_ROW)

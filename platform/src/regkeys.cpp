@@ -8,7 +8,7 @@ using namespace sql;
 
 LONG Store::findChild(KeyId parent, const std::string &fold, KeyId *out, bool *isVolatile)
 {
-    Use q(stmt_[kFindChild]);
+    Use q(statement(kFindChild));
     q.id(1, parent).blob(2, fold);
     int rc = q.step();
     if (rc == SQLITE_ROW) {
@@ -22,7 +22,7 @@ LONG Store::findChild(KeyId parent, const std::string &fold, KeyId *out, bool *i
 
 LONG Store::keyRow(KeyId id, KeyRow *row)
 {
-    Use q(stmt_[kKeyRow]);
+    Use q(statement(kKeyRow));
     q.id(1, id);
     int rc = q.step();
     row->found = rc == SQLITE_ROW;
@@ -123,7 +123,7 @@ LONG Store::createKey(KeyId base, const std::vector<Name> &path, const Name *cls
                 return ERROR_CHILD_MUST_BE_VOLATILE;
             int rc;
             {
-                Use ins(stmt_[kInsertKey]);
+                Use ins(statement(kInsertKey));
                 ins.id(1, id).name(2, level).blob(3, fold);
                 if (cls)
                     ins.name(4, *cls);
@@ -132,7 +132,7 @@ LONG Store::createKey(KeyId base, const std::vector<Name> &path, const Name *cls
                     return sqlError(rc);
             }
             child = sqlite3_last_insert_rowid(db_);
-            if ((rc = Use(stmt_[kTouchKey]).id(1, id).id(2, now).step()) != SQLITE_DONE)
+            if ((rc = Use(statement(kTouchKey)).id(1, id).id(2, now).step()) != SQLITE_DONE)
                 return sqlError(rc);
             created = true;
             childVolatile = isVolatile;
@@ -161,7 +161,7 @@ LONG Store::deleteKey(KeyId base, const std::vector<Name> &path)
             return ERROR_ACCESS_DENIED;
         int rc;
         {
-            Use q(stmt_[kCountChildren]);
+            Use q(statement(kCountChildren));
             q.id(1, id);
             if ((rc = q.step()) != SQLITE_ROW)
                 return sqlError(rc);
@@ -171,11 +171,11 @@ LONG Store::deleteKey(KeyId base, const std::vector<Name> &path)
         KeyRow row;
         if (LONG e = keyRow(id, &row))
             return e;
-        if ((rc = Use(stmt_[kDeleteKeyValues]).id(1, id).step()) != SQLITE_DONE)
+        if ((rc = Use(statement(kDeleteKeyValues)).id(1, id).step()) != SQLITE_DONE)
             return sqlError(rc);
-        if ((rc = Use(stmt_[kDeleteKey]).id(1, id).step()) != SQLITE_DONE)
+        if ((rc = Use(statement(kDeleteKey)).id(1, id).step()) != SQLITE_DONE)
             return sqlError(rc);
-        if ((rc = Use(stmt_[kTouchKey]).id(1, row.parent).id(2, fileTimeNow()).step()) != SQLITE_DONE)
+        if ((rc = Use(statement(kTouchKey)).id(1, row.parent).id(2, fileTimeNow()).step()) != SQLITE_DONE)
             return sqlError(rc);
         return ERROR_SUCCESS;
     });

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <mutex>
 #include <set>
 
 namespace tsp {
@@ -216,11 +217,37 @@ LONG Store::createDatabaseFile(const std::string &path)
     return ERROR_SUCCESS;
 }
 
+namespace {
+
+// SQLite's defaults are made for large databases: each connection takes a
+// first block of twenty cache pages and 120 KiB of lookaside slots at once,
+// and the registry's store needs a handful of pages and prepares its few
+// statements once. Pages come one at a time as they are read instead. The
+// setting is the process's, made before SQLite starts; in a process whose
+// program started SQLite itself before (sqlite3_config then answers
+// SQLITE_MISUSE) SQLite keeps the program's own settings.
+void configureSqliteOnce()
+{
+    static std::once_flag once;
+    std::call_once(once, [] {
+        int rc = sqlite3_config(SQLITE_CONFIG_PAGECACHE, nullptr, 0, 0);
+        REG_CHECK_SQLITE(rc == SQLITE_MISUSE ? SQLITE_OK : rc, "sqlite3_config(SQLITE_CONFIG_PAGECACHE)");
+    });
+}
+
+// Lookaside slots for the connection: enough for a statement's prepare.
+constexpr int kLookasideSlotSize = 256, kLookasideSlots = 32;
+
+} // namespace
+
 int Store::openConnection(const std::string &path)
 {
+    configureSqliteOnce();
     int rc = sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
     if (rc != SQLITE_OK)
         return rc;
+    REG_CHECK_SQLITE(sqlite3_db_config(db_, SQLITE_DBCONFIG_LOOKASIDE, nullptr, kLookasideSlotSize, kLookasideSlots),
+                     "sqlite3_db_config(SQLITE_DBCONFIG_LOOKASIDE)");
     REG_CHECK_SQLITE(sqlite3_busy_timeout(db_, kBusyTimeoutMs), "sqlite3_busy_timeout");
     REG_CHECK_SQLITE(sqlite3_extended_result_codes(db_, 0), "sqlite3_extended_result_codes");
     return SQLITE_OK;

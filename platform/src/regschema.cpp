@@ -55,8 +55,9 @@ int Store::setUp()
         rc = sqlite3_exec(db_, kBeginText, nullptr, nullptr, nullptr);
     if (rc == SQLITE_OK) {
         int before = sqlite3_total_changes(db_);
-        rc = createSchema();
-        if (rc == SQLITE_OK)
+        bool current = false;
+        rc = createSchema(&current);
+        if (rc == SQLITE_OK && !current)
             rc = insertHives();
         if (rc == SQLITE_OK)
             rc = dropVolatileKeysOfEarlierBoot();
@@ -73,7 +74,10 @@ int Store::setUp()
     return rc;
 }
 
-int Store::createSchema()
+// Current: the store was at this release's version already, so its tables
+// and hives are whole (they were written in the transaction that wrote the
+// version) and nothing is made again.
+int Store::createSchema(bool *current)
 {
     int version = 0;
     {
@@ -86,6 +90,9 @@ int Store::createSchema()
     }
     if (version > kSchemaVersion)
         return SQLITE_NOTADB; // written by a later release: not ours to change
+    *current = version == kSchemaVersion;
+    if (*current)
+        return SQLITE_OK;
     int rc = version == 1 ? migrateFrom1() : SQLITE_OK;
     if (rc == SQLITE_OK)
         rc = sqlite3_exec(db_, kSchema, nullptr, nullptr, nullptr);
@@ -158,12 +165,22 @@ int Store::dropVolatileKeysOfEarlierBoot()
 
 int Store::prepare()
 {
-    for (int i = 0; i < kStmtCount; ++i) {
-        int rc = sqlite3_prepare_v3(db_, kStatements[i], -1, SQLITE_PREPARE_PERSISTENT, &stmt_[i], nullptr);
-        if (rc != SQLITE_OK)
-            return rc;
+    for (Stmt which : {kBegin, kCommit, kRollback}) {
+        Prepared p = statement(which);
+        if (!p.st)
+            return p.status;
     }
     return SQLITE_OK;
+}
+
+Prepared Store::statement(Stmt which)
+{
+    if (stmt_[which])
+        return {stmt_[which], SQLITE_OK};
+    int rc = sqlite3_prepare_v3(db_, kStatements[which], -1, SQLITE_PREPARE_PERSISTENT, &stmt_[which], nullptr);
+    if (rc == SQLITE_OK && !stmt_[which])
+        rc = SQLITE_MISUSE; // no statement in the text: a bug of the store
+    return {stmt_[which], rc};
 }
 
 } // namespace reg

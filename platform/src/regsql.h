@@ -77,13 +77,24 @@ private:
     int status_;
 };
 
+// A statement of the store prepared at its first use, or the reason it
+// could not be (then st is null).
+struct Prepared {
+    sqlite3_stmt *st;
+    int status;
+};
+
 // Binds and resets a prepared statement around one use. A value that
 // cannot be bound (too big, out of memory) is the result of step.
 class Use {
 public:
     explicit Use(sqlite3_stmt *st) : st_(st) {}
+    // A statement that could not be prepared fails its step with the reason.
+    explicit Use(Prepared p) : st_(p.st), bindStatus_(p.st ? SQLITE_OK : p.status) {}
     ~Use()
     {
+        if (!st_)
+            return;
         // reset repeats the error of the last step, which was seen there.
         sqlite3_reset(st_);
         REG_CHECK_SQLITE(sqlite3_clear_bindings(st_), "sqlite3_clear_bindings");
@@ -130,6 +141,8 @@ public:
 private:
     Use &bound(int rc)
     {
+        if (!st_)
+            return *this; // not prepared: step says why
         // A parameter number the text does not have is a bug of the store.
         REG_CHECK_SQLITE(rc == SQLITE_RANGE || rc == SQLITE_MISUSE ? rc : SQLITE_OK, "sqlite3_bind");
         if (bindStatus_ == SQLITE_OK)

@@ -41,6 +41,7 @@ namespace tsp {
 namespace reg {
 
 using KeyId = int64_t;
+struct Prepared; // regsql.h
 
 // The key ids of the predefined hives: the low bits of the hive value + 1.
 // 0 when the value names no hive of this store.
@@ -121,7 +122,7 @@ private:
     // schema, the hives, the volatile keys of an earlier boot, and a
     // counter left odd by a writer that died.
     int setUp();
-    int createSchema();
+    int createSchema(bool *current);
     int migrateFrom1();
     int insertHives();
     int dropVolatileKeysOfEarlierBoot();
@@ -169,6 +170,11 @@ private:
         kStmtCount
     };
     sqlite3_stmt *stmt_[kStmtCount] = {};
+    // The statement, prepared at its first use: a process uses a few of
+    // them, and each costs memory and SQLite's code to prepare. The
+    // transaction's own (kBegin, kCommit, kRollback) are prepared at open,
+    // so that a rollback never waits on a prepare that could fail.
+    Prepared statement(Stmt which);
 
     // Read cache, valid while the counter stays at cacheSeq_.
     uint64_t cacheSeq_ = 1; // odd: nothing cached yet

@@ -23,7 +23,7 @@ LONG Store::queryValue(KeyId key, const Name &name, DWORD *type, std::string *da
     }
     CachedValue v{ERROR_SUCCESS, REG_NONE, std::string()};
     {
-        Use q(stmt_[kGetValue]);
+        Use q(statement(kGetValue));
         q.id(1, key).blob(2, cacheKey.substr(sizeof key));
         int rc = q.step();
         if (rc == SQLITE_ROW) {
@@ -66,7 +66,7 @@ LONG Store::setValue(KeyId key, const Name &name, DWORD type, const void *data, 
         std::string fold = foldBytes(name);
         int64_t now = fileTimeNow();
         {
-            Use update(stmt_[kUpdateValue]);
+            Use update(statement(kUpdateValue));
             update.id(1, key).blob(2, fold).id(3, type).bytes(4, data, size).id(5, now);
             if (int rc = update.step(); rc != SQLITE_DONE)
                 return sqlError(rc);
@@ -75,7 +75,7 @@ LONG Store::setValue(KeyId key, const Name &name, DWORD type, const void *data, 
             return ERROR_SUCCESS;
         {
             // Nothing is written when the key is gone.
-            Use set(stmt_[kSetValue]);
+            Use set(statement(kSetValue));
             set.id(1, key).blob(2, fold).name(3, name).id(4, type).bytes(5, data, size).id(6, now);
             if (int rc = set.step(); rc != SQLITE_DONE)
                 return sqlError(rc);
@@ -91,7 +91,7 @@ LONG Store::deleteValue(KeyId key, const Name &name)
     return inWriteTxn(false, [&]() -> LONG {
         int rc;
         {
-            Use del(stmt_[kDeleteValue]);
+            Use del(statement(kDeleteValue));
             del.id(1, key).blob(2, foldBytes(name));
             if ((rc = del.step()) != SQLITE_DONE)
                 return sqlError(rc);
@@ -103,7 +103,7 @@ LONG Store::deleteValue(KeyId key, const Name &name)
             return row.found ? ERROR_FILE_NOT_FOUND : ERROR_KEY_DELETED;
         }
         {
-            Use touch(stmt_[kTouchKey]);
+            Use touch(statement(kTouchKey));
             touch.id(1, key).id(2, fileTimeNow());
             if ((rc = touch.step()) != SQLITE_DONE)
                 return sqlError(rc);

@@ -286,8 +286,12 @@ BOOL WINAPI StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA *lpServiceSta
             break;
         if (!pfd[1].revents && !buffered)
             continue;
+        // The poll said what is there: take it without waiting again.
         std::string frame;
-        if (!in.readFrame(fd, frame)) {
+        FrameAssembler::Result got = in.readFrom(fd, frame);
+        if (got == FrameAssembler::Result::More)
+            continue; // the rest of the control is on its way
+        if (got != FrameAssembler::Result::Frame) {
             // The service runs on, and takes controls again from the
             // manager that comes next.
             close(fd);

@@ -142,7 +142,7 @@ Result doubleByteToWide(const CodePage &cp, const unsigned char *in, size_t len,
 {
     Result r;
     const unsigned char *end = in + len;
-    const uint16_t *pairs = cp.pairs.data();
+    const UnitTable<uint16_t> &pairs = cp.pairs;
     size_t n = 0;
     const unsigned char *nextTry = in; // ASCII runs are looked for again 16 bytes after a miss
     while (in < end) {
@@ -159,7 +159,7 @@ Result doubleByteToWide(const CodePage &cp, const unsigned char *in, size_t len,
         unsigned char b = *in;
         uint16_t u;
         if (cp.lead[b]) {
-            u = in + 1 < end ? pairs[static_cast<size_t>(b << 8 | in[1])] : CodePage::kNone;
+            u = in + 1 < end ? pairs[static_cast<uint16_t>(b << 8 | in[1])] : CodePage::kNone;
             in += u == CodePage::kNone ? 1 : 2; // a bad pair leaves its second byte to stand alone
         } else {
             u = cp.single[b];
@@ -206,15 +206,20 @@ Result wideToSingleByte(const CodePage &cp, const WCHAR *in, size_t len, char *o
                         unsigned char defaultChar, bool wantUsed)
 {
     Result r;
-    const uint16_t *bytesOf = cp.bytesOf.data();
+    const UnitTable<uint16_t> &bytesOf = cp.bytesOf;
     size_t n = out && room < len ? room : len;
     if (out && defaultChar == '?' && !wantUsed) {
         // The plain case: one table lookup for each unit (a test for runs
         // of ASCII costs more than it saves here).
-        const unsigned char *narrow = cp.narrow.data();
+        // The units below 256 (most of the text of a single-byte page)
+        // straight from their block.
+        const UnitTable<unsigned char> &narrow = cp.narrow;
+        const unsigned char *low = narrow.block(0);
 #pragma GCC unroll 8
-        for (size_t i = 0; i < n; ++i)
-            out[i] = static_cast<char>(narrow[in[i]]);
+        for (size_t i = 0; i < n; ++i) {
+            uint16_t u = in[i];
+            out[i] = static_cast<char>(u < 0x100 ? low[u] : narrow[u]);
+        }
         r.count = n;
         if (n < len)
             r.error = ERROR_INSUFFICIENT_BUFFER;
@@ -260,7 +265,7 @@ Result wideToTable(const CodePage &cp, const WCHAR *in, size_t len, char *out, s
         return wideToSingleByte(cp, in, len, out, room, defaultChar[0], wantUsed);
     Result r;
     ByteSink sink(out, room);
-    const uint16_t *bytesOf = cp.bytesOf.data();
+    const UnitTable<uint16_t> &bytesOf = cp.bytesOf;
     for (size_t i = 0; i < len; ++i) {
         WCHAR u = in[i];
         uint16_t code = bytesOf[u];

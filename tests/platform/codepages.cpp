@@ -4,6 +4,9 @@
 #include "TestSupport.h"
 
 #include <errno.h>
+#ifndef _WIN32
+#include <iconv.h>
+#endif
 #include <stdlib.h>
 #include <string.h>
 
@@ -39,6 +42,49 @@ std::string ToBytes(UINT page, const Wide &wide, BOOL *usedDefault = nullptr, co
     }
     return out;
 }
+
+#ifndef _WIN32
+// The layer carries 1252 itself rather than reading it from iconv: every
+// byte and every unit converts as iconv's CP1252 has it, but for the five
+// bytes that it leaves unassigned, which Windows gives as C1 controls.
+TEST(CodePageTest, Page1252AsIconvHasIt)
+{
+    iconv_t toWide = iconv_open("UTF-16LE", "CP1252"), toBytes = iconv_open("CP1252", "UTF-16LE");
+    ASSERT_NE(toWide, reinterpret_cast<iconv_t>(-1));
+    ASSERT_NE(toBytes, reinterpret_cast<iconv_t>(-1));
+    auto run = [](iconv_t cd, const void *in, size_t inLen, void *out, size_t outLen) {
+        iconv(cd, nullptr, nullptr, nullptr, nullptr);
+        char *ip = static_cast<char *>(const_cast<void *>(in)), *op = static_cast<char *>(out);
+        size_t r = iconv(cd, &ip, &inLen, &op, &outLen);
+        return r == static_cast<size_t>(-1) ? 0 : static_cast<int>(op - static_cast<char *>(out));
+    };
+    bool unassigned[256] = {};
+    for (unsigned b = 1; b < 256; ++b) {
+        char byte = static_cast<char>(b);
+        uint16_t expected = 0;
+        unassigned[b] = run(toWide, &byte, 1, &expected, sizeof expected) == 0;
+        if (unassigned[b])
+            expected = static_cast<uint16_t>(b);
+        WCHAR got = 0;
+        ASSERT_EQ(MultiByteToWideChar(1252, 0, &byte, 1, &got, 1), 1) << b;
+        EXPECT_EQ(static_cast<uint16_t>(got), expected) << "byte " << b;
+    }
+    for (uint32_t u = 1; u < 0x10000; ++u) {
+        uint16_t unit = static_cast<uint16_t>(u);
+        unsigned char expected = '?';
+        if (u < 0x100 && unassigned[u])
+            expected = static_cast<unsigned char>(u);
+        else
+            run(toBytes, &unit, sizeof unit, &expected, 1);
+        WCHAR wide = static_cast<WCHAR>(u);
+        char got = 0;
+        ASSERT_EQ(WideCharToMultiByte(1252, 0, &wide, 1, &got, 1, nullptr, nullptr), 1) << u;
+        ASSERT_EQ(static_cast<unsigned char>(got), expected) << "unit " << u;
+    }
+    iconv_close(toWide);
+    iconv_close(toBytes);
+}
+#endif
 
 TEST(CodePageTest, RoundTripsIn1252And932AndUtf8)
 {

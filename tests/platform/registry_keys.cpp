@@ -349,6 +349,7 @@ TEST_F(RegistryTest, NamesMatchWithoutCaseBeyondAscii)
         {u"\u00c4BC", u"\u00e4bc"},                                            // A-umlaut
         {u"\u041a\u0418\u0420\u0418\u041b\u041b", u"\u043a\u0438\u0440\u0438\u043b\u043b"}, // Cyrillic
         {u"\u0391\u0398\u0389\u039d\u0391", u"\u03b1\u03b8\u03ae\u03bd\u03b1"},                       // Greek, with a tonos
+        {u"\u10a0\u1e00\u24b6\uff21", u"\u2d00\u1e01\u24d0\uff41"}, // Georgian, Latin extended, circled, fullwidth
     };
     auto w = [](const char16_t *s) { return reinterpret_cast<LPCWSTR>(s); };
     for (const auto &c : cases) {
