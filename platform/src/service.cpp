@@ -138,8 +138,7 @@ SC_HANDLE openedService(ManagerObject *m, const std::string &reply, DWORD access
     return reinterpret_cast<SC_HANDLE>(insertHandle(obj, obj->access));
 }
 
-SC_HANDLE createService(SC_HANDLE hSCManager, const ServiceText &t, DWORD access, DWORD type, DWORD start,
-                        DWORD errorControl, LPDWORD tag)
+SC_HANDLE createService(SC_HANDLE hSCManager, const CreateConfig &c, DWORD access, LPDWORD tag)
 {
     HandleRef ref;
     ManagerObject *m = manager(hSCManager, ref);
@@ -149,24 +148,13 @@ SC_HANDLE createService(SC_HANDLE hSCManager, const ServiceText &t, DWORD access
         SetLastError(ERROR_ACCESS_DENIED);
         return nullptr;
     }
-    if (t.path.empty() || tag) {
+    if (c.imagePath.empty() || tag) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
     Writer w;
-    w.u32(static_cast<uint32_t>(Op::Create))
-        .str(t.name)
-        .str(t.display)
-        .u32(t.hasDisplay ? 1 : 0)
-        .u32(type)
-        .u32(start)
-        .u32(errorControl)
-        .str(t.path)
-        .str(t.account)
-        .str(t.group)
-        .u32(static_cast<uint32_t>(t.dependencies.size()));
-    for (const std::string &d : t.dependencies)
-        w.str(d);
+    w.u32(static_cast<uint32_t>(Op::Create));
+    writeCreate(w, c);
     std::string reply;
     if (DWORD code = request(m, w, reply)) {
         SetLastError(code);
@@ -265,16 +253,19 @@ SC_HANDLE WINAPI CreateServiceA(SC_HANDLE hSCManager, LPCSTR lpServiceName, LPCS
         SetLastError(ERROR_INVALID_ADDRESS);
         return nullptr;
     }
-    ServiceText t;
-    t.name = ansiToWire(lpServiceName);
-    t.display = ansiToWire(lpDisplayName);
-    t.hasDisplay = lpDisplayName != nullptr;
-    t.path = lpBinaryPathName && *lpBinaryPathName ? ansiToWire(lpBinaryPathName) : std::string();
-    t.group = ansiToWire(lpLoadOrderGroup);
-    t.account = ansiToWire(lpServiceStartName);
+    CreateConfig c;
+    c.name = ansiToWire(lpServiceName);
+    c.display = ansiToWire(lpDisplayName);
+    c.hasDisplay = lpDisplayName != nullptr;
+    c.type = dwServiceType;
+    c.start = dwStartType;
+    c.errorControl = dwErrorControl;
+    c.imagePath = lpBinaryPathName && *lpBinaryPathName ? ansiToWire(lpBinaryPathName) : std::string();
+    c.group = ansiToWire(lpLoadOrderGroup);
+    c.account = ansiToWire(lpServiceStartName);
     for (const char *d = lpDependencies; d && *d; d += strlen(d) + 1)
-        t.dependencies.push_back(ansiToWire(d));
-    return createService(hSCManager, t, dwDesiredAccess, dwServiceType, dwStartType, dwErrorControl, lpdwTagId);
+        c.dependencies.push_back(ansiToWire(d));
+    return createService(hSCManager, c, dwDesiredAccess, lpdwTagId);
 }
 
 SC_HANDLE WINAPI OpenServiceA(SC_HANDLE hSCManager, LPCSTR lpServiceName, DWORD dwDesiredAccess)

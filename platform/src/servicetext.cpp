@@ -22,6 +22,20 @@ bool wideToWire(LPCWSTR text, std::string &out)
     return wideToUtf8(text, len, out.data(), out.size(), true).error == ERROR_SUCCESS;
 }
 
+bool wideList(LPCWSTR block, std::vector<std::string> &out)
+{
+    for (LPCWSTR d = block; d && *d;) {
+        std::string one;
+        if (!wideToWire(d, one))
+            return false;
+        out.push_back(std::move(one));
+        while (*d)
+            ++d;
+        ++d;
+    }
+    return true;
+}
+
 std::basic_string<WCHAR> wireToWide(const std::string &text)
 {
     const auto *in = reinterpret_cast<const unsigned char *>(text.data());

@@ -11,26 +11,6 @@ namespace {
 
 using Wide = std::basic_string<WCHAR>;
 
-size_t wideLength(LPCWSTR s)
-{
-    size_t n = 0;
-    while (s && s[n])
-        ++n;
-    return n;
-}
-
-// A list of strings after each other, ended by an empty one.
-bool wideList(LPCWSTR block, std::vector<std::string> &out)
-{
-    for (LPCWSTR d = block; d && *d; d += wideLength(d) + 1) {
-        std::string one;
-        if (!wideToWire(d, one))
-            return false;
-        out.push_back(one);
-    }
-    return true;
-}
-
 // The name a lookup found, copied as GetServiceDisplayNameW copies it.
 BOOL copyName(const std::string &found, LPWSTR out, LPDWORD cch)
 {
@@ -93,15 +73,18 @@ SC_HANDLE WINAPI CreateServiceW(SC_HANDLE hSCManager, LPCWSTR lpServiceName, LPC
         SetLastError(ERROR_INVALID_ADDRESS);
         return nullptr;
     }
-    ServiceText t;
-    t.hasDisplay = lpDisplayName != nullptr;
-    if (!wideToWire(lpServiceName, t.name) || !wideToWire(lpDisplayName, t.display) ||
-        !wideToWire(lpBinaryPathName, t.path) || !wideToWire(lpLoadOrderGroup, t.group) ||
-        !wideToWire(lpServiceStartName, t.account) || !wideList(lpDependencies, t.dependencies)) {
+    CreateConfig c;
+    c.hasDisplay = lpDisplayName != nullptr;
+    c.type = dwServiceType;
+    c.start = dwStartType;
+    c.errorControl = dwErrorControl;
+    if (!wideToWire(lpServiceName, c.name) || !wideToWire(lpDisplayName, c.display) ||
+        !wideToWire(lpBinaryPathName, c.imagePath) || !wideToWire(lpLoadOrderGroup, c.group) ||
+        !wideToWire(lpServiceStartName, c.account) || !wideList(lpDependencies, c.dependencies)) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
-    return createService(hSCManager, t, dwDesiredAccess, dwServiceType, dwStartType, dwErrorControl, lpdwTagId);
+    return createService(hSCManager, c, dwDesiredAccess, lpdwTagId);
 }
 
 SC_HANDLE WINAPI OpenServiceW(SC_HANDLE hSCManager, LPCWSTR lpServiceName, DWORD dwDesiredAccess)
