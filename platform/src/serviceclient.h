@@ -125,12 +125,6 @@ bool isLocalMachine(const char *name);
 // A handle to the service that a Create or Open reply names.
 SC_HANDLE openedService(ManagerObject *m, const std::string &reply, DWORD access);
 
-// CreateService of the A and W forms, their text as UTF-8.
-SC_HANDLE createService(SC_HANDLE hSCManager, const CreateConfig &c, DWORD access, LPDWORD tag);
-SC_HANDLE openService(SC_HANDLE hSCManager, const std::string &name, DWORD access);
-// args null with count > 0: ERROR_INVALID_PARAMETER.
-BOOL startService(SC_HANDLE hService, const std::vector<std::string> *args, DWORD count);
-
 // One service of an enumeration, as the manager gives it (UTF-8).
 struct ListedService {
     std::string name, display;
@@ -154,7 +148,6 @@ bool wideToWire(LPCWSTR text, std::string &out);
 // A list of strings after each other, ended by an empty one (null: none).
 bool wideList(LPCWSTR block, std::vector<std::string> &out);
 std::basic_string<WCHAR> wireToWide(const std::string &text);
-std::string ansiToWire(const char *text);
 std::string wireToAnsi(const std::string &text);
 
 } // namespace tsp::svc

@@ -45,16 +45,6 @@ std::basic_string<WCHAR> wireToWide(const std::string &text)
     return out;
 }
 
-std::string ansiToWire(const char *text)
-{
-    if (!text)
-        return std::string();
-    std::vector<WCHAR> wide = wideText(text, CP_ACP);
-    std::string out;
-    wideToWire(wide.data(), out);
-    return out;
-}
-
 std::string wireToAnsi(const std::string &text)
 {
     std::basic_string<WCHAR> wide = wireToWide(text);
