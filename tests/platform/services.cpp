@@ -178,15 +178,26 @@ TEST_F(ServiceTest, AnsiTextReachesTheManagerThroughTheCodePage)
     auto *config = reinterpret_cast<LPQUERY_SERVICE_CONFIGW>(buf.data());
     DWORD needed = 0;
     ASSERT_TRUE(QueryServiceConfigW(svc, config, static_cast<DWORD>(buf.size()), &needed)) << GetLastError();
-    auto given = [](LPCWSTR text, size_t terminators) {
+    // A string, and a list of strings up to the empty one that ends it,
+    // with their terminators.
+    auto one = [](LPCWSTR text) {
         size_t n = 0;
-        while (text && (text[n] || (terminators == 2 && text[n + 1])))
+        while (text[n])
             ++n;
-        return text ? Wide(text, n + terminators) : Wide();
+        return Wide(text, n + 1);
     };
-    EXPECT_TRUE(given(config->lpDisplayName, 1) == widened(display));
-    EXPECT_TRUE(given(config->lpLoadOrderGroup, 1) == widened(group));
-    EXPECT_TRUE(given(config->lpDependencies, 2) == widened("Dep\xe9") + widened("Zweite") + Wide(1, 0));
+    auto list = [](LPCWSTR text) {
+        size_t n = 0;
+        while (text[n])
+            while (text[n++])
+                ;
+        return Wide(text, n + 1);
+    };
+    EXPECT_TRUE(one(config->lpDisplayName) == widened(display));
+    EXPECT_TRUE(one(config->lpLoadOrderGroup) == widened(group));
+    if (!tstest::RunningUnderWine()) { // Wine's manager keeps no dependencies
+        EXPECT_TRUE(list(config->lpDependencies) == widened("Dep\xe9") + widened("Zweite") + Wide(1, 0));
+    }
     EXPECT_TRUE(CloseServiceHandle(svc));
 }
 
