@@ -42,7 +42,8 @@ void expectRoundTrip(const Config &c, void (*write)(Writer &, const Config &), b
     EXPECT_TRUE(read(r, back));
     EXPECT_EQ(fields(back), fields(c));
     for (size_t n = 0; n < w.data().size(); ++n) {
-        Reader cut(w.data().substr(0, n));
+        std::string prefix = w.data().substr(0, n);
+        Reader cut(prefix);
         Config partial;
         EXPECT_FALSE(read(cut, partial)) << "cut at " << n << " of " << w.data().size();
     }
