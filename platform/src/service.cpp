@@ -1,18 +1,48 @@
 // The service manager's client calls in their A form and those without
-// text: OpenSCManagerA and the calls on manager and service handles, over
-// the daemon's socket (svcwire.h). The wide forms are in servicewide.cpp,
-// the configuration calls in serviceconfig.cpp, the enumeration in
-// serviceenum.cpp.
+// text, over the daemon's socket (svcwire.h). The A forms convert their text
+// and call the wide forms (servicewide.cpp); the configuration calls are in
+// serviceconfig.cpp, the enumeration in serviceenum.cpp.
 #include "serviceclient.h"
 
 #include "nls.h"
-#include "textconv.h"
 
 #include <string.h>
 #include <unistd.h>
 
 using namespace tsp;
 using namespace tsp::svc;
+
+namespace {
+
+// An A call's text as its W call takes it: UTF-16 through the ANSI code
+// page, as the registry's A calls convert; null stays null.
+class WideArg {
+public:
+    explicit WideArg(LPCSTR text) : given_(text != nullptr)
+    {
+        if (text)
+            wide_ = wideText(text, CP_ACP);
+    }
+    // A list of texts after each other, ended by an empty one.
+    static WideArg list(LPCSTR block)
+    {
+        WideArg out(nullptr);
+        out.given_ = block != nullptr;
+        for (const char *d = block; d && *d; d += strlen(d) + 1) {
+            std::vector<WCHAR> one = wideText(d, CP_ACP);
+            out.wide_.insert(out.wide_.end(), one.begin(), one.end());
+        }
+        out.wide_.push_back(0);
+        return out;
+    }
+    LPCWSTR get() const { return given_ ? wide_.data() : nullptr; }
+
+private:
+    bool given_;
+    std::vector<WCHAR> wide_;
+};
+
+} // namespace
 
 namespace tsp::svc {
 
@@ -138,165 +168,40 @@ SC_HANDLE openedService(ManagerObject *m, const std::string &reply, DWORD access
     return reinterpret_cast<SC_HANDLE>(insertHandle(obj, obj->access));
 }
 
-SC_HANDLE createService(SC_HANDLE hSCManager, const ServiceText &t, DWORD access, DWORD type, DWORD start,
-                        DWORD errorControl, LPDWORD tag)
-{
-    HandleRef ref;
-    ManagerObject *m = manager(hSCManager, ref);
-    if (!m)
-        return nullptr;
-    if (!(m->access & SC_MANAGER_CREATE_SERVICE)) {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return nullptr;
-    }
-    if (t.path.empty() || tag) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return nullptr;
-    }
-    Writer w;
-    w.u32(static_cast<uint32_t>(Op::Create))
-        .str(t.name)
-        .str(t.display)
-        .u32(t.hasDisplay ? 1 : 0)
-        .u32(type)
-        .u32(start)
-        .u32(errorControl)
-        .str(t.path)
-        .str(t.account)
-        .str(t.group)
-        .u32(static_cast<uint32_t>(t.dependencies.size()));
-    for (const std::string &d : t.dependencies)
-        w.str(d);
-    std::string reply;
-    if (DWORD code = request(m, w, reply)) {
-        SetLastError(code);
-        return nullptr;
-    }
-    return openedService(m, reply, access);
-}
-
-SC_HANDLE openService(SC_HANDLE hSCManager, const std::string &name, DWORD access)
-{
-    HandleRef ref;
-    ManagerObject *m = manager(hSCManager, ref);
-    if (!m)
-        return nullptr;
-    std::string reply;
-    if (DWORD code = request(m, Writer().u32(static_cast<uint32_t>(Op::Open)).str(name), reply)) {
-        SetLastError(code);
-        return nullptr;
-    }
-    return openedService(m, reply, access);
-}
-
-BOOL startService(SC_HANDLE hService, const std::vector<std::string> *args, DWORD count)
-{
-    HandleRef ref;
-    ServiceObject *s = serviceWith(hService, ref, SERVICE_START);
-    if (!s)
-        return FALSE;
-    if (count && (!args || args->size() != count))
-        return fail(ERROR_INVALID_PARAMETER);
-    Writer w = serviceRequest(Op::Start, s);
-    w.u32(count);
-    for (DWORD i = 0; i < count; ++i)
-        w.str((*args)[i]);
-    std::string reply;
-    if (DWORD code = request(s->manager, w, reply))
-        return fail(code);
-    return TRUE;
-}
-
 } // namespace tsp::svc
 
 extern "C" {
 
 SC_HANDLE WINAPI OpenSCManagerA(LPCSTR lpMachineName, LPCSTR lpDatabaseName, DWORD dwDesiredAccess)
 {
-    if (!isLocalMachine(lpMachineName)) {
-        SetLastError(RPC_S_SERVER_UNAVAILABLE);
-        return nullptr;
-    }
-    if (lpDatabaseName && strcmp(lpDatabaseName, SERVICES_ACTIVE_DATABASEA) != 0) {
-        SetLastError(strcmp(lpDatabaseName, SERVICES_FAILED_DATABASEA) == 0 ? ERROR_DATABASE_DOES_NOT_EXIST
-                                                                             : ERROR_INVALID_NAME);
-        return nullptr;
-    }
-    // The first exchange tells whether the daemon takes us at all. A daemon
-    // that ended just as we connected is started again, once.
-    int fd = -1;
-    for (int attempt = 0; attempt < 2 && fd < 0; ++attempt) {
-        unsigned long err = 0;
-        fd = connectManager(true, &err);
-        if (fd < 0) {
-            SetLastError(static_cast<DWORD>(err));
-            return nullptr;
-        }
-        std::string reply;
-        if (!sendFrame(fd, Writer().u32(static_cast<uint32_t>(Op::Hello)).data()) || !recvFrame(fd, reply, 30000)) {
-            close(fd);
-            fd = -1;
-            continue;
-        }
-        Reader r(reply);
-        DWORD code = r.u32();
-        if (!r.ok() || code != ERROR_SUCCESS) {
-            close(fd);
-            SetLastError(r.ok() ? code : static_cast<DWORD>(RPC_S_SERVER_UNAVAILABLE));
-            return nullptr;
-        }
-    }
-    if (fd < 0) {
-        SetLastError(RPC_S_SERVER_UNAVAILABLE);
-        return nullptr;
-    }
-    auto *m = new ManagerObject;
-    m->adopt(fd);
-    m->access = mapManagerAccess(dwDesiredAccess);
-    return reinterpret_cast<SC_HANDLE>(insertHandle(m, m->access));
+    return OpenSCManagerW(WideArg(lpMachineName).get(), WideArg(lpDatabaseName).get(), dwDesiredAccess);
 }
 
 SC_HANDLE WINAPI CreateServiceA(SC_HANDLE hSCManager, LPCSTR lpServiceName, LPCSTR lpDisplayName,
                                 DWORD dwDesiredAccess, DWORD dwServiceType, DWORD dwStartType, DWORD dwErrorControl,
                                 LPCSTR lpBinaryPathName, LPCSTR lpLoadOrderGroup, LPDWORD lpdwTagId,
-                                LPCSTR lpDependencies, LPCSTR lpServiceStartName, LPCSTR /* password: not kept */)
+                                LPCSTR lpDependencies, LPCSTR lpServiceStartName, LPCSTR lpPassword)
 {
-    if (!lpServiceName) {
-        SetLastError(ERROR_INVALID_ADDRESS);
-        return nullptr;
-    }
-    ServiceText t;
-    t.name = ansiToWire(lpServiceName);
-    t.display = ansiToWire(lpDisplayName);
-    t.hasDisplay = lpDisplayName != nullptr;
-    t.path = lpBinaryPathName && *lpBinaryPathName ? ansiToWire(lpBinaryPathName) : std::string();
-    t.group = ansiToWire(lpLoadOrderGroup);
-    t.account = ansiToWire(lpServiceStartName);
-    for (const char *d = lpDependencies; d && *d; d += strlen(d) + 1)
-        t.dependencies.push_back(ansiToWire(d));
-    return createService(hSCManager, t, dwDesiredAccess, dwServiceType, dwStartType, dwErrorControl, lpdwTagId);
+    return CreateServiceW(hSCManager, WideArg(lpServiceName).get(), WideArg(lpDisplayName).get(), dwDesiredAccess,
+                          dwServiceType, dwStartType, dwErrorControl, WideArg(lpBinaryPathName).get(),
+                          WideArg(lpLoadOrderGroup).get(), lpdwTagId, WideArg::list(lpDependencies).get(),
+                          WideArg(lpServiceStartName).get(), WideArg(lpPassword).get());
 }
 
 SC_HANDLE WINAPI OpenServiceA(SC_HANDLE hSCManager, LPCSTR lpServiceName, DWORD dwDesiredAccess)
 {
-    if (!lpServiceName) {
-        HandleRef ref;
-        if (manager(hSCManager, ref))
-            SetLastError(ERROR_INVALID_ADDRESS);
-        return nullptr;
-    }
-    return openService(hSCManager, ansiToWire(lpServiceName), dwDesiredAccess);
+    return OpenServiceW(hSCManager, WideArg(lpServiceName).get(), dwDesiredAccess);
 }
 
 BOOL WINAPI StartServiceA(SC_HANDLE hService, DWORD dwNumServiceArgs, LPCSTR *lpServiceArgVectors)
 {
-    std::vector<std::string> args;
-    for (DWORD i = 0; lpServiceArgVectors && i < dwNumServiceArgs; ++i) {
-        if (!lpServiceArgVectors[i])
-            return startService(hService, nullptr, dwNumServiceArgs); // ERROR_INVALID_PARAMETER
-        args.push_back(ansiToWire(lpServiceArgVectors[i]));
-    }
-    return startService(hService, dwNumServiceArgs && !lpServiceArgVectors ? nullptr : &args, dwNumServiceArgs);
+    std::vector<WideArg> args;
+    std::vector<LPCWSTR> vectors;
+    for (DWORD i = 0; lpServiceArgVectors && i < dwNumServiceArgs; ++i)
+        args.emplace_back(lpServiceArgVectors[i]);
+    for (const WideArg &a : args)
+        vectors.push_back(a.get());
+    return StartServiceW(hService, dwNumServiceArgs, lpServiceArgVectors ? vectors.data() : nullptr);
 }
 
 BOOL WINAPI ControlService(SC_HANDLE hService, DWORD dwControl, LPSERVICE_STATUS lpServiceStatus)

@@ -4,6 +4,7 @@
 
 #include "object.h"
 #include "service.h"
+#include "svcconfigwire.h"
 #include "svcwire.h"
 
 #include <unistd.h>
@@ -130,18 +131,6 @@ bool isLocalMachine(const char *name);
 // A handle to the service that a Create or Open reply names.
 SC_HANDLE openedService(ManagerObject *m, const std::string &reply, DWORD access);
 
-// What the A and W forms of CreateService give, as UTF-8.
-struct ServiceText {
-    std::string name, display, path, group, account;
-    bool hasDisplay = false;
-    std::vector<std::string> dependencies; // groups after '+'
-};
-SC_HANDLE createService(SC_HANDLE hSCManager, const ServiceText &t, DWORD access, DWORD type, DWORD start,
-                        DWORD errorControl, LPDWORD tag);
-SC_HANDLE openService(SC_HANDLE hSCManager, const std::string &name, DWORD access);
-// args null with count > 0: ERROR_INVALID_PARAMETER.
-BOOL startService(SC_HANDLE hService, const std::vector<std::string> *args, DWORD count);
-
 // One service of an enumeration, as the manager gives it (UTF-8).
 struct ListedService {
     std::string name, display;
@@ -162,8 +151,9 @@ DWORD enumerate(SC_HANDLE hSCManager, DWORD type, DWORD state, LPDWORD needed, L
 // is not well-formed (a lone surrogate). The A calls' text is in the ANSI
 // code page.
 bool wideToWire(LPCWSTR text, std::string &out);
+// A list of strings after each other, ended by an empty one (null: none).
+bool wideList(LPCWSTR block, std::vector<std::string> &out);
 std::basic_string<WCHAR> wireToWide(const std::string &text);
-std::string ansiToWire(const char *text);
 std::string wireToAnsi(const std::string &text);
 
 } // namespace tsp::svc

@@ -11,43 +11,37 @@ namespace {
 
 using Wide = std::basic_string<WCHAR>;
 
-// What QueryConfig replies, as UTF-8.
-struct Config {
-    DWORD type = 0, start = 0, errorControl = 0;
-    std::string path, account, group, display, description;
-    bool delayed = false;
-    std::vector<std::string> dependencies;
-};
-
-DWORD queryConfig(ServiceObject *s, Config &c)
+DWORD queryConfig(ServiceObject *s, QueriedConfig &c)
 {
     std::string reply;
     if (DWORD code = request(s->manager, serviceRequest(Op::QueryConfig, s), reply))
         return code;
     Reader r(reply);
     r.u32();
-    c.type = r.u32();
-    c.start = r.u32();
-    c.errorControl = r.u32();
-    c.path = r.str();
-    c.account = r.str();
-    c.group = r.str();
-    c.display = r.str();
-    c.description = r.str();
-    c.delayed = r.u32() != 0;
-    for (DWORD i = 0, n = r.u32(); i < n && r.ok(); ++i)
-        c.dependencies.push_back(r.str());
-    return r.ok() ? ERROR_SUCCESS : static_cast<DWORD>(ERROR_INVALID_DATA);
+    return readQueried(r, c) ? ERROR_SUCCESS : static_cast<DWORD>(ERROR_INVALID_DATA);
 }
 
-// An optional text of a change: present when given.
-bool optional(Writer &w, LPCWSTR text)
+// An optional text of a change: present when given; false when it is not
+// well-formed UTF-16.
+bool optional(LPCWSTR text, std::optional<std::string> &out)
 {
     std::string s;
     if (!wideToWire(text, s))
         return false;
-    w.u32(text ? 1 : 0).str(s);
+    if (text)
+        out = std::move(s);
     return true;
+}
+
+// Sends a change of the service's configuration.
+BOOL changeConfig(ServiceObject *s, const ConfigChange &c)
+{
+    Writer w = serviceRequest(Op::ChangeConfig, s);
+    writeChange(w, c);
+    std::string reply;
+    if (DWORD code = request(s->manager, w, reply))
+        return fail(code);
+    return TRUE;
 }
 
 // Lays strings out after a record in a caller's buffer.
@@ -88,32 +82,19 @@ BOOL WINAPI ChangeServiceConfigW(SC_HANDLE hService, DWORD dwServiceType, DWORD 
         return FALSE;
     if (lpdwTagId)
         return fail(ERROR_INVALID_PARAMETER);
-    Writer w = serviceRequest(Op::ChangeConfig, s);
-    w.u32(dwServiceType).u32(dwStartType).u32(dwErrorControl);
-    if (!optional(w, lpBinaryPathName) || !optional(w, lpServiceStartName) || !optional(w, lpLoadOrderGroup) ||
-        !optional(w, lpDisplayName) || !optional(w, nullptr))
+    ConfigChange c;
+    c.type = dwServiceType;
+    c.start = dwStartType;
+    c.errorControl = dwErrorControl;
+    if (!optional(lpBinaryPathName, c.imagePath) || !optional(lpServiceStartName, c.account) ||
+        !optional(lpLoadOrderGroup, c.group) || !optional(lpDisplayName, c.display))
         return fail(ERROR_INVALID_PARAMETER);
-    w.u32(lpDependencies ? 1 : 0);
     if (lpDependencies) {
-        std::vector<std::string> list;
-        for (LPCWSTR d = lpDependencies; *d;) {
-            std::string one;
-            if (!wideToWire(d, one))
-                return fail(ERROR_INVALID_PARAMETER);
-            list.push_back(one);
-            while (*d)
-                ++d;
-            ++d;
-        }
-        w.u32(static_cast<uint32_t>(list.size()));
-        for (const std::string &d : list)
-            w.str(d);
+        c.dependencies.emplace();
+        if (!wideList(lpDependencies, *c.dependencies))
+            return fail(ERROR_INVALID_PARAMETER);
     }
-    w.u32(0).u32(0); // the delayed start stays
-    std::string reply;
-    if (DWORD code = request(s->manager, w, reply))
-        return fail(code);
-    return TRUE;
+    return changeConfig(s, c);
 }
 
 BOOL WINAPI ChangeServiceConfig2W(SC_HANDLE hService, DWORD dwInfoLevel, LPVOID lpInfo)
@@ -126,22 +107,14 @@ BOOL WINAPI ChangeServiceConfig2W(SC_HANDLE hService, DWORD dwInfoLevel, LPVOID 
         return fail(ERROR_INVALID_LEVEL);
     if (!lpInfo)
         return fail(ERROR_INVALID_ADDRESS);
-    Writer w = serviceRequest(Op::ChangeConfig, s);
-    w.u32(SERVICE_NO_CHANGE).u32(SERVICE_NO_CHANGE).u32(SERVICE_NO_CHANGE);
-    for (int i = 0; i < 4; ++i)
-        w.u32(0).str(std::string());
+    ConfigChange c;
     if (dwInfoLevel == SERVICE_CONFIG_DESCRIPTION) {
-        if (!optional(w, static_cast<SERVICE_DESCRIPTIONW *>(lpInfo)->lpDescription))
+        if (!optional(static_cast<SERVICE_DESCRIPTIONW *>(lpInfo)->lpDescription, c.description))
             return fail(ERROR_INVALID_PARAMETER);
-        w.u32(0).u32(0).u32(0);
     } else {
-        w.u32(0).str(std::string()).u32(0);
-        w.u32(1).u32(static_cast<SERVICE_DELAYED_AUTO_START_INFO *>(lpInfo)->fDelayedAutostart ? 1 : 0);
+        c.delayedAutostart = static_cast<SERVICE_DELAYED_AUTO_START_INFO *>(lpInfo)->fDelayedAutostart != FALSE;
     }
-    std::string reply;
-    if (DWORD code = request(s->manager, w, reply))
-        return fail(code);
-    return TRUE;
+    return changeConfig(s, c);
 }
 
 BOOL WINAPI QueryServiceConfigW(SC_HANDLE hService, LPQUERY_SERVICE_CONFIGW lpServiceConfig, DWORD cbBufSize,
@@ -153,12 +126,12 @@ BOOL WINAPI QueryServiceConfigW(SC_HANDLE hService, LPQUERY_SERVICE_CONFIGW lpSe
         return FALSE;
     if (!pcbBytesNeeded)
         return fail(ERROR_INVALID_ADDRESS);
-    Config c;
+    QueriedConfig c;
     if (DWORD code = queryConfig(s, c))
         return fail(code);
     QUERY_SERVICE_CONFIGW out{c.type, c.start, c.errorControl, nullptr, nullptr, 0, nullptr, nullptr, nullptr};
     Layout layout(reinterpret_cast<LPBYTE>(lpServiceConfig), cbBufSize, sizeof out);
-    out.lpBinaryPathName = layout.put(wireToWide(c.path));
+    out.lpBinaryPathName = layout.put(wireToWide(c.imagePath));
     out.lpLoadOrderGroup = layout.put(wireToWide(c.group));
     Wide dependencies;
     for (const std::string &d : c.dependencies)
@@ -184,14 +157,14 @@ BOOL WINAPI QueryServiceConfig2W(SC_HANDLE hService, DWORD dwInfoLevel, LPBYTE l
         return fail(ERROR_INVALID_LEVEL);
     if (!pcbBytesNeeded)
         return fail(ERROR_INVALID_ADDRESS);
-    Config c;
+    QueriedConfig c;
     if (DWORD code = queryConfig(s, c))
         return fail(code);
     if (dwInfoLevel == SERVICE_CONFIG_DELAYED_AUTO_START_INFO) {
         *pcbBytesNeeded = sizeof(SERVICE_DELAYED_AUTO_START_INFO);
         if (!lpBuffer || cbBufSize < sizeof(SERVICE_DELAYED_AUTO_START_INFO))
             return fail(ERROR_INSUFFICIENT_BUFFER);
-        SERVICE_DELAYED_AUTO_START_INFO info{c.delayed ? TRUE : FALSE};
+        SERVICE_DELAYED_AUTO_START_INFO info{c.delayedAutostart ? TRUE : FALSE};
         memcpy(lpBuffer, &info, sizeof info);
         return TRUE;
     }

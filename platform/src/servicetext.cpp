@@ -22,22 +22,26 @@ bool wideToWire(LPCWSTR text, std::string &out)
     return wideToUtf8(text, len, out.data(), out.size(), true).error == ERROR_SUCCESS;
 }
 
+bool wideList(LPCWSTR block, std::vector<std::string> &out)
+{
+    for (LPCWSTR d = block; d && *d;) {
+        std::string one;
+        if (!wideToWire(d, one))
+            return false;
+        out.push_back(std::move(one));
+        while (*d)
+            ++d;
+        ++d;
+    }
+    return true;
+}
+
 std::basic_string<WCHAR> wireToWide(const std::string &text)
 {
     const auto *in = reinterpret_cast<const unsigned char *>(text.data());
     Result need = utf8ToWide(in, text.size(), nullptr, 0, false);
     std::basic_string<WCHAR> out(need.count, 0);
     utf8ToWide(in, text.size(), out.data(), out.size(), false);
-    return out;
-}
-
-std::string ansiToWire(const char *text)
-{
-    if (!text)
-        return std::string();
-    std::vector<WCHAR> wide = wideText(text, CP_ACP);
-    std::string out;
-    wideToWire(wide.data(), out);
     return out;
 }
 

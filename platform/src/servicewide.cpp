@@ -1,8 +1,10 @@
-// The wide forms of the service calls, and those that give process ids:
-// their text goes to the manager as UTF-8 and comes back as UTF-16.
+// The wide forms of the service calls, which the A forms call, and those
+// that give process ids: their text goes to the manager as UTF-8 and comes
+// back as UTF-16.
 #include "serviceclient.h"
 
 #include <string.h>
+#include <unistd.h>
 
 using namespace tsp;
 using namespace tsp::svc;
@@ -10,26 +12,6 @@ using namespace tsp::svc;
 namespace {
 
 using Wide = std::basic_string<WCHAR>;
-
-size_t wideLength(LPCWSTR s)
-{
-    size_t n = 0;
-    while (s && s[n])
-        ++n;
-    return n;
-}
-
-// A list of strings after each other, ended by an empty one.
-bool wideList(LPCWSTR block, std::vector<std::string> &out)
-{
-    for (LPCWSTR d = block; d && *d; d += wideLength(d) + 1) {
-        std::string one;
-        if (!wideToWire(d, one))
-            return false;
-        out.push_back(one);
-    }
-    return true;
-}
 
 // The name a lookup found, copied as GetServiceDisplayNameW copies it.
 BOOL copyName(const std::string &found, LPWSTR out, LPDWORD cch)
@@ -80,8 +62,46 @@ SC_HANDLE WINAPI OpenSCManagerW(LPCWSTR lpMachineName, LPCWSTR lpDatabaseName, D
         SetLastError(ERROR_INVALID_NAME);
         return nullptr;
     }
-    return OpenSCManagerA(lpMachineName ? machine.c_str() : nullptr, lpDatabaseName ? database.c_str() : nullptr,
-                          dwDesiredAccess);
+    if (!isLocalMachine(machine.c_str())) {
+        SetLastError(RPC_S_SERVER_UNAVAILABLE);
+        return nullptr;
+    }
+    if (lpDatabaseName && database != SERVICES_ACTIVE_DATABASEA) {
+        SetLastError(database == SERVICES_FAILED_DATABASEA ? ERROR_DATABASE_DOES_NOT_EXIST : ERROR_INVALID_NAME);
+        return nullptr;
+    }
+    // The first exchange tells whether the daemon takes us at all. A daemon
+    // that ended just as we connected is started again, once.
+    int fd = -1;
+    for (int attempt = 0; attempt < 2 && fd < 0; ++attempt) {
+        unsigned long err = 0;
+        fd = connectManager(true, &err);
+        if (fd < 0) {
+            SetLastError(static_cast<DWORD>(err));
+            return nullptr;
+        }
+        std::string reply;
+        if (!sendFrame(fd, Writer().u32(static_cast<uint32_t>(Op::Hello)).data()) || !recvFrame(fd, reply, 30000)) {
+            close(fd);
+            fd = -1;
+            continue;
+        }
+        Reader r(reply);
+        DWORD code = r.u32();
+        if (!r.ok() || code != ERROR_SUCCESS) {
+            close(fd);
+            SetLastError(r.ok() ? code : static_cast<DWORD>(RPC_S_SERVER_UNAVAILABLE));
+            return nullptr;
+        }
+    }
+    if (fd < 0) {
+        SetLastError(RPC_S_SERVER_UNAVAILABLE);
+        return nullptr;
+    }
+    auto *m = new ManagerObject;
+    m->adopt(fd);
+    m->access = mapManagerAccess(dwDesiredAccess);
+    return reinterpret_cast<SC_HANDLE>(insertHandle(m, m->access));
 }
 
 SC_HANDLE WINAPI CreateServiceW(SC_HANDLE hSCManager, LPCWSTR lpServiceName, LPCWSTR lpDisplayName,
@@ -93,39 +113,79 @@ SC_HANDLE WINAPI CreateServiceW(SC_HANDLE hSCManager, LPCWSTR lpServiceName, LPC
         SetLastError(ERROR_INVALID_ADDRESS);
         return nullptr;
     }
-    ServiceText t;
-    t.hasDisplay = lpDisplayName != nullptr;
-    if (!wideToWire(lpServiceName, t.name) || !wideToWire(lpDisplayName, t.display) ||
-        !wideToWire(lpBinaryPathName, t.path) || !wideToWire(lpLoadOrderGroup, t.group) ||
-        !wideToWire(lpServiceStartName, t.account) || !wideList(lpDependencies, t.dependencies)) {
+    CreateConfig c;
+    c.hasDisplay = lpDisplayName != nullptr;
+    c.type = dwServiceType;
+    c.start = dwStartType;
+    c.errorControl = dwErrorControl;
+    if (!wideToWire(lpServiceName, c.name) || !wideToWire(lpDisplayName, c.display) ||
+        !wideToWire(lpBinaryPathName, c.imagePath) || !wideToWire(lpLoadOrderGroup, c.group) ||
+        !wideToWire(lpServiceStartName, c.account) || !wideList(lpDependencies, c.dependencies)) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
-    return createService(hSCManager, t, dwDesiredAccess, dwServiceType, dwStartType, dwErrorControl, lpdwTagId);
+    HandleRef ref;
+    ManagerObject *m = manager(hSCManager, ref);
+    if (!m)
+        return nullptr;
+    if (!(m->access & SC_MANAGER_CREATE_SERVICE)) {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return nullptr;
+    }
+    if (c.imagePath.empty() || lpdwTagId) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    Writer w;
+    w.u32(static_cast<uint32_t>(Op::Create));
+    writeCreate(w, c);
+    std::string reply;
+    if (DWORD code = request(m, w, reply)) {
+        SetLastError(code);
+        return nullptr;
+    }
+    return openedService(m, reply, dwDesiredAccess);
 }
 
 SC_HANDLE WINAPI OpenServiceW(SC_HANDLE hSCManager, LPCWSTR lpServiceName, DWORD dwDesiredAccess)
 {
+    HandleRef ref;
+    ManagerObject *m = manager(hSCManager, ref);
+    if (!m)
+        return nullptr;
     std::string name;
     if (!lpServiceName || !wideToWire(lpServiceName, name)) {
-        HandleRef ref;
-        if (manager(hSCManager, ref))
-            SetLastError(lpServiceName ? ERROR_INVALID_NAME : ERROR_INVALID_ADDRESS);
+        SetLastError(lpServiceName ? ERROR_INVALID_NAME : ERROR_INVALID_ADDRESS);
         return nullptr;
     }
-    return openService(hSCManager, name, dwDesiredAccess);
+    std::string reply;
+    if (DWORD code = request(m, Writer().u32(static_cast<uint32_t>(Op::Open)).str(name), reply)) {
+        SetLastError(code);
+        return nullptr;
+    }
+    return openedService(m, reply, dwDesiredAccess);
 }
 
 BOOL WINAPI StartServiceW(SC_HANDLE hService, DWORD dwNumServiceArgs, LPCWSTR *lpServiceArgVectors)
 {
-    std::vector<std::string> args;
-    for (DWORD i = 0; lpServiceArgVectors && i < dwNumServiceArgs; ++i) {
+    HandleRef ref;
+    ServiceObject *s = serviceWith(hService, ref, SERVICE_START);
+    if (!s)
+        return FALSE;
+    if (dwNumServiceArgs && !lpServiceArgVectors)
+        return fail(ERROR_INVALID_PARAMETER);
+    Writer w = serviceRequest(Op::Start, s);
+    w.u32(dwNumServiceArgs);
+    for (DWORD i = 0; i < dwNumServiceArgs; ++i) {
         std::string a;
         if (!lpServiceArgVectors[i] || !wideToWire(lpServiceArgVectors[i], a))
-            return startService(hService, nullptr, dwNumServiceArgs); // ERROR_INVALID_PARAMETER
-        args.push_back(a);
+            return fail(ERROR_INVALID_PARAMETER);
+        w.str(a);
     }
-    return startService(hService, dwNumServiceArgs && !lpServiceArgVectors ? nullptr : &args, dwNumServiceArgs);
+    std::string reply;
+    if (DWORD code = request(s->manager, w, reply))
+        return fail(code);
+    return TRUE;
 }
 
 BOOL WINAPI QueryServiceStatusEx(SC_HANDLE hService, SC_STATUS_TYPE InfoLevel, LPBYTE lpBuffer, DWORD cbBufSize,

@@ -155,6 +155,52 @@ TEST_F(ServiceTest, ErrorCodesOfTheClientCalls)
               static_cast<DWORD>(ERROR_FAILED_SERVICE_CONTROLLER_CONNECT));
 }
 
+// The A calls' text goes through the ANSI code page: the W calls give back
+// each string of it, the dependency list one by one, as UTF-16.
+TEST_F(ServiceTest, AnsiTextReachesTheManagerThroughTheCodePage)
+{
+    using Wide = std::basic_string<WCHAR>;
+    auto widened = [](const char *text) {
+        int n = MultiByteToWideChar(CP_ACP, 0, text, -1, nullptr, 0);
+        Wide out(n > 0 ? static_cast<size_t>(n) : 1, 0);
+        MultiByteToWideChar(CP_ACP, 0, text, -1, &out[0], n);
+        return out; // with its terminator
+    };
+    std::string name = "TsTestAnsi" + std::to_string(GetCurrentProcessId());
+    const char display[] = "Caf\xe9 \xc4pfel", group[] = "Gr\xfcppe", dependencies[] = "Dep\xe9\0Zweite\0";
+    SC_HANDLE svc = CreateServiceA(scm_, name.c_str(), display, SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS,
+                                   SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL, ServiceCommand("").c_str(), group,
+                                   nullptr, dependencies, nullptr, nullptr);
+    ASSERT_NE(svc, nullptr) << GetLastError();
+    created_.push_back(name);
+
+    std::vector<BYTE> buf(8192);
+    auto *config = reinterpret_cast<LPQUERY_SERVICE_CONFIGW>(buf.data());
+    DWORD needed = 0;
+    ASSERT_TRUE(QueryServiceConfigW(svc, config, static_cast<DWORD>(buf.size()), &needed)) << GetLastError();
+    // A string, and a list of strings up to the empty one that ends it,
+    // with their terminators.
+    auto one = [](LPCWSTR text) {
+        size_t n = 0;
+        while (text[n])
+            ++n;
+        return Wide(text, n + 1);
+    };
+    auto list = [](LPCWSTR text) {
+        size_t n = 0;
+        while (text[n])
+            while (text[n++])
+                ;
+        return Wide(text, n + 1);
+    };
+    EXPECT_TRUE(one(config->lpDisplayName) == widened(display));
+    EXPECT_TRUE(one(config->lpLoadOrderGroup) == widened(group));
+    if (!tstest::RunningUnderWine()) { // Wine's manager keeps no dependencies
+        EXPECT_TRUE(list(config->lpDependencies) == widened("Dep\xe9") + widened("Zweite") + Wide(1, 0));
+    }
+    EXPECT_TRUE(CloseServiceHandle(svc));
+}
+
 TEST_F(ServiceTest, DeletedWhileRunningGoesWhenItStops)
 {
     std::string name;

@@ -8,8 +8,8 @@ namespace tsscm {
 
 namespace {
 
-// The registry's text, in one place: every name and string value that the
-// database reads or writes passes through these functions, as UTF-8.
+// The registry, in one place: every name and value that the database reads
+// or writes passes through these functions, its text as UTF-8.
 namespace text {
 
 // The service database keeps its text as the registry does, in UTF-16,
@@ -138,6 +138,22 @@ LONG writeList(HKEY key, const char *value, const std::vector<std::string> &list
     return writeWide(key, value, REG_MULTI_SZ, block); // the list's final empty string
 }
 
+bool readDword(HKEY key, const char *value, DWORD &out)
+{
+    DWORD type = 0, v = 0, size = sizeof v;
+    if (RegQueryValueExW(key, wide(value).c_str(), nullptr, &type, reinterpret_cast<BYTE *>(&v), &size) !=
+            ERROR_SUCCESS ||
+        type != REG_DWORD)
+        return false;
+    out = v;
+    return true;
+}
+
+LONG writeDword(HKEY key, const char *value, DWORD v)
+{
+    return RegSetValueExW(key, wide(value).c_str(), 0, REG_DWORD, reinterpret_cast<const BYTE *>(&v), sizeof v);
+}
+
 LONG deleteValue(HKEY key, const char *value)
 {
     LONG r = RegDeleteValueW(key, wide(value).c_str());
@@ -148,35 +164,25 @@ LONG deleteValue(HKEY key, const char *value)
 
 std::string keyPath(const std::string &name) { return std::string(tsp::svc::kServicesKey) + "\\" + name; }
 
-bool readDword(HKEY key, const char *value, DWORD &out)
-{
-    DWORD type = 0, v = 0, size = sizeof v;
-    if (RegQueryValueExA(key, value, nullptr, &type, reinterpret_cast<BYTE *>(&v), &size) != ERROR_SUCCESS ||
-        type != REG_DWORD)
-        return false;
-    out = v;
-    return true;
-}
-
 bool readOpen(HKEY key, const std::string &name, ServiceConfig &out)
 {
     out = ServiceConfig();
     out.name = name;
-    if (!readDword(key, "Type", out.type) || !(out.type & SERVICE_WIN32))
+    if (!text::readDword(key, "Type", out.type) || !(out.type & SERVICE_WIN32))
         return false;
     out.imagePath = text::readString(key, "ImagePath");
     out.displayName = text::readString(key, "DisplayName");
     if (out.displayName.empty())
         out.displayName = name;
-    readDword(key, "Start", out.start);
-    readDword(key, "ErrorControl", out.errorControl);
+    text::readDword(key, "Start", out.start);
+    text::readDword(key, "ErrorControl", out.errorControl);
     out.account = text::readString(key, "ObjectName");
     out.group = text::readString(key, "Group");
     out.dependOnService = text::readList(key, "DependOnService");
     out.dependOnGroup = text::readList(key, "DependOnGroup");
     out.description = text::readString(key, "Description");
     DWORD delayed = 0;
-    out.delayedAutostart = readDword(key, "DelayedAutostart", delayed) && delayed != 0;
+    out.delayedAutostart = text::readDword(key, "DelayedAutostart", delayed) && delayed != 0;
     return true;
 }
 
@@ -260,7 +266,7 @@ LONG RegistryDatabase::writeService(const ServiceConfig &c)
     };
     auto dword = [&](const char *name, DWORD v) {
         if (r == ERROR_SUCCESS)
-            r = RegSetValueExA(key, name, 0, REG_DWORD, reinterpret_cast<const BYTE *>(&v), sizeof v);
+            r = text::writeDword(key, name, v);
     };
     dword("Type", c.type);
     dword("Start", c.start);
@@ -297,7 +303,7 @@ DWORD RegistryDatabase::readControlValue(const char *value, DWORD fallback)
     if (text::openKey(HKEY_LOCAL_MACHINE, tsp::svc::kControlKey, KEY_READ, &key) != ERROR_SUCCESS)
         return fallback;
     DWORD v = fallback;
-    if (!readDword(key, value, v))
+    if (!text::readDword(key, value, v))
         v = fallback;
     RegCloseKey(key);
     return v;

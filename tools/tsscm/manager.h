@@ -8,6 +8,7 @@
 #pragma once
 
 #include "database.h"
+#include "svcconfigwire.h"
 
 #include <sys/types.h>
 
@@ -72,22 +73,9 @@ public:
         uint64_t id = 0;
         std::string name; // the name as stored
     };
-    struct CreateRequest {
-        std::string name, display;
-        bool hasDisplay = false;
-        DWORD type = 0, start = 0, errorControl = 0;
-        std::string imagePath, account, group;
-        // Services, and groups after SC_GROUP_IDENTIFIERA ('+').
-        std::vector<std::string> dependencies;
-    };
-    // ChangeServiceConfig and ChangeServiceConfig2: SERVICE_NO_CHANGE and
-    // an absent value leave the setting as it is.
-    struct ChangeRequest {
-        DWORD type = SERVICE_NO_CHANGE, start = SERVICE_NO_CHANGE, errorControl = SERVICE_NO_CHANGE;
-        std::optional<std::string> imagePath, account, group, display, description;
-        std::optional<std::vector<std::string>> dependencies;
-        std::optional<bool> delayedAutostart;
-    };
+    // What create and changeConfig take, as the wire carries it.
+    using CreateRequest = tsp::svc::CreateConfig;
+    using ChangeRequest = tsp::svc::ConfigChange;
     struct Listed {
         std::string name, display;
         SERVICE_STATUS status{};

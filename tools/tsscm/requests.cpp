@@ -85,18 +85,7 @@ std::string RequestHandler::handle(const std::string &frame, pid_t peer, bool *s
         return code(0);
     case Op::Create: {
         Manager::CreateRequest c;
-        c.name = r.str();
-        c.display = r.str();
-        c.hasDisplay = r.u32() != 0;
-        c.type = r.u32();
-        c.start = r.u32();
-        c.errorControl = r.u32();
-        c.imagePath = r.str();
-        c.account = r.str();
-        c.group = r.str();
-        for (DWORD i = 0, n = r.u32(); i < n && r.ok(); ++i)
-            c.dependencies.push_back(r.str());
-        if (!r.ok())
+        if (!readCreate(r, c))
             return code(ERROR_INVALID_PARAMETER);
         Manager::Opened o;
         return opened(manager_.create(c, peer, &o), o);
@@ -141,26 +130,7 @@ std::string RequestHandler::handle(const std::string &frame, pid_t peer, bool *s
     case Op::ChangeConfig: {
         uint64_t id = r.u64();
         Manager::ChangeRequest c;
-        c.type = r.u32();
-        c.start = r.u32();
-        c.errorControl = r.u32();
-        for (std::optional<std::string> *text : {&c.imagePath, &c.account, &c.group, &c.display, &c.description}) {
-            bool present = r.u32() != 0;
-            std::string value = r.str();
-            if (present)
-                *text = value;
-        }
-        if (r.u32()) {
-            std::vector<std::string> list;
-            for (DWORD i = 0, n = r.u32(); i < n && r.ok(); ++i)
-                list.push_back(r.str());
-            c.dependencies = list;
-        }
-        bool delayedGiven = r.u32() != 0;
-        bool delayed = r.u32() != 0;
-        if (delayedGiven)
-            c.delayedAutostart = delayed;
-        return code(r.ok() ? manager_.changeConfig(id, c) : ERROR_INVALID_PARAMETER);
+        return code(readChange(r, c) ? manager_.changeConfig(id, c) : ERROR_INVALID_PARAMETER);
     }
     case Op::QueryConfig: {
         uint64_t id = r.u64();
@@ -168,15 +138,12 @@ std::string RequestHandler::handle(const std::string &frame, pid_t peer, bool *s
         DWORD e = r.ok() ? manager_.queryConfig(id, &c) : ERROR_INVALID_PARAMETER;
         if (e)
             return code(e);
-        Writer w;
-        w.u32(0).u32(c.type).u32(c.start).u32(c.errorControl);
-        w.str(c.imagePath).str(c.account).str(c.group).str(c.displayName).str(c.description);
-        w.u32(c.delayedAutostart ? 1 : 0);
-        w.u32(static_cast<uint32_t>(c.dependOnService.size() + c.dependOnGroup.size()));
-        for (const std::string &d : c.dependOnService)
-            w.str(d);
+        QueriedConfig q{c.type,        c.start,       c.errorControl, c.imagePath,        c.account,
+                        c.group,       c.displayName, c.description,  c.delayedAutostart, c.dependOnService};
         for (const std::string &d : c.dependOnGroup)
-            w.str("+" + d);
+            q.dependencies.push_back("+" + d);
+        Writer w;
+        writeQueried(w.u32(0), q);
         return w.data();
     }
     case Op::Delete: {
