@@ -236,8 +236,11 @@ bool FrameAssembler::tooLong() const
 
 ssize_t FrameAssembler::receive(int fd, int flags)
 {
-    constexpr size_t kChunk = 4096;
-    size_t want = kChunk;
+    // Most frames are a few dozen bytes and a reader is made for each call:
+    // they are read on the stack and only what came is kept, rather than a
+    // chunk of the heap cleared and cut back on every read.
+    char chunk[4096];
+    size_t want = sizeof chunk;
     uint32_t len = 0;
     if (buffer_.size() >= sizeof len) {
         memcpy(&len, buffer_.data(), sizeof len);
@@ -245,7 +248,13 @@ ssize_t FrameAssembler::receive(int fd, int flags)
         if (rest > want)
             want = rest;
     }
-    size_t old = buffer_.size();
+    if (want == sizeof chunk) {
+        ssize_t got = recv(fd, chunk, want, flags);
+        if (got > 0)
+            buffer_.append(chunk, static_cast<size_t>(got));
+        return got;
+    }
+    size_t old = buffer_.size(); // a large frame: straight into its place
     buffer_.resize(old + want);
     ssize_t got = recv(fd, &buffer_[old], want, flags);
     buffer_.resize(old + (got > 0 ? static_cast<size_t>(got) : 0));
