@@ -1,5 +1,5 @@
 // DiagGuardService in a real service process under the service manager
-// (children/diagsvc_probe): an assertion on the thread the program named
+// (children/diag_probe): an assertion on the thread the program named
 // asks the service to stop and ends the process before any stop report;
 // one on another thread reports SERVICE_STOPPED first. Both write the
 // report into the guard's file.
@@ -18,8 +18,8 @@ protected:
     // Installs and starts the probe in a mode; its report goes to FILE.
     void Start(const std::string &mode)
     {
-        InstallAndStart("TSDiagSvc" + std::to_string(GetCurrentProcessId()) + mode, "diagsvc_probe",
-                        "HKLM " + base_ + " " + File(mode + ".txt") + " " + mode);
+        InstallAndStart("TSDiagSvc" + std::to_string(GetCurrentProcessId()) + mode, "diag_probe",
+                        mode + " HKLM " + base_ + " " + File(mode + ".txt"));
     }
 
     // The file's text once it holds a whole report (at most kWaitBound).
@@ -41,7 +41,7 @@ protected:
     void ExpectReport(const std::string &mode, const std::string &where)
     {
         static const std::regex report(
-            R"((.*)\r\n\r\n\r\n\*\*Tessavi Assertion Failed\*\*\r\n     File: .*diagsvc_probe\.cpp ,  )"
+            R"((.*)\r\n\r\n\r\n\*\*Tessavi Assertion Failed\*\*\r\n     File: .*diag_probe\.cpp ,  )"
             R"(Line: \d+\r\n       Time/date of compile: [^\r]+\r\n\r\n Assertion:\r\n  FALSE\r\n\r\n)");
         ASSERT_NO_FATAL_FAILURE(Start(mode));
         std::smatch m;
