@@ -319,26 +319,6 @@ TEST_F(RegistryTest, QueryInfoKeyCountsAndLongestLengths)
     EXPECT_NE(ft.dwHighDateTime, 0u);
 }
 
-TEST_F(RegistryTest, OpenQueryCloseLeavesNoHandleBehind)
-{
-    SetDword(key_, "v", 9);
-    HKEY warm;
-    ASSERT_EQ(RegOpenKeyExA(HKEY_CURRENT_USER, path_.c_str(), 0, KEY_READ, &warm), ERROR_SUCCESS);
-    RegCloseKey(warm);
-    DWORD before = 0, after = 0;
-    ASSERT_TRUE(GetProcessHandleCount(GetCurrentProcess(), &before));
-    for (int i = 0; i < 100000; ++i) {
-        HKEY k;
-        ASSERT_EQ(RegOpenKeyExA(HKEY_CURRENT_USER, path_.c_str(), 0, KEY_READ, &k), ERROR_SUCCESS);
-        DWORD v = 0;
-        ASSERT_EQ(tstest::GetDword(k, "v", v), ERROR_SUCCESS);
-        ASSERT_EQ(v, 9u);
-        ASSERT_EQ(RegCloseKey(k), ERROR_SUCCESS);
-    }
-    ASSERT_TRUE(GetProcessHandleCount(GetCurrentProcess(), &after));
-    EXPECT_EQ(after, before);
-}
-
 // Names match without case by the upper case of all of Unicode, not ASCII's
 // alone, on every call that takes one.
 TEST_F(RegistryTest, NamesMatchWithoutCaseBeyondAscii)
