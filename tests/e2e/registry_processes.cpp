@@ -2,6 +2,7 @@
 // killed in the middle of its writes, flushing, and tsreg's export and
 // import.
 #include "../platform/RegistryFixture.h"
+#include "../platform/ScratchDir.h"
 
 #if TSUTIL_TEST_SQLITE
 #include <sqlite3.h>
@@ -63,14 +64,6 @@ int RunTsreg(const std::vector<std::string> &args)
     if (!p.Start("tsreg", args))
         return -1;
     return p.Wait();
-}
-
-void WriteFile(const std::string &path, const std::string &bytes)
-{
-    FILE *f = fopen(path.c_str(), "wb");
-    ASSERT_NE(f, nullptr) << path;
-    fwrite(bytes.data(), 1, bytes.size(), f);
-    fclose(f);
 }
 
 #if TSUTIL_TEST_SQLITE
@@ -287,7 +280,7 @@ TEST_F(RegistryTest, TsregImportsTheRegistryEditorsFormat)
         bytes += '\0';
     }
     std::string file = root_.path().empty() ? std::string("tsreg-import.reg") : root_.path() + "/import.reg";
-    WriteFile(file, bytes);
+    ASSERT_TRUE(tstest::WriteWholeFile(file, bytes));
     ASSERT_EQ(RunTsreg({"import", file}), 0);
 
     EXPECT_FALSE(Exists(key_, "Old"));
@@ -304,7 +297,7 @@ TEST_F(RegistryTest, TsregImportsTheRegistryEditorsFormat)
     EXPECT_EQ(v.at("multi"), (Value{REG_MULTI_SZ, std::string("a\0b\0\0", 5)}));
 
     // Failures give exit code 1.
-    WriteFile(file, "not a registry file\r\n");
+    ASSERT_TRUE(tstest::WriteWholeFile(file, "not a registry file\r\n"));
     EXPECT_EQ(RunTsreg({"import", file}), 1);
     remove(file.c_str());
     EXPECT_EQ(RunTsreg({"query", "HKCU\\" + path_ + "\\Missing"}), 1);

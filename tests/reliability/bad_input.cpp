@@ -107,10 +107,7 @@ TEST(BadInput, TsregImportOfAnyFileEndsWithinItsBoundAndStaysInTheStore)
     for (const std::string &bytes : files) {
         SCOPED_TRACE("file " + std::to_string(index));
         std::string path = root.path() + "/input" + std::to_string(index++) + ".reg";
-        FILE *f = fopen(path.c_str(), "wb");
-        ASSERT_NE(f, nullptr);
-        fwrite(bytes.data(), 1, bytes.size(), f);
-        fclose(f);
+        ASSERT_TRUE(tstest::WriteWholeFile(path, bytes));
         tstest::ChildProcess tool;
         ASSERT_TRUE(tool.Start("tsreg", {"import", path}));
         int rc = tool.Wait(60000);
