@@ -4,6 +4,9 @@
 #include <stdio.h>
 #include <sys/stat.h>
 
+#include <atomic>
+#include <memory>
+
 namespace tstest {
 
 namespace {
@@ -26,6 +29,20 @@ HANDLE StartThread(std::function<unsigned()> fn, bool suspended)
     if (!h)
         delete heapFn;
     return reinterpret_cast<HANDLE>(h);
+}
+
+HANDLE StartBlockedThread(std::function<unsigned()> fn)
+{
+    auto id = std::make_shared<std::atomic<DWORD>>(0);
+    HANDLE thread = StartThread([id, fn = std::move(fn)] {
+        id->store(GetCurrentThreadId());
+        return fn();
+    });
+    if (Eventually([&] { return id->load() != 0; }))
+        WaitUntilBlocked(id->load());
+    else
+        ADD_FAILURE() << "the thread did not start";
+    return thread;
 }
 
 ChildProcess::~ChildProcess()

@@ -57,6 +57,9 @@ HANDLE StartThread(std::function<unsigned()> fn, bool suspended = false);
 // at most after kWaitBound. On POSIX the thread's state is read from /proc;
 // Windows has no public call for it, so that leg grants a short grace.
 void WaitUntilBlocked(DWORD threadId);
+// StartThread, and then WaitUntilBlocked once fn has begun: for a thread
+// whose fn blocks at once (its first wait is then under way).
+HANDLE StartBlockedThread(std::function<unsigned()> fn);
 
 // CPU time the process has used so far, in milliseconds.
 double ProcessCpuMs();
