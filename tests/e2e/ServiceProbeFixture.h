@@ -52,6 +52,17 @@ protected:
         ASSERT_NE(StartServiceA(service_, 0, nullptr), 0) << "StartServiceA, error " << GetLastError();
     }
 
+    // The file's text once it ends with last, or as it is after kWaitBound.
+    std::string AwaitEnding(const std::string &file, const std::string &last)
+    {
+        std::string text;
+        Eventually([&] {
+            text = Content(file);
+            return text.size() >= last.size() && text.compare(text.size() - last.size(), last.size(), last) == 0;
+        });
+        return text;
+    }
+
     SC_HANDLE scm_ = nullptr;
     SC_HANDLE service_ = nullptr;
 };

@@ -5,13 +5,10 @@
 // report into the guard's file.
 #include "ServiceProbeFixture.h"
 
-#include <chrono>
 #include <regex>
 #include <string>
 
 namespace {
-
-using tstest::kWaitBound;
 
 class GuardServiceTest : public tstest::ServiceProbeTest {
 protected:
@@ -20,20 +17,6 @@ protected:
     {
         InstallAndStart("TSDiagSvc" + std::to_string(GetCurrentProcessId()) + mode, "diag_probe",
                         mode + " HKLM " + base_ + " " + File(mode + ".txt"));
-    }
-
-    // The file's text once it holds a whole report (at most kWaitBound).
-    std::string AwaitReport(const std::string &file)
-    {
-        auto start = std::chrono::steady_clock::now();
-        std::string text;
-        do {
-            text = Content(file);
-            if (text.find("\r\n Assertion:\r\n  FALSE\r\n\r\n") != std::string::npos)
-                break;
-            Sleep(10);
-        } while (tstest::MsSince(start) < kWaitBound);
-        return text;
     }
 
     // Starts the probe in a mode and expects the report of a thread that
@@ -45,7 +28,7 @@ protected:
             R"(Line: \d+\r\n       Time/date of compile: [^\r]+\r\n\r\n Assertion:\r\n  FALSE\r\n\r\n)");
         ASSERT_NO_FATAL_FAILURE(Start(mode));
         std::smatch m;
-        std::string text = AwaitReport(mode + ".txt");
+        std::string text = AwaitEnding(mode + ".txt", "\r\n Assertion:\r\n  FALSE\r\n\r\n");
         SERVICE_STATUS s{};
         QueryServiceStatus(service_, &s);
         ASSERT_TRUE(std::regex_match(text, m, report))
