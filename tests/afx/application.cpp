@@ -22,11 +22,8 @@ TEST(Application, EachWayOfEndingGivesTheProcessItsResult)
         {{"own", "42"}, 42, "the process ends with the result of the application's own Run"},
         {{"args", "two words", "", "back\\slash"}, 0, "the command line without the program name, quoted as given"},
     };
-    for (const auto &c : cases) {
-        tstest::ChildProcess child;
-        ASSERT_TRUE(child.Start("app_probe", c.args)) << c.what;
-        EXPECT_EQ(child.Wait(), c.code) << c.what;
-    }
+    for (const auto &c : cases)
+        EXPECT_EQ(tstest::RunChild("app_probe", c.args), c.code) << c.what;
 }
 
 } // namespace

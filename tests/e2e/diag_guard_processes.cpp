@@ -33,10 +33,7 @@ protected:
     // Runs diag_probe in a mode against this test's settings; its exit code.
     int Probe(const std::string &mode, const std::string &file)
     {
-        tstest::ChildProcess child;
-        if (!child.Start("diag_probe", {mode, "HKCU", base_, File(file)}))
-            return -2;
-        return child.Wait();
+        return tstest::RunChild("diag_probe", {mode, "HKCU", base_, File(file)});
     }
 };
 

@@ -44,9 +44,7 @@ TEST(DiagProcesses, TwoProcessesRacingForOneNameGetOneFileEach)
 TEST(DiagProcesses, TheTenthWriterOfANameEndsItsProcess)
 {
     ScratchDir dir;
-    ChildProcess crowd;
-    ASSERT_TRUE(crowd.Start("diagwriter", {"crowd", dir.path(), "defWDiag.txt"}));
-    EXPECT_EQ(crowd.Wait(), 1);
+    EXPECT_EQ(tstest::RunChild("diagwriter", {"crowd", dir.path(), "defWDiag.txt"}), 1);
     EXPECT_EQ(ReadWholeFile(dir / "defWDiag.txt"), "1");
     for (int i = 2; i <= 9; ++i)
         EXPECT_EQ(ReadWholeFile(dir / ("defWDia" + std::to_string(i) + ".txt")), std::to_string(i));
@@ -55,9 +53,7 @@ TEST(DiagProcesses, TheTenthWriterOfANameEndsItsProcess)
 TEST(DiagProcesses, WrittenTextSurvivesAnImmediateExit)
 {
     ScratchDir dir;
-    ChildProcess writer;
-    ASSERT_TRUE(writer.Start("diagwriter", {"exit", dir.path(), "exit.txt", "gone"}));
-    EXPECT_EQ(writer.Wait(), 5);
+    EXPECT_EQ(tstest::RunChild("diagwriter", {"exit", dir.path(), "exit.txt", "gone"}), 5);
     EXPECT_EQ(ReadWholeFile(dir / "exit.txt"), "gone");
 }
 
@@ -65,9 +61,7 @@ TEST(DiagProcesses, ABareNameThatCannotBeOpenedEndsTheProcessWithCode1)
 {
     ScratchDir dir;
     ASSERT_TRUE(CreateDirectoryA((dir / "taken").c_str(), nullptr)); // a folder of that name
-    ChildProcess writer;
-    ASSERT_TRUE(writer.Start("diagwriter", {"write", dir.path(), "taken"}));
-    EXPECT_EQ(writer.Wait(), 1);
+    EXPECT_EQ(tstest::RunChild("diagwriter", {"write", dir.path(), "taken"}), 1);
 }
 
 class DiagServiceTest : public tstest::ServiceTest {};

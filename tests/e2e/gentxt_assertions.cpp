@@ -18,10 +18,7 @@ class GenericTextAssertionTest : public DiagTest {
 protected:
     int Probe(const std::string &site, const std::string &file)
     {
-        tstest::ChildProcess child;
-        if (!child.Start("gentxt_probe", {site, "HKCU", base_, File(file)}))
-            return -2;
-        return child.Wait();
+        return tstest::RunChild("gentxt_probe", {site, "HKCU", base_, File(file)});
     }
 };
 

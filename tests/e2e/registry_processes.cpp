@@ -58,14 +58,6 @@ bool Exists(HKEY k, const char *sub)
     return true;
 }
 
-int RunTsreg(const std::vector<std::string> &args)
-{
-    ChildProcess p;
-    if (!p.Start("tsreg", args))
-        return -1;
-    return p.Wait();
-}
-
 #if TSUTIL_TEST_SQLITE
 // What SQLite's own check says of a database: "ok", or what is wrong.
 std::string IntegrityOf(const std::string &dbPath)
@@ -120,9 +112,7 @@ TEST_F(RegistryTest, ReadsSeeTheWritesOfAnotherProcess)
         for (int i = 0; i < 3; ++i) // read more than once: what is kept must not go stale
             ASSERT_EQ(tstest::GetDword(reader, "v", v), ERROR_SUCCESS);
         EXPECT_EQ(v, expected - 1);
-        ChildProcess writer;
-        ASSERT_TRUE(writer.Start("regworker", {"set", path_, "v", std::to_string(expected)}));
-        ASSERT_EQ(writer.Wait(), 0);
+        ASSERT_EQ(tstest::RunChild("regworker", {"set", path_, "v", std::to_string(expected)}), 0);
         ASSERT_EQ(tstest::GetDword(reader, "v", v), ERROR_SUCCESS);
         EXPECT_EQ(v, expected);
     }
@@ -164,9 +154,7 @@ TEST_F(RegistryTest, KilledWriterLeavesTheStoreWhole)
 
     // The store takes writes again, from this process and from another.
     SetDword(key_, "after", 1);
-    ChildProcess next;
-    ASSERT_TRUE(next.Start("regworker", {"exchange", path_, "n", "m", "20"}));
-    EXPECT_EQ(next.Wait(), 0);
+    EXPECT_EQ(tstest::RunChild("regworker", {"exchange", path_, "n", "m", "20"}), 0);
 }
 
 // A flush copies what the log holds into the database file and syncs it:
@@ -176,9 +164,7 @@ TEST_F(RegistryTest, FlushedWritesAreInTheDatabaseFileItself)
 {
     EXPECT_EQ(RegFlushKey(reinterpret_cast<HKEY>(static_cast<uintptr_t>(0x1234))), ERROR_INVALID_HANDLE);
     SetDword(key_, "mine", 7);
-    ChildProcess other;
-    ASSERT_TRUE(other.Start("regworker", {"set", path_, "theirs", "5"}));
-    ASSERT_EQ(other.Wait(), 0);
+    ASSERT_EQ(tstest::RunChild("regworker", {"set", path_, "theirs", "5"}), 0);
     ASSERT_EQ(RegFlushKey(HKEY_CURRENT_USER), ERROR_SUCCESS) << "any key flushes the whole store";
     TS_SKIP_ON_WINE("Wine's registry is no SQLite database");
 #if TSUTIL_TEST_SQLITE
@@ -240,10 +226,10 @@ TEST_F(RegistryTest, TsregExportAndImportRoundTrip)
 
     std::string file = root_.path().empty() ? std::string("tsreg-roundtrip.reg") : root_.path() + "/tree.reg";
     std::string keyName = "HKCU\\" + path_ + "\\Tree";
-    ASSERT_EQ(RunTsreg({"export", keyName, file, "/y"}), 0);
-    ASSERT_EQ(RunTsreg({"delete", keyName, "/f"}), 0);
+    ASSERT_EQ(tstest::RunChild("tsreg", {"export", keyName, file, "/y"}), 0);
+    ASSERT_EQ(tstest::RunChild("tsreg", {"delete", keyName, "/f"}), 0);
     EXPECT_FALSE(Exists(key_, "Tree"));
-    ASSERT_EQ(RunTsreg({"import", file}), 0);
+    ASSERT_EQ(tstest::RunChild("tsreg", {"import", file}), 0);
     remove(file.c_str());
 
     ASSERT_EQ(RegOpenKeyExA(key_, "Tree", 0, KEY_READ, &tree), ERROR_SUCCESS);
@@ -281,7 +267,7 @@ TEST_F(RegistryTest, TsregImportsTheRegistryEditorsFormat)
     }
     std::string file = root_.path().empty() ? std::string("tsreg-import.reg") : root_.path() + "/import.reg";
     ASSERT_TRUE(tstest::WriteWholeFile(file, bytes));
-    ASSERT_EQ(RunTsreg({"import", file}), 0);
+    ASSERT_EQ(tstest::RunChild("tsreg", {"import", file}), 0);
 
     EXPECT_FALSE(Exists(key_, "Old"));
     Tree tree;
@@ -298,13 +284,14 @@ TEST_F(RegistryTest, TsregImportsTheRegistryEditorsFormat)
 
     // Failures give exit code 1.
     ASSERT_TRUE(tstest::WriteWholeFile(file, "not a registry file\r\n"));
-    EXPECT_EQ(RunTsreg({"import", file}), 1);
+    EXPECT_EQ(tstest::RunChild("tsreg", {"import", file}), 1);
     remove(file.c_str());
-    EXPECT_EQ(RunTsreg({"query", "HKCU\\" + path_ + "\\Missing"}), 1);
-    EXPECT_EQ(RunTsreg({"query", "HKCU\\" + path_ + "\\Keep", "/v", "missing"}), 1);
-    EXPECT_EQ(RunTsreg({"add", "HKCU\\" + path_, "/v", "n", "/t", "REG_DWORD", "/d", "12x", "/f"}), 1);
-    EXPECT_EQ(RunTsreg({"add", "HKXX\\" + path_, "/v", "n", "/f"}), 1);
-    EXPECT_EQ(RunTsreg({"add", "HKCU\\" + path_, "/v", "n", "/t", "REG_DWORD", "/d", "0x10", "/f"}), 0);
+    EXPECT_EQ(tstest::RunChild("tsreg", {"query", "HKCU\\" + path_ + "\\Missing"}), 1);
+    EXPECT_EQ(tstest::RunChild("tsreg", {"query", "HKCU\\" + path_ + "\\Keep", "/v", "missing"}), 1);
+    EXPECT_EQ(tstest::RunChild("tsreg", {"add", "HKCU\\" + path_, "/v", "n", "/t", "REG_DWORD", "/d", "12x", "/f"}), 1);
+    EXPECT_EQ(tstest::RunChild("tsreg", {"add", "HKXX\\" + path_, "/v", "n", "/f"}), 1);
+    EXPECT_EQ(tstest::RunChild("tsreg", {"add", "HKCU\\" + path_, "/v", "n", "/t", "REG_DWORD", "/d", "0x10", "/f"}),
+              0);
     DWORD n = 0;
     EXPECT_EQ(tstest::GetDword(key_, "n", n), ERROR_SUCCESS);
     EXPECT_EQ(n, 16u);

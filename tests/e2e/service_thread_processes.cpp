@@ -15,14 +15,10 @@ using tstest::DiagTest;
 
 class ThreadProcessTest : public DiagTest {
 protected:
-    int Run(const std::string &program, const std::vector<std::string> &args)
+    int Bare(const std::string &file)
     {
-        tstest::ChildProcess child;
-        if (!child.Start(program, args))
-            return -2;
-        return child.Wait();
+        return tstest::RunChild("svcthread_probe", {"bare", "HKCU", base_, File(file)});
     }
-    int Bare(const std::string &file) { return Run("svcthread_probe", {"bare", "HKCU", base_, File(file)}); }
 };
 
 // The gate open: the error text, then the report of the assertion at its
@@ -65,7 +61,7 @@ TEST_F(ThreadProcessTest, AnApplicationWithNoMainOfItsOwnRunsAndWritesTheDefault
     SetDword("Diagnostics", "AllowDiagnostics", 1);
     // The folder as "dir/.": a trailing separator would escape the closing
     // quote of the argument on a Windows command line.
-    EXPECT_EQ(Run("winapp_probe", {"HKCU", base_, File(".")}), 7);
+    EXPECT_EQ(tstest::RunChild("winapp_probe", {"HKCU", base_, File(".")}), 7);
     EXPECT_EQ(Content("defWDiag.txt"), "WinApp initializing -- InitInstance().\r\n"
                                        "application asks the thread to quit\r\n"
                                        "application ends\r\n"

@@ -51,9 +51,7 @@ TEST(ServiceManagerStart, AnotherUserIsRefused)
     ASSERT_TRUE(tstest::SetPermissions(root.path(), 0711));
     ASSERT_TRUE(tstest::SetPermissions(root.path() + "/run", 0711));
     ASSERT_TRUE(tstest::SetPermissions(root.path() + "/run/tsscm.sock", 0666));
-    ChildProcess other;
-    ASSERT_TRUE(other.Start("scmclient", {"open-as", "65534", "65534"}));
-    EXPECT_EQ(other.Wait(), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(tstest::RunChild("scmclient", {"open-as", "65534", "65534"}), ERROR_ACCESS_DENIED);
     CloseServiceHandle(scm);
     EXPECT_EQ(tstest::StopManager(), 0);
 }
@@ -221,12 +219,8 @@ TEST(ServiceManagerStart, ForegroundDaemonServesUntilStopped)
     // It listens once its socket exists; clients then reach it, not a new one.
     std::string sock = root.path() + "/run/tsscm.sock";
     ASSERT_TRUE(tstest::AwaitFile(sock));
-    ChildProcess second;
-    ASSERT_TRUE(second.Start("tsscm", {}));
-    EXPECT_EQ(second.Wait(), 1) << "one daemon per machine root";
-    ChildProcess client;
-    ASSERT_TRUE(client.Start("scmclient", {"open"}));
-    EXPECT_EQ(client.Wait(), 0);
+    EXPECT_EQ(tstest::RunChild("tsscm", {}), 1) << "one daemon per machine root";
+    EXPECT_EQ(tstest::RunChild("scmclient", {"open"}), 0);
     EXPECT_EQ(tstest::StopManager(), 0);
     EXPECT_EQ(daemon.Wait(), 0);
     struct stat st;

@@ -108,9 +108,7 @@ TEST(BadInput, TsregImportOfAnyFileEndsWithinItsBoundAndStaysInTheStore)
         SCOPED_TRACE("file " + std::to_string(index));
         std::string path = root.path() + "/input" + std::to_string(index++) + ".reg";
         ASSERT_TRUE(tstest::WriteWholeFile(path, bytes));
-        tstest::ChildProcess tool;
-        ASSERT_TRUE(tool.Start("tsreg", {"import", path}));
-        int rc = tool.Wait(60000);
+        int rc = tstest::RunChild("tsreg", {"import", path}, 60000);
         EXPECT_TRUE(rc == 0 || rc == 1) << "exit " << rc << ": a crash, or no end within the bound";
         remove(path.c_str());
     }

@@ -98,8 +98,6 @@ TEST_F(RegistryTest, WritersKilledAtRandomMomentsLoseNoWriteThatReturned)
     }
     printf("rounds %d x %d writers killed; the counter was left odd after %d rounds\n", Rounds(), kWriters,
            oddAfterKill);
-    ChildProcess next;
-    ASSERT_TRUE(next.Start("regworker", {"exchange", path_, "n", "m", "50"}));
-    EXPECT_EQ(next.Wait(), 0);
+    EXPECT_EQ(tstest::RunChild("regworker", {"exchange", path_, "n", "m", "50"}), 0);
     EXPECT_EQ(tstest::IntegrityOf(root_.path() + "/registry.db"), "ok");
 }

@@ -42,17 +42,11 @@ long long Scalar(const std::string &db, const std::string &sql)
     return v;
 }
 
-int Tsreg(const std::vector<std::string> &args)
-{
-    ChildProcess p;
-    return p.Start("tsreg", args) ? p.Wait() : -1;
-}
-
 // The first schema's tree, as that release's tsreg exported it.
 void ExpectTheFixturesTree(const std::string &root)
 {
     std::string out = root + "/out.reg";
-    ASSERT_EQ(Tsreg({"export", "HKLM\\Software", out, "/y"}), 0);
+    ASSERT_EQ(tstest::RunChild("tsreg", {"export", "HKLM\\Software", out, "/y"}), 0);
     EXPECT_EQ(ReadAll(out), ReadAll(Fixture("registry-v1-export.reg")));
     HKEY k;
     ASSERT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, reinterpret_cast<LPCWSTR>(u"SOFTWARE\\\u00e9cole\\\u00c6BLE"), 0,

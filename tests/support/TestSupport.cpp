@@ -53,6 +53,12 @@ ChildProcess::~ChildProcess()
     }
 }
 
+int RunChild(const std::string &name, const std::vector<std::string> &args, DWORD ms)
+{
+    ChildProcess child;
+    return child.Start(name, args) ? child.Wait(ms) : -2;
+}
+
 std::string ReadStream(FILE *stream)
 {
     std::string text;

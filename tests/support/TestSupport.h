@@ -99,6 +99,10 @@ private:
     bool running_ = false;
 };
 
+// Starts a ChildProcess and waits at most ms for its end: its exit code,
+// -1 when it did not end in time (it is killed), -2 when it did not start.
+int RunChild(const std::string &name, const std::vector<std::string> &args, DWORD ms = kWaitBound);
+
 // Waits at most kWaitBound for the thread to end and closes its handle;
 // true when it ended.
 bool Joined(HANDLE thread);
