@@ -4,7 +4,7 @@
 #include <afx.h>
 #include <afxcoll.h>
 
-#include "../platform/ScratchDir.h"
+#include "ScratchDir.h"
 
 #include <string>
 

@@ -5,8 +5,8 @@
 // on POSIX the manager is stopped.
 #pragma once
 
-#include "../lib/DiagFixture.h"
-#include "../platform/ServiceFixture.h"
+#include "DiagFixture.h"
+#include "ServiceFixture.h"
 
 #include <string>
 

@@ -2,7 +2,7 @@
 // diagnostics with tsreg, and the next gate follows; gated assertions end
 // a program (children/diag_probe) with exit code 1 and the report in its
 // file, or let it go on when the gate is shut.
-#include "../lib/DiagFixture.h"
+#include "DiagFixture.h"
 
 #include <regex>
 #include <string>

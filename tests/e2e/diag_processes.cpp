@@ -3,8 +3,8 @@
 // text that survives an immediate exit, and a name that cannot be opened,
 // which ends the process with code 1, after telling the service manager of
 // the stop when the process is a service.
-#include "../platform/ScratchDir.h"
-#include "../platform/ServiceFixture.h"
+#include "ScratchDir.h"
+#include "ServiceFixture.h"
 
 #include <set>
 #include <string>

@@ -5,8 +5,8 @@
 // console run of the same program ends on Ctrl+C.
 #include <GenSvc.h>
 
-#include "../platform/ScratchDir.h"
-#include "../platform/ServiceFixture.h"
+#include "ScratchDir.h"
+#include "ServiceFixture.h"
 #include "TestSupport.h"
 
 #include <stdio.h>

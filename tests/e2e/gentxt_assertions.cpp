@@ -2,7 +2,7 @@
 // (children/gentxt_probe) whose platform calls fail as the site needs: with
 // the gate open the report names the site's own line and the process ends
 // with exit code 1; with it shut the operation gives its documented result.
-#include "../lib/DiagFixture.h"
+#include "DiagFixture.h"
 
 #include "TestSupport.h"
 

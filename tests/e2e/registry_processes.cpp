@@ -1,8 +1,8 @@
 // The registry shared between processes: two writers on one key, a writer
 // killed in the middle of its writes, flushing, and tsreg's export and
 // import.
-#include "../platform/RegistryFixture.h"
-#include "../platform/ScratchDir.h"
+#include "RegistryFixture.h"
+#include "ScratchDir.h"
 
 #if TSUTIL_TEST_SQLITE
 #include <sqlite3.h>

@@ -3,8 +3,8 @@
 // REGEDIT4 in code page 1252 import and export byte for byte; a file with
 // anything not understood is refused whole, naming the line; text on the
 // command line is UTF-8.
-#include "../platform/RegistryFixture.h"
-#include "../platform/ScratchDir.h"
+#include "RegistryFixture.h"
+#include "ScratchDir.h"
 
 #include <cstdio>
 #include <string>

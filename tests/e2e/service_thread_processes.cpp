@@ -4,7 +4,7 @@
 // when it is shut (children/svcthread_probe); an application built on
 // WinApp and WinThread runs with no main of its own, and its default-built
 // objects write defWDiag.txt and defWDia2.txt (children/winapp_probe).
-#include "../lib/DiagFixture.h"
+#include "DiagFixture.h"
 
 #include <regex>
 #include <string>

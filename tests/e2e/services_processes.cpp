@@ -1,7 +1,7 @@
 // The service manager between processes: clients racing to start it, a
 // service process killed, another user refused, and tssc round trips.
-#include "../platform/ScratchDir.h"
-#include "../platform/ServiceFixture.h"
+#include "ScratchDir.h"
+#include "ServiceFixture.h"
 
 #include <sys/stat.h>
 

@@ -4,7 +4,7 @@
 // that goes silent after a failed write.
 #include "DDUMPC.h"
 
-#include "../platform/ScratchDir.h"
+#include "ScratchDir.h"
 
 #include <mbctype.h>
 

@@ -5,7 +5,7 @@
 #include "NetShare.h"
 
 #include "TestSupport.h"
-#include "../platform/ScratchDir.h"
+#include "ScratchDir.h"
 
 #include <lm.h>
 #include <windows.h>

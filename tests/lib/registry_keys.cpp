@@ -5,7 +5,7 @@
 #include "RegKey.h"
 #include "RegValue.h"
 
-#include "../platform/RegistryFixture.h"
+#include "RegistryFixture.h"
 
 #include <mbctype.h>
 

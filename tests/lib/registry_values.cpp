@@ -5,8 +5,8 @@
 #include "RegValue.h"
 #include "DDUMPC.h"
 
-#include "../platform/RegistryFixture.h"
-#include "../platform/ScratchDir.h" // ReadWholeFile
+#include "RegistryFixture.h"
+#include "ScratchDir.h" // ReadWholeFile
 
 #include <math.h>
 #include <mbctype.h>

@@ -1,8 +1,8 @@
 // Input of any size or shape from outside: frames on the service
 // manager's socket and .reg files given to tsreg. The daemon and the tool
 // neither crash nor hang, and write nothing outside the machine root.
-#include "../platform/ScratchDir.h"
-#include "../platform/ServiceFixture.h"
+#include "ScratchDir.h"
+#include "ServiceFixture.h"
 #include "ManagerProcess.h"
 
 #include <dirent.h>

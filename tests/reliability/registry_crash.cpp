@@ -2,7 +2,7 @@
 // time: every write that returned is there, SQLite finds the database
 // whole, the change counter is even again after the next write, and the
 // next writer works.
-#include "../platform/RegistryFixture.h"
+#include "RegistryFixture.h"
 #include "StoreIntegrity.h"
 
 #include <fcntl.h>
