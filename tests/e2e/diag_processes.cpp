@@ -19,12 +19,7 @@ namespace {
 // own form (AwaitFile takes the host's).
 bool AwaitPlatformFile(const std::string &path)
 {
-    for (DWORD waited = 0; GetFileAttributesA(path.c_str()) == INVALID_FILE_ATTRIBUTES; waited += 5) {
-        if (waited >= tstest::kWaitBound)
-            return false;
-        Sleep(5);
-    }
-    return true;
+    return tstest::Eventually([&] { return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES; });
 }
 
 TEST(DiagProcesses, TwoProcessesRacingForOneNameGetOneFileEach)
