@@ -6,38 +6,24 @@
 
 namespace {
 
-int RunProbe(const std::vector<std::string> &args)
+// Each mode of the probe ends the process with the code given (0 for the
+// command line seen as passed).
+TEST(Application, EachWayOfEndingGivesTheProcessItsResult)
 {
-    tstest::ChildProcess child;
-    if (!child.Start("app_probe", args))
-        return -2;
-    return child.Wait();
-}
-
-TEST(Application, DefaultRunEndsAtQuitWithItsCode)
-{
-    EXPECT_EQ(RunProbe({"quit", "5"}), 5);
-    EXPECT_EQ(RunProbe({"quit", "0"}), 0);
-}
-
-TEST(Application, QuitPostedFromAnotherThreadEndsRunAfterEarlierMessages)
-{
-    EXPECT_EQ(RunProbe({"post", "23"}), 23);
-}
-
-TEST(Application, RefusedInitInstanceGoesStraightToExitInstance)
-{
-    EXPECT_EQ(RunProbe({"refuse", "7"}), 7);
-}
-
-TEST(Application, ProcessEndsWithTheResultOfItsOwnRun)
-{
-    EXPECT_EQ(RunProbe({"own", "42"}), 42);
-}
-
-TEST(Application, CommandLineComesWithoutTheProgramNameAndQuotedAsGiven)
-{
-    EXPECT_EQ(RunProbe({"args", "two words", "", "back\\slash"}), 0);
+    const struct {
+        std::vector<std::string> args;
+        int code;
+        const char *what;
+    } cases[] = {
+        {{"quit", "5"}, 5, "the default Run ends at WM_QUIT with its code"},
+        {{"quit", "0"}, 0, "the default Run ends at WM_QUIT with its code"},
+        {{"post", "23"}, 23, "a quit posted from another thread ends Run after earlier messages"},
+        {{"refuse", "7"}, 7, "a refused InitInstance goes straight to ExitInstance"},
+        {{"own", "42"}, 42, "the process ends with the result of the application's own Run"},
+        {{"args", "two words", "", "back\\slash"}, 0, "the command line without the program name, quoted as given"},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(tstest::RunChild("app_probe", c.args), c.code) << c.what;
 }
 
 } // namespace

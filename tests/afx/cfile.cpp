@@ -4,7 +4,7 @@
 #include <afx.h>
 #include <afxcoll.h>
 
-#include "../platform/ScratchDir.h"
+#include "ScratchDir.h"
 
 #include <string>
 
@@ -16,13 +16,7 @@ using tstest::WriteWholeFile;
 
 const UINT kDiagFlags = CFile::modeCreate | CFile::modeWrite | CFile::shareDenyWrite; // 0x1021
 
-int Probe(const char *how, const std::string &path)
-{
-    tstest::ChildProcess child;
-    if (!child.Start("share_probe", {how, path}))
-        return -1;
-    return child.Wait();
-}
+int Probe(const char *how, const std::string &path) { return tstest::RunChild("share_probe", {how, path}); }
 
 TEST(CFileTest, DenyWriteHoldsInThisProcessAndAnother)
 {

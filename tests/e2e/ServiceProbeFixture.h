@@ -5,8 +5,8 @@
 // on POSIX the manager is stopped.
 #pragma once
 
-#include "../lib/DiagFixture.h"
-#include "../platform/ServiceFixture.h"
+#include "DiagFixture.h"
+#include "ServiceFixture.h"
 
 #include <string>
 
@@ -50,6 +50,17 @@ protected:
                                   nullptr, nullptr, nullptr);
         ASSERT_NE(service_, nullptr) << "CreateServiceA, error " << GetLastError();
         ASSERT_NE(StartServiceA(service_, 0, nullptr), 0) << "StartServiceA, error " << GetLastError();
+    }
+
+    // The file's text once it ends with last, or as it is after kWaitBound.
+    std::string AwaitEnding(const std::string &file, const std::string &last)
+    {
+        std::string text;
+        Eventually([&] {
+            text = Content(file);
+            return text.size() >= last.size() && text.compare(text.size() - last.size(), last.size(), last) == 0;
+        });
+        return text;
     }
 
     SC_HANDLE scm_ = nullptr;

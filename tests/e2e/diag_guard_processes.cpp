@@ -2,7 +2,7 @@
 // diagnostics with tsreg, and the next gate follows; gated assertions end
 // a program (children/diag_probe) with exit code 1 and the report in its
 // file, or let it go on when the gate is shut.
-#include "../lib/DiagFixture.h"
+#include "DiagFixture.h"
 
 #include <regex>
 #include <string>
@@ -33,10 +33,7 @@ protected:
     // Runs diag_probe in a mode against this test's settings; its exit code.
     int Probe(const std::string &mode, const std::string &file)
     {
-        tstest::ChildProcess child;
-        if (!child.Start("diag_probe", {mode, "HKCU", base_, File(file)}))
-            return -2;
-        return child.Wait();
+        return tstest::RunChild("diag_probe", {mode, "HKCU", base_, File(file)});
     }
 };
 

@@ -1,39 +1,22 @@
 // DiagGuardService in a real service process under the service manager
-// (children/diagsvc_probe): an assertion on the thread the program named
+// (children/diag_probe): an assertion on the thread the program named
 // asks the service to stop and ends the process before any stop report;
 // one on another thread reports SERVICE_STOPPED first. Both write the
 // report into the guard's file.
 #include "ServiceProbeFixture.h"
 
-#include <chrono>
 #include <regex>
 #include <string>
 
 namespace {
-
-using tstest::kWaitBound;
 
 class GuardServiceTest : public tstest::ServiceProbeTest {
 protected:
     // Installs and starts the probe in a mode; its report goes to FILE.
     void Start(const std::string &mode)
     {
-        InstallAndStart("TSDiagSvc" + std::to_string(GetCurrentProcessId()) + mode, "diagsvc_probe",
-                        "HKLM " + base_ + " " + File(mode + ".txt") + " " + mode);
-    }
-
-    // The file's text once it holds a whole report (at most kWaitBound).
-    std::string AwaitReport(const std::string &file)
-    {
-        auto start = std::chrono::steady_clock::now();
-        std::string text;
-        do {
-            text = Content(file);
-            if (text.find("\r\n Assertion:\r\n  FALSE\r\n\r\n") != std::string::npos)
-                break;
-            Sleep(10);
-        } while (tstest::MsSince(start) < kWaitBound);
-        return text;
+        InstallAndStart("TSDiagSvc" + std::to_string(GetCurrentProcessId()) + mode, "diag_probe",
+                        mode + " HKLM " + base_ + " " + File(mode + ".txt"));
     }
 
     // Starts the probe in a mode and expects the report of a thread that
@@ -41,11 +24,11 @@ protected:
     void ExpectReport(const std::string &mode, const std::string &where)
     {
         static const std::regex report(
-            R"((.*)\r\n\r\n\r\n\*\*Tessavi Assertion Failed\*\*\r\n     File: .*diagsvc_probe\.cpp ,  )"
+            R"((.*)\r\n\r\n\r\n\*\*Tessavi Assertion Failed\*\*\r\n     File: .*diag_probe\.cpp ,  )"
             R"(Line: \d+\r\n       Time/date of compile: [^\r]+\r\n\r\n Assertion:\r\n  FALSE\r\n\r\n)");
         ASSERT_NO_FATAL_FAILURE(Start(mode));
         std::smatch m;
-        std::string text = AwaitReport(mode + ".txt");
+        std::string text = AwaitEnding(mode + ".txt", "\r\n Assertion:\r\n  FALSE\r\n\r\n");
         SERVICE_STATUS s{};
         QueryServiceStatus(service_, &s);
         ASSERT_TRUE(std::regex_match(text, m, report))

@@ -3,8 +3,8 @@
 // text that survives an immediate exit, and a name that cannot be opened,
 // which ends the process with code 1, after telling the service manager of
 // the stop when the process is a service.
-#include "../platform/ScratchDir.h"
-#include "../platform/ServiceFixture.h"
+#include "ScratchDir.h"
+#include "ServiceFixture.h"
 
 #include <set>
 #include <string>
@@ -19,12 +19,7 @@ namespace {
 // own form (AwaitFile takes the host's).
 bool AwaitPlatformFile(const std::string &path)
 {
-    for (DWORD waited = 0; GetFileAttributesA(path.c_str()) == INVALID_FILE_ATTRIBUTES; waited += 5) {
-        if (waited >= tstest::kWaitBound)
-            return false;
-        Sleep(5);
-    }
-    return true;
+    return tstest::Eventually([&] { return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES; });
 }
 
 TEST(DiagProcesses, TwoProcessesRacingForOneNameGetOneFileEach)
@@ -44,9 +39,7 @@ TEST(DiagProcesses, TwoProcessesRacingForOneNameGetOneFileEach)
 TEST(DiagProcesses, TheTenthWriterOfANameEndsItsProcess)
 {
     ScratchDir dir;
-    ChildProcess crowd;
-    ASSERT_TRUE(crowd.Start("diagwriter", {"crowd", dir.path(), "defWDiag.txt"}));
-    EXPECT_EQ(crowd.Wait(), 1);
+    EXPECT_EQ(tstest::RunChild("diagwriter", {"crowd", dir.path(), "defWDiag.txt"}), 1);
     EXPECT_EQ(ReadWholeFile(dir / "defWDiag.txt"), "1");
     for (int i = 2; i <= 9; ++i)
         EXPECT_EQ(ReadWholeFile(dir / ("defWDia" + std::to_string(i) + ".txt")), std::to_string(i));
@@ -55,9 +48,7 @@ TEST(DiagProcesses, TheTenthWriterOfANameEndsItsProcess)
 TEST(DiagProcesses, WrittenTextSurvivesAnImmediateExit)
 {
     ScratchDir dir;
-    ChildProcess writer;
-    ASSERT_TRUE(writer.Start("diagwriter", {"exit", dir.path(), "exit.txt", "gone"}));
-    EXPECT_EQ(writer.Wait(), 5);
+    EXPECT_EQ(tstest::RunChild("diagwriter", {"exit", dir.path(), "exit.txt", "gone"}), 5);
     EXPECT_EQ(ReadWholeFile(dir / "exit.txt"), "gone");
 }
 
@@ -65,9 +56,7 @@ TEST(DiagProcesses, ABareNameThatCannotBeOpenedEndsTheProcessWithCode1)
 {
     ScratchDir dir;
     ASSERT_TRUE(CreateDirectoryA((dir / "taken").c_str(), nullptr)); // a folder of that name
-    ChildProcess writer;
-    ASSERT_TRUE(writer.Start("diagwriter", {"write", dir.path(), "taken"}));
-    EXPECT_EQ(writer.Wait(), 1);
+    EXPECT_EQ(tstest::RunChild("diagwriter", {"write", dir.path(), "taken"}), 1);
 }
 
 class DiagServiceTest : public tstest::ServiceTest {};

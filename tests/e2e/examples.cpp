@@ -4,8 +4,8 @@
 // on while it runs, tssc pauses and continues it; its day-ring log and its
 // diagnostic file tell what it did. The application writes one diagnostic
 // file for its main thread and two threads that share its guard.
-#include "../platform/ScratchDir.h"
-#include "../platform/ServiceFixture.h"
+#include "ScratchDir.h"
+#include "ServiceFixture.h"
 
 #include <stdio.h>
 #include <time.h>

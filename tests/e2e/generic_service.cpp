@@ -5,8 +5,8 @@
 // console run of the same program ends on Ctrl+C.
 #include <GenSvc.h>
 
-#include "../platform/ScratchDir.h"
-#include "../platform/ServiceFixture.h"
+#include "ScratchDir.h"
+#include "ServiceFixture.h"
 #include "TestSupport.h"
 
 #include <stdio.h>
@@ -33,10 +33,7 @@ std::filesystem::path ScratchFile(const char *what)
 int RunControlTool(const char *mode, std::string &output)
 {
     std::filesystem::path out = ScratchFile(mode);
-    tstest::ChildProcess child;
-    if (!child.Start("gensvc_probe", {mode, out.string()}))
-        return -2;
-    int code = child.Wait(60000); // Remove polls for as long as the stop takes
+    int code = tstest::RunChild("gensvc_probe", {mode, out.string()}, 60000); // Remove polls as long as the stop takes
     output = tstest::ReadWholeFile(out.string());
     std::filesystem::remove(out);
     return code;
@@ -218,9 +215,7 @@ TEST_F(GenericServiceE2E, LifeThroughTheControlTool)
 // gives FALSE and the program ends.
 TEST_F(GenericServiceE2E, ServiceModeStartedByHand)
 {
-    tstest::ChildProcess child;
-    ASSERT_TRUE(child.Start("gensvc_probe", {}));
-    EXPECT_EQ(child.Wait(60000), 2);
+    EXPECT_EQ(tstest::RunChild("gensvc_probe", {}, 60000), 2);
 }
 
 TEST(GenericServiceConsoleE2E, ConsoleRunEndsOnCtrlC)

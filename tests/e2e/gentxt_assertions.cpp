@@ -2,7 +2,7 @@
 // (children/gentxt_probe) whose platform calls fail as the site needs: with
 // the gate open the report names the site's own line and the process ends
 // with exit code 1; with it shut the operation gives its documented result.
-#include "../lib/DiagFixture.h"
+#include "DiagFixture.h"
 
 #include "TestSupport.h"
 
@@ -18,10 +18,7 @@ class GenericTextAssertionTest : public DiagTest {
 protected:
     int Probe(const std::string &site, const std::string &file)
     {
-        tstest::ChildProcess child;
-        if (!child.Start("gentxt_probe", {site, "HKCU", base_, File(file)}))
-            return -2;
-        return child.Wait();
+        return tstest::RunChild("gentxt_probe", {site, "HKCU", base_, File(file)});
     }
 };
 

@@ -1,7 +1,8 @@
 // The registry shared between processes: two writers on one key, a writer
 // killed in the middle of its writes, flushing, and tsreg's export and
 // import.
-#include "../platform/RegistryFixture.h"
+#include "RegistryFixture.h"
+#include "ScratchDir.h"
 
 #if TSUTIL_TEST_SQLITE
 #include <sqlite3.h>
@@ -55,22 +56,6 @@ bool Exists(HKEY k, const char *sub)
         return false;
     RegCloseKey(h);
     return true;
-}
-
-int RunTsreg(const std::vector<std::string> &args)
-{
-    ChildProcess p;
-    if (!p.Start("tsreg", args))
-        return -1;
-    return p.Wait();
-}
-
-void WriteFile(const std::string &path, const std::string &bytes)
-{
-    FILE *f = fopen(path.c_str(), "wb");
-    ASSERT_NE(f, nullptr) << path;
-    fwrite(bytes.data(), 1, bytes.size(), f);
-    fclose(f);
 }
 
 #if TSUTIL_TEST_SQLITE
@@ -127,9 +112,7 @@ TEST_F(RegistryTest, ReadsSeeTheWritesOfAnotherProcess)
         for (int i = 0; i < 3; ++i) // read more than once: what is kept must not go stale
             ASSERT_EQ(tstest::GetDword(reader, "v", v), ERROR_SUCCESS);
         EXPECT_EQ(v, expected - 1);
-        ChildProcess writer;
-        ASSERT_TRUE(writer.Start("regworker", {"set", path_, "v", std::to_string(expected)}));
-        ASSERT_EQ(writer.Wait(), 0);
+        ASSERT_EQ(tstest::RunChild("regworker", {"set", path_, "v", std::to_string(expected)}), 0);
         ASSERT_EQ(tstest::GetDword(reader, "v", v), ERROR_SUCCESS);
         EXPECT_EQ(v, expected);
     }
@@ -171,9 +154,7 @@ TEST_F(RegistryTest, KilledWriterLeavesTheStoreWhole)
 
     // The store takes writes again, from this process and from another.
     SetDword(key_, "after", 1);
-    ChildProcess next;
-    ASSERT_TRUE(next.Start("regworker", {"exchange", path_, "n", "m", "20"}));
-    EXPECT_EQ(next.Wait(), 0);
+    EXPECT_EQ(tstest::RunChild("regworker", {"exchange", path_, "n", "m", "20"}), 0);
 }
 
 // A flush copies what the log holds into the database file and syncs it:
@@ -183,9 +164,7 @@ TEST_F(RegistryTest, FlushedWritesAreInTheDatabaseFileItself)
 {
     EXPECT_EQ(RegFlushKey(reinterpret_cast<HKEY>(static_cast<uintptr_t>(0x1234))), ERROR_INVALID_HANDLE);
     SetDword(key_, "mine", 7);
-    ChildProcess other;
-    ASSERT_TRUE(other.Start("regworker", {"set", path_, "theirs", "5"}));
-    ASSERT_EQ(other.Wait(), 0);
+    ASSERT_EQ(tstest::RunChild("regworker", {"set", path_, "theirs", "5"}), 0);
     ASSERT_EQ(RegFlushKey(HKEY_CURRENT_USER), ERROR_SUCCESS) << "any key flushes the whole store";
     TS_SKIP_ON_WINE("Wine's registry is no SQLite database");
 #if TSUTIL_TEST_SQLITE
@@ -247,10 +226,10 @@ TEST_F(RegistryTest, TsregExportAndImportRoundTrip)
 
     std::string file = root_.path().empty() ? std::string("tsreg-roundtrip.reg") : root_.path() + "/tree.reg";
     std::string keyName = "HKCU\\" + path_ + "\\Tree";
-    ASSERT_EQ(RunTsreg({"export", keyName, file, "/y"}), 0);
-    ASSERT_EQ(RunTsreg({"delete", keyName, "/f"}), 0);
+    ASSERT_EQ(tstest::RunChild("tsreg", {"export", keyName, file, "/y"}), 0);
+    ASSERT_EQ(tstest::RunChild("tsreg", {"delete", keyName, "/f"}), 0);
     EXPECT_FALSE(Exists(key_, "Tree"));
-    ASSERT_EQ(RunTsreg({"import", file}), 0);
+    ASSERT_EQ(tstest::RunChild("tsreg", {"import", file}), 0);
     remove(file.c_str());
 
     ASSERT_EQ(RegOpenKeyExA(key_, "Tree", 0, KEY_READ, &tree), ERROR_SUCCESS);
@@ -287,8 +266,8 @@ TEST_F(RegistryTest, TsregImportsTheRegistryEditorsFormat)
         bytes += '\0';
     }
     std::string file = root_.path().empty() ? std::string("tsreg-import.reg") : root_.path() + "/import.reg";
-    WriteFile(file, bytes);
-    ASSERT_EQ(RunTsreg({"import", file}), 0);
+    ASSERT_TRUE(tstest::WriteWholeFile(file, bytes));
+    ASSERT_EQ(tstest::RunChild("tsreg", {"import", file}), 0);
 
     EXPECT_FALSE(Exists(key_, "Old"));
     Tree tree;
@@ -304,14 +283,15 @@ TEST_F(RegistryTest, TsregImportsTheRegistryEditorsFormat)
     EXPECT_EQ(v.at("multi"), (Value{REG_MULTI_SZ, std::string("a\0b\0\0", 5)}));
 
     // Failures give exit code 1.
-    WriteFile(file, "not a registry file\r\n");
-    EXPECT_EQ(RunTsreg({"import", file}), 1);
+    ASSERT_TRUE(tstest::WriteWholeFile(file, "not a registry file\r\n"));
+    EXPECT_EQ(tstest::RunChild("tsreg", {"import", file}), 1);
     remove(file.c_str());
-    EXPECT_EQ(RunTsreg({"query", "HKCU\\" + path_ + "\\Missing"}), 1);
-    EXPECT_EQ(RunTsreg({"query", "HKCU\\" + path_ + "\\Keep", "/v", "missing"}), 1);
-    EXPECT_EQ(RunTsreg({"add", "HKCU\\" + path_, "/v", "n", "/t", "REG_DWORD", "/d", "12x", "/f"}), 1);
-    EXPECT_EQ(RunTsreg({"add", "HKXX\\" + path_, "/v", "n", "/f"}), 1);
-    EXPECT_EQ(RunTsreg({"add", "HKCU\\" + path_, "/v", "n", "/t", "REG_DWORD", "/d", "0x10", "/f"}), 0);
+    EXPECT_EQ(tstest::RunChild("tsreg", {"query", "HKCU\\" + path_ + "\\Missing"}), 1);
+    EXPECT_EQ(tstest::RunChild("tsreg", {"query", "HKCU\\" + path_ + "\\Keep", "/v", "missing"}), 1);
+    EXPECT_EQ(tstest::RunChild("tsreg", {"add", "HKCU\\" + path_, "/v", "n", "/t", "REG_DWORD", "/d", "12x", "/f"}), 1);
+    EXPECT_EQ(tstest::RunChild("tsreg", {"add", "HKXX\\" + path_, "/v", "n", "/f"}), 1);
+    EXPECT_EQ(tstest::RunChild("tsreg", {"add", "HKCU\\" + path_, "/v", "n", "/t", "REG_DWORD", "/d", "0x10", "/f"}),
+              0);
     DWORD n = 0;
     EXPECT_EQ(tstest::GetDword(key_, "n", n), ERROR_SUCCESS);
     EXPECT_EQ(n, 16u);

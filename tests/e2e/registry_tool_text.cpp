@@ -3,7 +3,8 @@
 // REGEDIT4 in code page 1252 import and export byte for byte; a file with
 // anything not understood is refused whole, naming the line; text on the
 // command line is UTF-8.
-#include "../platform/RegistryFixture.h"
+#include "RegistryFixture.h"
+#include "ScratchDir.h"
 
 #include <cstdio>
 #include <string>
@@ -29,22 +30,6 @@ protected:
     std::string File(const char *name) { return root_.path().empty() ? name : root_.path() + "/" + name; }
     std::string Key() { return "HKEY_CURRENT_USER\\" + path_ + "\\Text"; }
 
-    static void Write(const std::string &path, const std::string &bytes)
-    {
-        FILE *f = fopen(path.c_str(), "wb");
-        ASSERT_NE(f, nullptr) << path;
-        fwrite(bytes.data(), 1, bytes.size(), f);
-        fclose(f);
-    }
-    static std::string Read(const std::string &path)
-    {
-        FILE *f = fopen(path.c_str(), "rb");
-        if (!f)
-            return std::string();
-        std::string bytes = tstest::ReadStream(f);
-        fclose(f);
-        return bytes;
-    }
     int Tsreg(const std::string &args, std::string *output = nullptr)
     {
         std::string out;
@@ -95,11 +80,11 @@ TEST_F(RegistryToolText, FilesInEveryEncodingImportAndExportExactly)
     const std::string in = File("in.reg"), out = File("out.reg");
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
-        Write(in, c.bytes);
+        ASSERT_TRUE(tstest::WriteWholeFile(in, c.bytes));
         std::string output;
         ASSERT_EQ(Tsreg("import \"" + in + "\"", &output), 0) << output;
         ASSERT_EQ(Tsreg("export \"HKCU\\" + path_ + "\\Text\" \"" + out + "\" /y", &output), 0) << output;
-        EXPECT_EQ(Read(out), Utf16(text));
+        EXPECT_EQ(tstest::ReadWholeFile(out), Utf16(text));
         ASSERT_EQ(Tsreg("delete \"HKCU\\" + path_ + "\\Text\" /f"), 0);
     }
     // REGEDIT4: text of the ANSI code page, string types' hex bytes too.
@@ -111,7 +96,7 @@ TEST_F(RegistryToolText, FilesInEveryEncodingImportAndExportExactly)
                             "\"Liste\"=hex(7):e0,00,fc,00,00\r\n"
                             "\"Pfad\"=hex(2):25,41,25,5c,e9,00\r\n"
                             "\r\n";
-    Write(in, old);
+    ASSERT_TRUE(tstest::WriteWholeFile(in, old));
     ASSERT_EQ(Tsreg("import \"" + in + "\""), 0);
     HKEY k;
     ASSERT_EQ(RegOpenKeyExA(key_, "Text", 0, KEY_READ, &k), ERROR_SUCCESS);
@@ -121,16 +106,17 @@ TEST_F(RegistryToolText, FilesInEveryEncodingImportAndExportExactly)
     EXPECT_EQ(std::string(reinterpret_cast<char *>(data), cb), std::string("%\0A\0%\0\\\0\xe9\0\0\0", 12));
     RegCloseKey(k);
     ASSERT_EQ(Tsreg("export \"HKCU\\" + path_ + "\\Text\" \"" + out + "\" /y /a"), 0);
-    EXPECT_EQ(Read(out), old);
+    EXPECT_EQ(tstest::ReadWholeFile(out), old);
     // Text that code page 1252 lacks is refused, not narrowed.
     ASSERT_EQ(Tsreg("delete \"HKCU\\" + path_ + "\\Text\" /f"), 0);
-    Write(in, Utf16(text));
+    ASSERT_TRUE(tstest::WriteWholeFile(in, Utf16(text)));
     ASSERT_EQ(Tsreg("import \"" + in + "\""), 0);
     remove(out.c_str());
     std::string output;
     EXPECT_EQ(Tsreg("export \"HKCU\\" + path_ + "\\Text\" \"" + out + "\" /y /a", &output), 1);
     EXPECT_NE(output.find("REGEDIT4"), std::string::npos) << output;
-    EXPECT_EQ(Read(out), "") << "nothing written";
+    std::string written = tstest::ReadWholeFile(out);
+    EXPECT_TRUE(written == "<missing>" || written.empty()) << "nothing written: " << written;
 }
 
 TEST_F(RegistryToolText, AFileWithALineNotUnderstoodIsRefusedWhole)
@@ -151,7 +137,7 @@ TEST_F(RegistryToolText, AFileWithALineNotUnderstoodIsRefusedWhole)
     const std::string in = File("bad.reg");
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
-        Write(in, c.bytes);
+        ASSERT_TRUE(tstest::WriteWholeFile(in, c.bytes));
         std::string output;
         EXPECT_EQ(Tsreg("import \"" + in + "\"", &output), 1);
         EXPECT_NE(output.find("line 5"), std::string::npos) << output;

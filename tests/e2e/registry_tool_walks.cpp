@@ -5,7 +5,7 @@
 #include <RegDB.h>
 #include <RegValue.h>
 
-#include "../platform/RegistryFixture.h"
+#include "RegistryFixture.h"
 
 #include <string>
 #include <vector>

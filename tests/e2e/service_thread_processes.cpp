@@ -4,7 +4,7 @@
 // when it is shut (children/svcthread_probe); an application built on
 // WinApp and WinThread runs with no main of its own, and its default-built
 // objects write defWDiag.txt and defWDia2.txt (children/winapp_probe).
-#include "../lib/DiagFixture.h"
+#include "DiagFixture.h"
 
 #include <regex>
 #include <string>
@@ -15,14 +15,10 @@ using tstest::DiagTest;
 
 class ThreadProcessTest : public DiagTest {
 protected:
-    int Run(const std::string &program, const std::vector<std::string> &args)
+    int Bare(const std::string &file)
     {
-        tstest::ChildProcess child;
-        if (!child.Start(program, args))
-            return -2;
-        return child.Wait();
+        return tstest::RunChild("svcthread_probe", {"bare", "HKCU", base_, File(file)});
     }
-    int Bare(const std::string &file) { return Run("svcthread_probe", {"bare", "HKCU", base_, File(file)}); }
 };
 
 // The gate open: the error text, then the report of the assertion at its
@@ -65,7 +61,7 @@ TEST_F(ThreadProcessTest, AnApplicationWithNoMainOfItsOwnRunsAndWritesTheDefault
     SetDword("Diagnostics", "AllowDiagnostics", 1);
     // The folder as "dir/.": a trailing separator would escape the closing
     // quote of the argument on a Windows command line.
-    EXPECT_EQ(Run("winapp_probe", {"HKCU", base_, File(".")}), 7);
+    EXPECT_EQ(tstest::RunChild("winapp_probe", {"HKCU", base_, File(".")}), 7);
     EXPECT_EQ(Content("defWDiag.txt"), "WinApp initializing -- InitInstance().\r\n"
                                        "application asks the thread to quit\r\n"
                                        "application ends\r\n"

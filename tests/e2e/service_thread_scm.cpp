@@ -5,12 +5,9 @@
 // InitInstance and ExitInstance.
 #include "ServiceProbeFixture.h"
 
-#include <chrono>
 #include <string>
 
 namespace {
-
-using tstest::kWaitBound;
 
 class ServiceThreadScmTest : public tstest::ServiceProbeTest {
 protected:
@@ -21,21 +18,6 @@ protected:
         EXPECT_NE(ControlService(service_, control, &s), 0) << "control " << control << ", error " << GetLastError();
         EXPECT_TRUE(tstest::ServiceTest::WaitForState(service_, state, &s)) << "state " << s.dwCurrentState;
         return s.dwCurrentState;
-    }
-
-    // The file's text once it ends with the exit message (at most kWaitBound).
-    std::string AwaitExitMessage(const std::string &file)
-    {
-        const std::string last = "   and ServiceThread (base class) exiting -- ExitInstance().\r\n";
-        auto start = std::chrono::steady_clock::now();
-        std::string text;
-        do {
-            text = Content(file);
-            if (text.size() >= last.size() && text.compare(text.size() - last.size(), last.size(), last) == 0)
-                break;
-            Sleep(10);
-        } while (tstest::MsSince(start) < kWaitBound);
-        return text;
     }
 };
 
@@ -51,7 +33,8 @@ TEST_F(ServiceThreadScmTest, AServiceThreadAnswersStartPauseContinueAndStop)
     EXPECT_EQ(Settled(SERVICE_CONTROL_PAUSE, SERVICE_PAUSED), static_cast<DWORD>(SERVICE_PAUSED));
     EXPECT_EQ(Settled(SERVICE_CONTROL_CONTINUE, SERVICE_RUNNING), static_cast<DWORD>(SERVICE_RUNNING));
     EXPECT_EQ(Settled(SERVICE_CONTROL_STOP, SERVICE_STOPPED), static_cast<DWORD>(SERVICE_STOPPED));
-    EXPECT_EQ(AwaitExitMessage("worker.txt"), "ServiceThread (base class) initializing -- InitInstance().\r\n"
+    EXPECT_EQ(AwaitEnding("worker.txt", "   and ServiceThread (base class) exiting -- ExitInstance().\r\n"),
+              "ServiceThread (base class) initializing -- InitInstance().\r\n"
                                               "answered start\r\n"
                                               "answered pause\r\n"
                                               "answered continue\r\n"

@@ -1,7 +1,7 @@
 // The service manager between processes: clients racing to start it, a
 // service process killed, another user refused, and tssc round trips.
-#include "../platform/ScratchDir.h"
-#include "../platform/ServiceFixture.h"
+#include "ScratchDir.h"
+#include "ServiceFixture.h"
 
 #include <sys/stat.h>
 
@@ -51,9 +51,7 @@ TEST(ServiceManagerStart, AnotherUserIsRefused)
     ASSERT_TRUE(tstest::SetPermissions(root.path(), 0711));
     ASSERT_TRUE(tstest::SetPermissions(root.path() + "/run", 0711));
     ASSERT_TRUE(tstest::SetPermissions(root.path() + "/run/tsscm.sock", 0666));
-    ChildProcess other;
-    ASSERT_TRUE(other.Start("scmclient", {"open-as", "65534", "65534"}));
-    EXPECT_EQ(other.Wait(), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(tstest::RunChild("scmclient", {"open-as", "65534", "65534"}), ERROR_ACCESS_DENIED);
     CloseServiceHandle(scm);
     EXPECT_EQ(tstest::StopManager(), 0);
 }
@@ -101,55 +99,11 @@ TEST_F(ServiceTest, HandlesOfAKilledClientAreClosed)
     EXPECT_EQ(remove(ready.c_str()), 0);
 }
 
-TEST_F(ServiceTest, TsscRoundTrip)
-{
-    std::string name = "TsTestSc" + std::to_string(GetCurrentProcessId());
-    created_.push_back(name);
-    std::string out;
-    std::string bin = "\"" + ServiceCommand("") + "\"";
-    if (!tstest::RunningOnPosix())
-        bin = "\"\\\"" + tstest::SiblingProgram("testservice") + "\\\"\"";
-    ASSERT_EQ(RunCaptured("tssc", "create " + name + " binPath= " + bin + " DisplayName= \"Test service\"", out), 0)
-        << out;
-    EXPECT_NE(out.find("[SC] CreateService SUCCESS"), std::string::npos) << out;
-    ASSERT_EQ(RunCaptured("tssc", "query " + name, out), 0) << out;
-    EXPECT_NE(out.find("STATE              : 1  STOPPED"), std::string::npos) << out;
-    EXPECT_NE(out.find("TYPE               : 10  WIN32_OWN_PROCESS"), std::string::npos) << out;
-
-    ASSERT_EQ(RunCaptured("tssc", "start " + name, out), 0) << out;
-    SC_HANDLE svc = OpenServiceA(scm_, name.c_str(), SERVICE_ALL_ACCESS);
-    ASSERT_NE(svc, nullptr);
-    ASSERT_TRUE(WaitForState(svc, SERVICE_RUNNING));
-    CloseServiceHandle(svc);
-    ASSERT_EQ(RunCaptured("tssc", "query " + name, out), 0) << out;
-    EXPECT_NE(out.find("STATE              : 4  RUNNING"), std::string::npos) << out;
-    EXPECT_NE(out.find("(STOPPABLE, PAUSABLE, ACCEPTS_SHUTDOWN)"), std::string::npos) << out;
-    ASSERT_EQ(RunCaptured("tssc", "query", out), 0) << out;
-    EXPECT_NE(out.find("SERVICE_NAME: " + name), std::string::npos) << out;
-    EXPECT_NE(out.find("DISPLAY_NAME: Test service"), std::string::npos) << out;
-
-    // Pause, continue and interrogate through tssc: GenericServiceE2E.LifeThroughTssc.
-    EXPECT_EQ(RunCaptured("tssc", "start " + name, out), ExitCodeOf(ERROR_SERVICE_ALREADY_RUNNING)) << out;
-    EXPECT_NE(out.find("[SC] StartService FAILED 1056:"), std::string::npos) << out;
-    ASSERT_EQ(RunCaptured("tssc", "stop " + name, out), 0) << out;
-    svc = OpenServiceA(scm_, name.c_str(), SERVICE_ALL_ACCESS);
-    ASSERT_NE(svc, nullptr);
-    ASSERT_TRUE(WaitForState(svc, SERVICE_STOPPED));
-    CloseServiceHandle(svc);
-    EXPECT_EQ(RunCaptured("tssc", "stop " + name, out), ExitCodeOf(ERROR_SERVICE_NOT_ACTIVE)) << out;
-    EXPECT_NE(out.find("The service has not been started."), std::string::npos) << out;
-
-    ASSERT_EQ(RunCaptured("tssc", "delete " + name, out), 0) << out;
-    EXPECT_NE(out.find("[SC] DeleteService SUCCESS"), std::string::npos) << out;
-    EXPECT_EQ(RunCaptured("tssc", "query " + name, out), ExitCodeOf(ERROR_SERVICE_DOES_NOT_EXIST)) << out;
-    EXPECT_NE(out.find("[SC] OpenService FAILED 1060:"), std::string::npos) << out;
-    EXPECT_EQ(RunCaptured("tssc", "frobnicate", out), ExitCodeOf(ERROR_INVALID_COMMAND_LINE)) << out;
-}
-
 // tssc takes the lines sc.exe takes and refuses those it refuses, with
 // sc.exe's messages and exit codes: one line after another on the same
-// services (N, and D that N comes to depend on). {N}, {D} and {BIN} stand
-// for the services' names and the test service's command line.
+// services (N, and D that N comes to depend on), from creation to deletion.
+// {N}, {D} and {BIN} stand for the services' names and the test service's
+// command line.
 TEST_F(ServiceTest, TsscReadsScExeLines)
 {
     const std::string n = "TsTbl" + std::to_string(GetCurrentProcessId()), d = n + "Dep", x = n + "X";
@@ -211,6 +165,8 @@ TEST_F(ServiceTest, TsscReadsScExeLines)
         {"QUERY STATE= INACTIVE bufsize= 100 ri= 0", 0, "DISPLAY_NAME: Dep Display", nullptr},
         {"query type= bogus", kUsage, "USAGE:", nullptr},
         {"queryex {N}", 0, "PID                : 0", nullptr},
+        {"query {N}", 0, "STATE              : 1  STOPPED", nullptr},
+        {"query {N}", 0, "TYPE               : 10  WIN32_OWN_PROCESS", nullptr},
         {"start {N} one two", 0, "SERVICE_NAME: {N}", nullptr},
         {"query {D}", 0, "STATE              : 4  RUNNING", "starts no dependencies"},
         {"start {D}", ERROR_SERVICE_ALREADY_RUNNING, "[SC] StartService FAILED 1056:", "starts no dependencies"},
@@ -218,10 +174,16 @@ TEST_F(ServiceTest, TsscReadsScExeLines)
         {"pause {N}", 0, "STATE              : 7  PAUSED", nullptr},
         {"continue {N}", 0, "SERVICE_NAME: {N}", nullptr},
         {"interrogate {N}", 0, "STATE              : 4  RUNNING", nullptr},
+        {"query {N}", 0, "(STOPPABLE, PAUSABLE, ACCEPTS_SHUTDOWN)", nullptr},
+        {"query", 0, "SERVICE_NAME: {N}", nullptr},
+        {"start {N}", ERROR_SERVICE_ALREADY_RUNNING, "[SC] StartService FAILED 1056:", nullptr},
         {"stop {N} now", kUsage, "USAGE:", nullptr},
         {"stop {N}", 0, "SERVICE_NAME: {N}", nullptr},
+        {"stop {N}", ERROR_SERVICE_NOT_ACTIVE, "The service has not been started.", nullptr},
         {"stop", kUsage, "USAGE:", nullptr},
         {"delete {X}", ERROR_SERVICE_DOES_NOT_EXIST, "[SC] OpenService FAILED 1060:", nullptr},
+        {"delete {N}", 0, "[SC] DeleteService SUCCESS", nullptr},
+        {"query {N}", ERROR_SERVICE_DOES_NOT_EXIST, "[SC] OpenService FAILED 1060:", nullptr},
         {"frobnicate", kUsage, "Commands:", nullptr},
         {"", kUsage, "Commands:", nullptr},
     };
@@ -257,12 +219,8 @@ TEST(ServiceManagerStart, ForegroundDaemonServesUntilStopped)
     // It listens once its socket exists; clients then reach it, not a new one.
     std::string sock = root.path() + "/run/tsscm.sock";
     ASSERT_TRUE(tstest::AwaitFile(sock));
-    ChildProcess second;
-    ASSERT_TRUE(second.Start("tsscm", {}));
-    EXPECT_EQ(second.Wait(), 1) << "one daemon per machine root";
-    ChildProcess client;
-    ASSERT_TRUE(client.Start("scmclient", {"open"}));
-    EXPECT_EQ(client.Wait(), 0);
+    EXPECT_EQ(tstest::RunChild("tsscm", {}), 1) << "one daemon per machine root";
+    EXPECT_EQ(tstest::RunChild("scmclient", {"open"}), 0);
     EXPECT_EQ(tstest::StopManager(), 0);
     EXPECT_EQ(daemon.Wait(), 0);
     struct stat st;

@@ -4,7 +4,7 @@
 // that goes silent after a failed write.
 #include "DDUMPC.h"
 
-#include "../platform/ScratchDir.h"
+#include "ScratchDir.h"
 
 #include <mbctype.h>
 
@@ -48,44 +48,41 @@ TEST_F(DiagStreamTest, EachOperatorWritesItsFormat)
                                       "$ABC123|0.1|0.666667|wide?|(NULL)|NULL");
 }
 
-TEST_F(DiagStreamTest, BareLineFeedsBecomeCRLFWithinOneCall)
+// Pieces written one call each, and the bytes they become in the file.
+TEST_F(DiagStreamTest, EachPieceBecomesItsBytes)
 {
-    Stream s("lines.txt");
-    s.dc << "a\nb\n" << "|c\r\nd|" << "lone\r|" << "end\r" << "\nnext";
-    EXPECT_EQ(Content("lines.txt"), "a\r\nb\r\n|c\r\nd|lone\r|end\r\r\nnext");
-}
-
-TEST_F(DiagStreamTest, DoubleByteTextGoesCharacterByCharacter)
-{
-    int previous = _getmbcp();
-    ASSERT_EQ(_setmbcp(932), 0);
-    {
-        Stream s("double.txt");
-        s.dc << "ab\n\x82\xa0\n" << "\x82\xa0\r\n\n|" << "\x82\x5c\n";
-    }
-    _setmbcp(previous);
-    // 0x5C after a lead byte is the second byte of a character, no backslash.
-    EXPECT_EQ(Content("double.txt"), "ab\r\n\x82\xa0\r\n\x82\xa0\r\n\r\n|\x82\x5c\r\n");
-}
-
-TEST_F(DiagStreamTest, APieceKeepsItsFirst280Bytes)
-{
-    Stream s("cut.txt");
-    std::string exact(280, 'x'), over = std::string(280, 'y') + "Z";
-    s.dc << exact.c_str() << over.c_str();
-    EXPECT_EQ(Content("cut.txt"), exact + std::string(280, 'y'));
-}
-
-TEST_F(DiagStreamTest, TranslationPastTheBufferIsWrittenWhole)
-{
-    // 280 line feeds become 560 bytes: more than the 300-byte buffer holds.
-    Stream s("grown.txt");
-    std::string feeds(280, '\n');
-    s.dc << feeds.c_str();
-    std::string expected;
+    const std::string exact(280, 'x'), over = std::string(280, 'y') + "Z";
+    std::string crlfs;
     for (int i = 0; i < 280; ++i)
-        expected += "\r\n";
-    EXPECT_EQ(Content("grown.txt"), expected);
+        crlfs += "\r\n";
+    const struct {
+        const char *what;
+        int codePage; // 0: the process's own
+        std::vector<std::string> pieces;
+        std::string bytes;
+    } cases[] = {
+        {"bare line feeds become CR LF within one call", 0,
+         {"a\nb\n", "|c\r\nd|", "lone\r|", "end\r", "\nnext"}, "a\r\nb\r\n|c\r\nd|lone\r|end\r\r\nnext"},
+        // 0x5C after a lead byte is the second byte of a character, no backslash.
+        {"double-byte text goes character by character", 932,
+         {"ab\n\x82\xa0\n", "\x82\xa0\r\n\n|", "\x82\x5c\n"}, "ab\r\n\x82\xa0\r\n\x82\xa0\r\n\r\n|\x82\x5c\r\n"},
+        {"a piece keeps its first 280 bytes", 0, {exact, over}, exact + std::string(280, 'y')},
+        {"280 line feeds are 560 bytes, more than the 300-byte buffer holds", 0, {std::string(280, '\n')}, crlfs},
+    };
+    const int previous = _getmbcp();
+    for (const auto &c : cases) {
+        std::string name = "piece" + std::to_string(&c - cases) + ".txt";
+        if (c.codePage) {
+            ASSERT_EQ(_setmbcp(c.codePage), 0);
+        }
+        {
+            Stream s(name.c_str());
+            for (const std::string &piece : c.pieces)
+                s.dc << piece.c_str();
+        }
+        _setmbcp(previous);
+        EXPECT_EQ(Content(name), c.bytes) << c.what;
+    }
 }
 
 TEST_F(DiagStreamTest, TheFirstWriteOpensAndEmptiesTheFileAndEachWriteIsThereAtOnce)

@@ -3,7 +3,7 @@
 // edges, and the path pieces.
 #include "FileDir.h"
 
-#include "../platform/ScratchDir.h"
+#include "ScratchDir.h"
 
 #include <stdlib.h>
 

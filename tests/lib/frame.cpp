@@ -5,7 +5,6 @@
 
 #include "TestSupport.h"
 
-#include <cmath>
 #include <cstdint>
 #include <cstring>
 
@@ -18,23 +17,13 @@ uint64_t Bits(double d)
 }
 } // namespace
 
+// The constants keep the values the library has always had: pi to ten
+// digits, not a double's nearest pi.
 TEST(FrameTest, ConstantsHoldTheirExactValues)
 {
     EXPECT_EQ(Bits(ZERO64), 0u);
     EXPECT_EQ(Bits(MATH_PI), 0x400921FB54524550u);
     EXPECT_EQ(Bits(NUMERIC_EPS), 0x3CD203AF9EE75616u);
-    // Ten digits of pi are further from pi than the epsilon.
-    EXPECT_GT(std::fabs(MATH_PI - 3.141592653589793), NUMERIC_EPS);
-    EXPECT_NEAR(std::fabs(MATH_PI - 3.141592653589793), 4.1e-10, 0.1e-10);
-
-    EXPECT_STREQ(_TCR, "\n");
-    EXPECT_STREQ(_TBS, "\\");
-    EXPECT_STREQ(_TBLANK, "");
-    EXPECT_EQ(sizeof _TCR, 2u);
-    EXPECT_EQ(sizeof _TBLANK, 1u);
-
-    EXPECT_EQ(static_cast<int>(FALSE), 0);
-    EXPECT_EQ(static_cast<int>(TRUE), 1);
 }
 
 // Loading the library registered it with the framework: one extension

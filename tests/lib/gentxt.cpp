@@ -1,13 +1,11 @@
-// GenericText: the first character of a string, and reals as text.
+// GenericText: the first character of a string, narrow and wide.
 #include "GenTxt.h"
 
 #include "TestSupport.h"
 
 #include <mbctype.h>
-#include <stdlib.h>
 #include <string.h>
 
-#include <cmath>
 #include <string>
 
 namespace {
@@ -39,40 +37,6 @@ TEST(GenericTextTest, CopiesOneWholeCharacter)
     const unsigned short empty[] = {0};
     GenericText::CopyFirstCharString(wide, empty);
     EXPECT_EQ(wide[0], 0);
-}
-
-TEST(GenericTextTest, TextToReal)
-{
-    EXPECT_EQ(GenericText::StringToReal(""), 0.0);
-    EXPECT_EQ(GenericText::StringToReal("abc1"), 0.0);
-    EXPECT_EQ(GenericText::StringToReal("12.5e2xyz"), 1250.0);
-    EXPECT_EQ(GenericText::StringToReal("  -3.25"), -3.25);
-}
-
-int SignificantDigits(const char *text)
-{
-    std::string digits;
-    for (const char *p = text; *p && *p != 'e' && *p != 'E'; ++p)
-        if (*p >= '0' && *p <= '9')
-            digits += *p;
-    size_t first = digits.find_first_not_of('0');
-    if (first == std::string::npos)
-        return 0;
-    size_t last = digits.find_last_not_of('0');
-    return static_cast<int>(last - first + 1);
-}
-
-TEST(GenericTextTest, RealToTextAndBack)
-{
-    char out[64];
-    const double values[] = {3.14159265, -2718.28, 1.5e-7, 6.02214e23, 100.0, 0.125};
-    for (double v : values) {
-        EXPECT_EQ(GenericText::RealToString(v, out, 3), out);
-        EXPECT_LE(SignificantDigits(out), 3) << out;
-        EXPECT_NEAR(GenericText::StringToReal(out), v, std::fabs(v) * 5e-3) << out;
-        GenericText::RealToString(v, out, 12);
-        EXPECT_NEAR(GenericText::StringToReal(out), v, std::fabs(v) * 1e-11) << out;
-    }
 }
 
 } // namespace

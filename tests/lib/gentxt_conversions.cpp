@@ -1,6 +1,7 @@
 // GenericText: narrow and wide text in each other in a code page, and reals
-// as wide text. These run on a thread without a guard, where every gate is
-// shut; the assertions themselves are shown by the end-to-end tests.
+// as narrow and wide text. These run on a thread without a guard, where
+// every gate is shut; the assertions themselves are shown by the end-to-end
+// tests.
 #include "GenTxt.h"
 
 #include "TestSupport.h"
@@ -107,19 +108,43 @@ Units W(const char *text)
     return out;
 }
 
-TEST(GenericTextConversionTest, WideRealsToTextAndBack)
+int SignificantDigits(const char *text)
 {
+    std::string digits;
+    for (const char *p = text; *p && *p != 'e' && *p != 'E'; ++p)
+        if (*p >= '0' && *p <= '9')
+            digits += *p;
+    size_t first = digits.find_first_not_of('0');
+    if (first == std::string::npos)
+        return 0;
+    return static_cast<int>(digits.find_last_not_of('0') - first + 1);
+}
+
+// Reals from text and back, in narrow and wide text alike.
+TEST(GenericTextConversionTest, RealsToTextAndBack)
+{
+    const struct {
+        const char *text;
+        double value;
+    } texts[] = {{"", 0.0}, {"abc1", 0.0}, {"x1.5", 0.0}, {"12.5e2xyz", 1250.0}, {"  -3.25", -3.25},
+                 {"  -2.5e3 volts", -2500.0}};
+    for (const auto &t : texts) {
+        EXPECT_EQ(GenericText::StringToReal(t.text), t.value) << t.text;
+        EXPECT_EQ(GenericText::StringToReal(W(t.text).data()), t.value) << t.text;
+    }
     const double values[] = {3.14159265, -2718.28, 1.5e-7, 6.02214e23, 100.0, 0.125, -1.234e307};
     for (double v : values) {
         for (int digits : {3, 12}) {
-            unsigned short out[40];
-            EXPECT_EQ(GenericText::RealToString(v, out, digits), out);
-            EXPECT_NEAR(GenericText::StringToReal(out), v, std::fabs(v) * (digits == 3 ? 5e-3 : 1e-11)) << v;
+            const double within = std::fabs(v) * (digits == 3 ? 5e-3 : 1e-11);
+            char narrow[64];
+            unsigned short wide[40];
+            EXPECT_EQ(GenericText::RealToString(v, narrow, digits), narrow);
+            EXPECT_EQ(GenericText::RealToString(v, wide, digits), wide);
+            EXPECT_LE(SignificantDigits(narrow), digits) << narrow;
+            EXPECT_NEAR(GenericText::StringToReal(narrow), v, within) << narrow;
+            EXPECT_NEAR(GenericText::StringToReal(wide), v, within) << v << " with " << digits << " digits";
         }
     }
-    EXPECT_EQ(GenericText::StringToReal(W("").data()), 0.0);
-    EXPECT_EQ(GenericText::StringToReal(W("x1.5").data()), 0.0);
-    EXPECT_EQ(GenericText::StringToReal(W("  -2.5e3 volts").data()), -2500.0);
 }
 
 // The local buffers of 32 bytes hold every text: a digit count past what

@@ -3,7 +3,7 @@
 // thrown as errno with the lock free, copies, and writers in many threads.
 #include "LogFile.h"
 
-#include "../platform/ScratchDir.h"
+#include "ScratchDir.h"
 
 #include <errno.h>
 #include <stdio.h>

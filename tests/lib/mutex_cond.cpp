@@ -152,19 +152,12 @@ TEST(CondTest, BroadcastWakesEveryWaiterOfTheMomentAndNoLaterOne)
     const int n = 5;
     std::vector<HANDLE> threads;
     std::vector<int> results(n, -1);
-    std::atomic<int> registered{0};
-    std::vector<std::atomic<DWORD>> ids(n);
     for (int i = 0; i < n; ++i) {
-        threads.push_back(tstest::StartThread([&, i] {
-            ids[i] = GetCurrentThreadId();
-            ++registered;
+        threads.push_back(tstest::StartBlockedThread([&, i] {
             results[i] = (i % 2 ? c : alias).timedwait(kWaitBound / 1000, 0);
             return 0u;
         }));
     }
-    ASSERT_TRUE(tstest::Eventually([&] { return registered == n; })) << "the waiters did not start";
-    for (auto &id : ids)
-        tstest::WaitUntilBlocked(id);
     EXPECT_EQ(alias.broadcast(), 1);
     for (HANDLE h : threads)
         EXPECT_TRUE(tstest::Joined(h));

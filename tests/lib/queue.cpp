@@ -73,11 +73,10 @@ TEST(SngLinkQueTest, CloseWakesABlockedConsumerWithoutAnotherMessage)
     unsigned int remaining = 0;
     bool ended = false;
     std::string out = tstest::PrintedBy([&] {
-        HANDLE h = tstest::StartThread([&] {
+        HANDLE h = tstest::StartBlockedThread([&] {
             got = q.GetWait(remaining);
             return 0u;
         });
-        tstest::WaitUntilBlocked(GetThreadId(h));
         q.CloseBroadcast();
         ended = tstest::Joined(h);
     });
@@ -93,11 +92,10 @@ TEST(SngLinkQueTest, TimedWaitWokenByAnInsertion)
     Item a(7);
     CObject *got = nullptr;
     unsigned long waitResult = 99;
-    HANDLE h = tstest::StartThread([&] {
+    HANDLE h = tstest::StartBlockedThread([&] {
         got = q.GetTimedWait(tstest::kWaitBound / 1000, 0, waitResult);
         return 0u;
     });
-    tstest::WaitUntilBlocked(GetThreadId(h));
     q.InsertBroadcast(&a);
     ASSERT_TRUE(tstest::Joined(h));
     EXPECT_EQ(got, &a);

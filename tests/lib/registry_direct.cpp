@@ -3,7 +3,7 @@
 // cell, and no handle left behind by many calls.
 #include "RegDB.h"
 
-#include "../platform/RegistryFixture.h"
+#include "RegistryFixture.h"
 
 #include <string.h>
 

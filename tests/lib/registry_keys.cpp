@@ -1,14 +1,11 @@
 // RegistryEntry and RegistryKey: paths from the class-wide defaults and
 // their limits, the hive names, opening on demand through parents, the
-// enumeration cursors and status numbers, the output through the
-// diagnostic stream, and the first path and handle of a key shared by many
-// threads.
+// enumeration cursors and status numbers, and the first path and handle
+// of a key shared by many threads.
 #include "RegKey.h"
 #include "RegValue.h"
-#include "DDUMPC.h"
 
-#include "../platform/RegistryFixture.h"
-#include "../platform/ScratchDir.h" // ReadWholeFile
+#include "RegistryFixture.h"
 
 #include <mbctype.h>
 
@@ -256,22 +253,6 @@ TEST_F(RegistryKeyTest, TheCapacityOfANameCountsItsTerminator)
     ASSERT_EQ(RegistryEntry::SetRegistryDefaults(nullptr, nullptr, 0, -4), TRUE);
     EXPECT_NE(key.GetStartValue(&cursor, &name), 0);
     EXPECT_TRUE(name.IsEmpty());
-}
-
-TEST_F(RegistryKeyTest, EntriesWriteThemselvesToTheDiagnosticStream)
-{
-    // A file of the same machine root (a ScratchDir would bring a root of its own).
-    std::string file = "C:\\tsutil_entries_" + std::to_string(GetCurrentProcessId()) + ".txt";
-    {
-        CFile out;
-        DiagDumpContext dc(&out, TRUE, file.c_str());
-        RegistryKey key(HKEY_CURRENT_USER, path_.c_str(), KEY_READ, FALSE);
-        RegistryEntry *none = nullptr;
-        dc << none << "|" << &key << "|" << static_cast<RegistryEntry &>(key);
-    }
-    std::string path = "HKEY_CURRENT_USER\\" + path_;
-    EXPECT_EQ(tstest::ReadWholeFile(file), "NULL|" + path + "|" + path);
-    DeleteFileA(file.c_str());
 }
 
 TEST_F(RegistryKeyTest, ManyThreadsBuildValuesUnderOneUnopenedKey)

@@ -1,11 +1,12 @@
 // The typed registry values: the bytes and types each class stores, the
 // character tests of RegistryInt and RegistryReal, the string limits, the
-// refusals that leave the caller's number alone, and Dump.
+// refusals that leave the caller's number alone, and the output of keys
+// and values through the diagnostic stream.
 #include "RegValue.h"
 #include "DDUMPC.h"
 
-#include "../platform/RegistryFixture.h"
-#include "../platform/ScratchDir.h" // ReadWholeFile
+#include "RegistryFixture.h"
+#include "ScratchDir.h" // ReadWholeFile
 
 #include <math.h>
 #include <mbctype.h>
@@ -270,10 +271,13 @@ TEST_F(RegistryValueTest, DumpWritesPathAndValue)
         RegistryInt i("i", *key), noInt("none", *key);
         RegistryReal r("r", *key);
         RegistryUint u("u", *key);
+        RegistryEntry *none = nullptr;
+        dc << none << "|" << key.get() << "|" << static_cast<RegistryEntry &>(*key) << "|";
         dc << &s << "|" << noText << "|" << i << "|" << noInt << "|" << r << "|" << u;
     }
     std::string base = "HKEY_CURRENT_USER\\" + path_ + "\\";
-    EXPECT_EQ(tstest::ReadWholeFile(file), base + "s = \r\n  text|" + base + "none = \r\n  (NULL)|" + base +
+    std::string entries = "NULL|HKEY_CURRENT_USER\\" + path_ + "|HKEY_CURRENT_USER\\" + path_ + "|";
+    EXPECT_EQ(tstest::ReadWholeFile(file), entries + base + "s = \r\n  text|" + base + "none = \r\n  (NULL)|" + base +
                                                "i = \r\n  -3|" + base + "none = \r\n  0|" + base + "r = \r\n  0.25|" +
                                                base + "u = \r\n  0xFF");
     DeleteFileA(file.c_str());

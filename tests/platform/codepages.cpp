@@ -268,12 +268,16 @@ TEST(CodePageTest, CodePageInformation)
     EXPECT_EQ(info.DefaultChar[0], '?');
     const BYTE leads[] = {0x81, 0x9F, 0xE0, 0xFC, 0, 0};
     EXPECT_EQ(memcmp(info.LeadByte, leads, sizeof leads), 0);
+    EXPECT_TRUE(IsDBCSLeadByteEx(932, 0x95));
+    EXPECT_FALSE(IsDBCSLeadByteEx(932, 0x5C));
     ASSERT_TRUE(GetCPInfo(1252, &info));
     EXPECT_EQ(info.MaxCharSize, 1u);
+    EXPECT_EQ(info.LeadByte[0], 0);
     ASSERT_TRUE(GetCPInfo(CP_UTF8, &info));
     EXPECT_EQ(info.MaxCharSize, 4u);
     ASSERT_TRUE(GetCPInfo(CP_ACP, &info));
     ASSERT_TRUE(IsValidCodePage(GetACP()));
+    EXPECT_TRUE(IsValidCodePage(932));
 }
 
 TEST(CodePageTest, RuntimeConversionsOfWcharStrings)

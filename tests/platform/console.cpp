@@ -3,7 +3,8 @@
 // CTRL_SHUTDOWN events, last added first, on a thread of their own.
 #include "TestSupport.h"
 
-#include <initializer_list>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -24,7 +25,7 @@ public:
     }
     // Sends the events in turn once the handlers are in place; gives the
     // child's exit code.
-    int Send(std::initializer_list<DWORD> events)
+    int Send(const std::vector<DWORD> &events)
     {
         EXPECT_TRUE(started_ && tstest::AwaitFile(ready_));
         for (DWORD event : events)
@@ -43,42 +44,41 @@ BOOL WINAPI PassOn(DWORD) { return FALSE; }
 
 } // namespace
 
-TEST(ConsoleEvents, SignalsBecomeEventsForTheLastHandlerFirst)
+// Each row: the probe's mode, the events sent in turn and the exit code.
+// A handler's TRUE keeps the process running, so that it ends by itself
+// with 10 + the event; an event no handler takes ends it by its signal.
+TEST(ConsoleEvents, SignalsBecomeEventsForTheHandlersLastAddedFirst)
 {
     TS_SKIP_ON_WINE(kNoConsole);
-    for (DWORD event : {CTRL_C_EVENT, CTRL_BREAK_EVENT, CTRL_CLOSE_EVENT, CTRL_SHUTDOWN_EVENT}) {
-        // TRUE from a handler keeps the process running: it ends by itself.
-        EXPECT_EQ(ConsoleProbe("handled").Send({event}), static_cast<int>(10 + event)) << "event " << event;
+    const auto unhandled = tstest::ExitCodeOfUnhandledEvent;
+    const struct {
+        const char *mode;
+        bool signalsBlocked; // false: the signal handler takes them, not the watcher
+        std::vector<DWORD> events;
+        int code;
+        const char *what;
+    } cases[] = {
+        {"handled", true, {CTRL_C_EVENT}, 10 + CTRL_C_EVENT, "SIGINT is CTRL_C"},
+        {"handled", true, {CTRL_BREAK_EVENT}, 10 + CTRL_BREAK_EVENT, "SIGQUIT is CTRL_BREAK"},
+        {"handled", true, {CTRL_CLOSE_EVENT}, 10 + CTRL_CLOSE_EVENT, "SIGHUP is CTRL_CLOSE"},
+        {"handled", true, {CTRL_SHUTDOWN_EVENT}, 10 + CTRL_SHUTDOWN_EVENT, "SIGTERM is CTRL_SHUTDOWN"},
+        {"chain", true, {CTRL_C_EVENT}, 10 + CTRL_C_EVENT, "FALSE passes the event to the handler added before"},
+        {"unhandled", true, {CTRL_C_EVENT}, unhandled(CTRL_C_EVENT), "no handler takes Ctrl+C"},
+        {"unhandled", true, {CTRL_SHUTDOWN_EVENT}, unhandled(CTRL_SHUTDOWN_EVENT), "no handler takes the shutdown"},
+        {"stopping", true, {CTRL_C_EVENT, CTRL_C_EVENT, CTRL_C_EVENT}, 10 + CTRL_C_EVENT,
+         "a repeated signal does not kill a process that is stopping"},
+        {"ignore", true, {CTRL_C_EVENT, CTRL_SHUTDOWN_EVENT, CTRL_SHUTDOWN_EVENT}, 10 + CTRL_SHUTDOWN_EVENT,
+         "Ctrl+C ignored; a repeated shutdown handled again, never by the default"},
+        {"chain", false, {CTRL_BREAK_EVENT}, 10 + CTRL_BREAK_EVENT, "the signal handler's event is handled"},
+        {"unhandled", false, {CTRL_SHUTDOWN_EVENT}, unhandled(CTRL_SHUTDOWN_EVENT),
+         "the signal handler's event ends the process by its signal"},
+    };
+    for (const auto &c : cases) {
+        // ThreadSanitizer defers a signal handler and can lose the signal meanwhile.
+        if (!c.signalsBlocked && tstest::kThreadSanitizer)
+            continue;
+        EXPECT_EQ(ConsoleProbe(c.mode, c.signalsBlocked).Send(c.events), c.code) << c.what;
     }
-    EXPECT_EQ(ConsoleProbe("chain").Send({CTRL_C_EVENT}), 10 + CTRL_C_EVENT)
-        << "FALSE passes the event to the handler added before";
-}
-
-TEST(ConsoleEvents, UnhandledEventEndsTheProcessByItsSignal)
-{
-    TS_SKIP_ON_WINE(kNoConsole);
-    for (DWORD event : {CTRL_C_EVENT, CTRL_SHUTDOWN_EVENT})
-        EXPECT_EQ(ConsoleProbe("unhandled").Send({event}), tstest::ExitCodeOfUnhandledEvent(event));
-}
-
-TEST(ConsoleEvents, RepeatedSignalDoesNotKillAProcessThatIsStopping)
-{
-    TS_SKIP_ON_WINE(kNoConsole);
-    EXPECT_EQ(ConsoleProbe("stopping").Send({CTRL_C_EVENT, CTRL_C_EVENT, CTRL_C_EVENT}), 10 + CTRL_C_EVENT);
-    // Ctrl+C is ignored altogether; a repeated shutdown is handled again,
-    // never by the default.
-    EXPECT_EQ(ConsoleProbe("ignore").Send({CTRL_C_EVENT, CTRL_SHUTDOWN_EVENT, CTRL_SHUTDOWN_EVENT}),
-              10 + CTRL_SHUTDOWN_EVENT);
-}
-
-TEST(ConsoleEvents, SignalsTakenByTheSignalHandlerBecomeEventsToo)
-{
-    TS_SKIP_ON_WINE(kNoConsole);
-    if (tstest::kThreadSanitizer)
-        GTEST_SKIP() << "ThreadSanitizer defers a signal handler and can lose the signal meanwhile";
-    EXPECT_EQ(ConsoleProbe("chain", false).Send({CTRL_BREAK_EVENT}), 10 + CTRL_BREAK_EVENT);
-    EXPECT_EQ(ConsoleProbe("unhandled", false).Send({CTRL_SHUTDOWN_EVENT}),
-              tstest::ExitCodeOfUnhandledEvent(CTRL_SHUTDOWN_EVENT));
 }
 
 TEST(ConsoleEvents, RemovingAHandlerThatIsNotThereFails)

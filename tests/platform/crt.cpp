@@ -172,9 +172,7 @@ TEST(CrtTest, SharedStreamOpens)
     fclose(reader);
     fclose(held);
 
-    tstest::ChildProcess child;
-    ASSERT_TRUE(child.Start("share_probe", {"fsopen", path}));
-    EXPECT_EQ(child.Wait(), 0);
+    EXPECT_EQ(tstest::RunChild("share_probe", {"fsopen", path}), 0);
 
     FILE *appender = _fsopen(path.c_str(), "a", _SH_DENYNO);
     ASSERT_NE(appender, nullptr);

@@ -2,6 +2,7 @@
 #include "TestSupport.h"
 
 #include <atomic>
+#include <string>
 #include <vector>
 
 namespace {
@@ -12,8 +13,7 @@ public:
     Sleepers(HANDLE event, int n) : woke_(CreateEventA(nullptr, FALSE, FALSE, nullptr))
     {
         for (int i = 0; i < n; ++i)
-            threads_.push_back(tstest::StartThread([this, event] {
-                myIds_[registered_.fetch_add(1)] = GetCurrentThreadId();
+            threads_.push_back(tstest::StartBlockedThread([this, event] {
                 DWORD r = WaitForSingleObject(event, tstest::kWaitBound);
                 if (r == WAIT_OBJECT_0) {
                     count_.fetch_add(1);
@@ -21,13 +21,6 @@ public:
                 }
                 return static_cast<unsigned>(r);
             }));
-        for (int i = 0; i < n; ++i) {
-            if (!tstest::Eventually([&] { return myIds_[i] != 0; })) {
-                ADD_FAILURE() << "sleeper " << i << " did not start";
-                break;
-            }
-            tstest::WaitUntilBlocked(myIds_[i]);
-        }
     }
     ~Sleepers()
     {
@@ -57,9 +50,8 @@ public:
 private:
     HANDLE woke_;
     std::vector<HANDLE> threads_;
-    std::atomic<int> registered_{0}, count_{0};
+    std::atomic<int> count_{0};
     int seen_ = 0;
-    std::atomic<DWORD> myIds_[8] = {};
 };
 
 } // namespace
@@ -105,57 +97,40 @@ TEST(Events, PulseWithNobodyWaitingIsForgotten)
     }
 }
 
-TEST(Events, AutoResetPulseReleasesExactlyOneBlockedThread)
+// Blocked threads released by pulses or sets: an auto-reset event lets one
+// thread go for each, a manual one all of them; afterwards only a set
+// manual event is still set.
+TEST(Events, PulseAndSetReleaseOneBlockedThreadOrAll)
 {
-    HANDLE e = CreateEventA(nullptr, FALSE, FALSE, nullptr);
-    {
-        Sleepers sleepers(e, 3);
-        for (int released = 1; released <= 3; ++released) {
-            EXPECT_TRUE(PulseEvent(e));
-            ASSERT_TRUE(sleepers.nextWake(tstest::kWaitBound));
-            EXPECT_FALSE(sleepers.nextWake(100)) << "a pulse released a second thread";
-            EXPECT_EQ(sleepers.count(), released);
+    const struct {
+        BOOL manual;
+        bool pulse;
+        int sleepers, perAction;
+    } cases[] = {
+        {FALSE, true, 3, 1},
+        {TRUE, true, 4, 4},
+        {FALSE, false, 2, 1},
+        {TRUE, false, 3, 3},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(std::string(c.manual ? "manual " : "auto-reset ") + (c.pulse ? "pulse" : "set"));
+        HANDLE e = CreateEventA(nullptr, c.manual, FALSE, nullptr);
+        {
+            Sleepers sleepers(e, c.sleepers);
+            for (int released = c.perAction; released <= c.sleepers; released += c.perAction) {
+                EXPECT_TRUE(c.pulse ? PulseEvent(e) : SetEvent(e));
+                for (int i = 0; i < c.perAction; ++i)
+                    ASSERT_TRUE(sleepers.nextWake(tstest::kWaitBound)) << i;
+                if (released < c.sleepers) {
+                    EXPECT_FALSE(sleepers.nextWake(100)) << "more threads went than the event lets go";
+                }
+                EXPECT_EQ(sleepers.count(), released);
+                EXPECT_EQ(WaitForSingleObject(e, 0),
+                          c.manual && !c.pulse ? WAIT_OBJECT_0 : static_cast<DWORD>(WAIT_TIMEOUT));
+            }
         }
-        EXPECT_EQ(WaitForSingleObject(e, 0), static_cast<DWORD>(WAIT_TIMEOUT));
+        CloseHandle(e);
     }
-    CloseHandle(e);
-}
-
-TEST(Events, ManualResetPulseReleasesEveryBlockedThreadAndStaysUnset)
-{
-    HANDLE e = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    {
-        Sleepers sleepers(e, 4);
-        EXPECT_TRUE(PulseEvent(e));
-        for (int i = 0; i < 4; ++i)
-            ASSERT_TRUE(sleepers.nextWake(tstest::kWaitBound)) << i;
-        EXPECT_EQ(sleepers.count(), 4);
-        EXPECT_EQ(WaitForSingleObject(e, 0), static_cast<DWORD>(WAIT_TIMEOUT));
-    }
-    CloseHandle(e);
-}
-
-TEST(Events, SetReleasesAllWaitersOfAManualEventAndOneOfAnAutoEvent)
-{
-    HANDLE manual = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    {
-        Sleepers sleepers(manual, 3);
-        SetEvent(manual);
-        for (int i = 0; i < 3; ++i)
-            ASSERT_TRUE(sleepers.nextWake(tstest::kWaitBound));
-    }
-    HANDLE autoReset = CreateEventA(nullptr, FALSE, FALSE, nullptr);
-    {
-        Sleepers sleepers(autoReset, 2);
-        SetEvent(autoReset);
-        ASSERT_TRUE(sleepers.nextWake(tstest::kWaitBound));
-        EXPECT_FALSE(sleepers.nextWake(100));
-        EXPECT_EQ(WaitForSingleObject(autoReset, 0), static_cast<DWORD>(WAIT_TIMEOUT)); // consumed
-        SetEvent(autoReset);
-        ASSERT_TRUE(sleepers.nextWake(tstest::kWaitBound));
-    }
-    CloseHandle(manual);
-    CloseHandle(autoReset);
 }
 
 TEST(Events, PulseRacingARegisteringWaiterIsNeverRemembered)

@@ -1,7 +1,6 @@
 // The handle table: closing, duplicating, bogus handles, counts.
 #include "TestSupport.h"
 
-#include <atomic>
 #include <vector>
 
 TEST(Handles, BogusAndClosedHandlesFailWithInvalidHandle)
@@ -114,14 +113,10 @@ TEST(Handles, CloseWhileAnotherThreadWaitsKeepsTheObjectAlive)
     HANDLE keep = nullptr;
     DuplicateHandle(GetCurrentProcess(), e, GetCurrentProcess(), &keep, 0, FALSE, DUPLICATE_SAME_ACCESS);
     DWORD result = 0;
-    std::atomic<DWORD> waiterId{0};
-    HANDLE t = tstest::StartThread([&] {
-        waiterId = GetCurrentThreadId();
+    HANDLE t = tstest::StartBlockedThread([&] {
         result = WaitForSingleObject(e, tstest::kWaitBound);
         return 0u;
     });
-    ASSERT_TRUE(tstest::Eventually([&] { return waiterId != 0; })) << "the waiter did not start";
-    tstest::WaitUntilBlocked(waiterId);
     EXPECT_TRUE(CloseHandle(e));
     EXPECT_TRUE(SetEvent(keep));
     ASSERT_EQ(WaitForSingleObject(t, tstest::kWaitBound), WAIT_OBJECT_0);

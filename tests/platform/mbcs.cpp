@@ -96,25 +96,6 @@ TEST_F(MbcsTest, Comparisons932)
     EXPECT_NE(_mbsnbcmp(U("ab\x82\xA0"), U("ab\x82\xA1"), 4), 0);
 }
 
-TEST_F(MbcsTest, CodePageQueries)
-{
-    CPINFO info;
-    ASSERT_TRUE(GetCPInfo(932, &info));
-    EXPECT_EQ(info.MaxCharSize, 2u);
-    EXPECT_EQ(info.LeadByte[0], 0x81);
-    EXPECT_EQ(info.LeadByte[1], 0x9F);
-    EXPECT_EQ(info.LeadByte[2], 0xE0);
-    EXPECT_EQ(info.LeadByte[3], 0xFC);
-    EXPECT_EQ(info.LeadByte[4], 0);
-    ASSERT_TRUE(GetCPInfo(1252, &info));
-    EXPECT_EQ(info.MaxCharSize, 1u);
-    EXPECT_EQ(info.LeadByte[0], 0);
-    EXPECT_TRUE(IsDBCSLeadByteEx(932, 0x95));
-    EXPECT_FALSE(IsDBCSLeadByteEx(932, 0x5C));
-    EXPECT_TRUE(IsValidCodePage(932));
-    EXPECT_FALSE(IsValidCodePage(12345));
-}
-
 TEST_F(MbcsTest, SingleByteCodePage)
 {
     ASSERT_EQ(_setmbcp(1252), 0);

@@ -79,18 +79,11 @@ TEST(Mutexes, AbandonmentWakesABlockedWaiterWithItsIndex)
 TEST(Mutexes, MutexesTakenInAWaitForAllAreAbandonedWithTheirThread)
 {
     HANDLE both[2] = {CreateMutexA(nullptr, FALSE, nullptr), CreateMutexA(nullptr, TRUE, nullptr)};
-    HANDLE started = CreateEventA(nullptr, TRUE, FALSE, nullptr);
     DWORD taken = WAIT_FAILED;
-    DWORD tid = 0;
-    HANDLE t = tstest::StartThread([&] {
-        tid = GetCurrentThreadId();
-        SetEvent(started);
+    HANDLE t = tstest::StartBlockedThread([&] {
         taken = WaitForMultipleObjects(2, both, TRUE, tstest::kWaitBound);
         return 0u;
     });
-    ASSERT_EQ(WaitForSingleObject(started, tstest::kWaitBound), WAIT_OBJECT_0);
-    CloseHandle(started);
-    tstest::WaitUntilBlocked(tid);
     EXPECT_TRUE(ReleaseMutex(both[1])); // hands it to the wait
     ASSERT_EQ(WaitForSingleObject(t, tstest::kWaitBound), WAIT_OBJECT_0);
     EXPECT_EQ(taken, WAIT_OBJECT_0);

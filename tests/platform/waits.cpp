@@ -57,13 +57,9 @@ TEST(Waits, WaitAnyOfABlockedThreadReportsTheObjectThatWasSet)
 {
     std::vector<HANDLE> ev = makeEvents(64, FALSE, FALSE);
     for (int target : {63, 0, 17}) {
-        std::atomic<DWORD> id{0};
-        HANDLE t = tstest::StartThread([&] {
-            id = GetCurrentThreadId();
+        HANDLE t = tstest::StartBlockedThread([&] {
             return static_cast<unsigned>(WaitForMultipleObjects(64, ev.data(), FALSE, tstest::kWaitBound));
         });
-        ASSERT_TRUE(tstest::Eventually([&] { return id != 0; })) << "the waiter did not start";
-        tstest::WaitUntilBlocked(id);
         SetEvent(ev[target]);
         EXPECT_EQ(tstest::ThreadResult(t), WAIT_OBJECT_0 + target);
         EXPECT_EQ(poll(ev[target]), static_cast<DWORD>(WAIT_TIMEOUT)) << "the wake consumed the event";
@@ -101,17 +97,13 @@ TEST(Waits, BlockedWaitAllWinsOnlyWhenTheLastObjectArrives)
 {
     std::vector<HANDLE> ev = makeEvents(2, FALSE, FALSE);
     HANDLE m = CreateMutexA(nullptr, TRUE, nullptr);
-    std::atomic<DWORD> id{0};
-    HANDLE t = tstest::StartThread([&] {
-        id = GetCurrentThreadId();
+    HANDLE t = tstest::StartBlockedThread([&] {
         HANDLE all[3] = {ev[0], m, ev[1]};
         DWORD r = WaitForMultipleObjects(3, all, TRUE, tstest::kWaitBound);
         if (r == WAIT_OBJECT_0)
             ReleaseMutex(m);
         return static_cast<unsigned>(r);
     });
-    ASSERT_TRUE(tstest::Eventually([&] { return id != 0; })) << "the waiter did not start";
-    tstest::WaitUntilBlocked(id);
     SetEvent(ev[0]);
     SetEvent(ev[1]);
     EXPECT_EQ(poll(t), static_cast<DWORD>(WAIT_TIMEOUT)) << "woke while the mutex was held";
@@ -193,12 +185,8 @@ TEST(Waits, CircularWaitAllsDoNotDeadlock)
 TEST(Waits, ABlockedWaitOnSixtyFourHandlesUsesNoCpu)
 {
     std::vector<HANDLE> ev = makeEvents(64, FALSE, FALSE);
-    std::atomic<DWORD> id{0};
-    HANDLE t = tstest::StartThread([&] {
-        id = GetCurrentThreadId();
-        return static_cast<unsigned>(WaitForMultipleObjects(64, ev.data(), FALSE, 400));
-    });
-    ASSERT_TRUE(tstest::Eventually([&] { return id != 0; })) << "the waiter did not start";
+    HANDLE t = tstest::StartBlockedThread(
+        [&] { return static_cast<unsigned>(WaitForMultipleObjects(64, ev.data(), FALSE, 400)); });
     double before = tstest::ProcessCpuMs();
     EXPECT_EQ(tstest::ThreadResult(t), static_cast<DWORD>(WAIT_TIMEOUT));
     EXPECT_LT(tstest::ProcessCpuMs() - before, 100.0);

@@ -1,7 +1,7 @@
 // The service manager daemon of a machine root, as a process.
 #pragma once
 
-#include "../platform/ScratchDir.h"
+#include "ScratchDir.h"
 
 #include <sys/types.h>
 

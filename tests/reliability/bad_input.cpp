@@ -1,8 +1,8 @@
 // Input of any size or shape from outside: frames on the service
 // manager's socket and .reg files given to tsreg. The daemon and the tool
 // neither crash nor hang, and write nothing outside the machine root.
-#include "../platform/ScratchDir.h"
-#include "../platform/ServiceFixture.h"
+#include "ScratchDir.h"
+#include "ServiceFixture.h"
 #include "ManagerProcess.h"
 
 #include <dirent.h>
@@ -107,13 +107,8 @@ TEST(BadInput, TsregImportOfAnyFileEndsWithinItsBoundAndStaysInTheStore)
     for (const std::string &bytes : files) {
         SCOPED_TRACE("file " + std::to_string(index));
         std::string path = root.path() + "/input" + std::to_string(index++) + ".reg";
-        FILE *f = fopen(path.c_str(), "wb");
-        ASSERT_NE(f, nullptr);
-        fwrite(bytes.data(), 1, bytes.size(), f);
-        fclose(f);
-        tstest::ChildProcess tool;
-        ASSERT_TRUE(tool.Start("tsreg", {"import", path}));
-        int rc = tool.Wait(60000);
+        ASSERT_TRUE(tstest::WriteWholeFile(path, bytes));
+        int rc = tstest::RunChild("tsreg", {"import", path}, 60000);
         EXPECT_TRUE(rc == 0 || rc == 1) << "exit " << rc << ": a crash, or no end within the bound";
         remove(path.c_str());
     }

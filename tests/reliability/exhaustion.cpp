@@ -2,10 +2,10 @@
 // registry, a log and a diagnostic-style file. The documented error comes
 // back, nothing crashes, and once there is room again everything works
 // and nothing written before is damaged.
-#include "../platform/RegistryFixture.h"
+#include "RegistryFixture.h"
 #include "StoreIntegrity.h"
-#include "../platform/ScratchDir.h"
-#include "../platform/ServiceFixture.h"
+#include "ScratchDir.h"
+#include "ServiceFixture.h"
 
 #include <LogFile.h>
 #include <afx.h>

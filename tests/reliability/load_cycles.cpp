@@ -2,8 +2,8 @@
 // what the process (and the service manager) holds afterwards is what it
 // held before: file descriptors, threads and handles exactly, resident
 // memory within a small margin.
-#include "../platform/RegistryFixture.h"
-#include "../platform/ServiceFixture.h"
+#include "RegistryFixture.h"
+#include "ServiceFixture.h"
 #include "ManagerProcess.h"
 #include "ResourceLevels.h"
 

@@ -2,7 +2,7 @@
 // time: every write that returned is there, SQLite finds the database
 // whole, the change counter is even again after the next write, and the
 // next writer works.
-#include "../platform/RegistryFixture.h"
+#include "RegistryFixture.h"
 #include "StoreIntegrity.h"
 
 #include <fcntl.h>
@@ -98,8 +98,6 @@ TEST_F(RegistryTest, WritersKilledAtRandomMomentsLoseNoWriteThatReturned)
     }
     printf("rounds %d x %d writers killed; the counter was left odd after %d rounds\n", Rounds(), kWriters,
            oddAfterKill);
-    ChildProcess next;
-    ASSERT_TRUE(next.Start("regworker", {"exchange", path_, "n", "m", "50"}));
-    EXPECT_EQ(next.Wait(), 0);
+    EXPECT_EQ(tstest::RunChild("regworker", {"exchange", path_, "n", "m", "50"}), 0);
     EXPECT_EQ(tstest::IntegrityOf(root_.path() + "/registry.db"), "ok");
 }

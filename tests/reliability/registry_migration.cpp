@@ -2,14 +2,13 @@
 // code page 1252, made by that release's tsreg: fixtures/registry-v1.db) is
 // converted to UTF-16 on its first open; a process killed in the middle of
 // the conversion leaves the old store whole, and the next open converts it.
+#include "ScratchDir.h"
 #include "StoreIntegrity.h"
 #include "TestSupport.h"
 
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 
 using tstest::ChildProcess;
@@ -18,14 +17,6 @@ using tstest::ScopedMachineRoot;
 namespace {
 
 std::string Fixture(const std::string &name) { return std::string(TSUTIL_FIXTURES) + "/" + name; }
-
-std::string ReadAll(const std::string &path)
-{
-    std::ifstream f(path, std::ios::binary);
-    std::stringstream s;
-    s << f.rdbuf();
-    return s.str();
-}
 
 // One number that a query on the database gives, or -1.
 long long Scalar(const std::string &db, const std::string &sql)
@@ -42,18 +33,12 @@ long long Scalar(const std::string &db, const std::string &sql)
     return v;
 }
 
-int Tsreg(const std::vector<std::string> &args)
-{
-    ChildProcess p;
-    return p.Start("tsreg", args) ? p.Wait() : -1;
-}
-
 // The first schema's tree, as that release's tsreg exported it.
 void ExpectTheFixturesTree(const std::string &root)
 {
     std::string out = root + "/out.reg";
-    ASSERT_EQ(Tsreg({"export", "HKLM\\Software", out, "/y"}), 0);
-    EXPECT_EQ(ReadAll(out), ReadAll(Fixture("registry-v1-export.reg")));
+    ASSERT_EQ(tstest::RunChild("tsreg", {"export", "HKLM\\Software", out, "/y"}), 0);
+    EXPECT_EQ(tstest::ReadWholeFile(out), tstest::ReadWholeFile(Fixture("registry-v1-export.reg")));
     HKEY k;
     ASSERT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, reinterpret_cast<LPCWSTR>(u"SOFTWARE\\\u00e9cole\\\u00c6BLE"), 0,
                             KEY_READ, &k),

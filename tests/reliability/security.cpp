@@ -2,8 +2,8 @@
 // its drives that would lead out of it, and what a service process is
 // started with. (Another user refused by the service manager:
 // ServiceManagerStart.AnotherUserIsRefused in the e2e suite.)
-#include "../platform/ScratchDir.h"
-#include "../platform/ServiceFixture.h"
+#include "ScratchDir.h"
+#include "ServiceFixture.h"
 
 #include <pwd.h>
 #include <stdlib.h>

@@ -1,8 +1,8 @@
 // The service manager under faults: a service process killed at each step
 // of its start and its stop, and the manager itself killed and started
 // again while services run.
-#include "../platform/ScratchDir.h"
-#include "../platform/ServiceFixture.h"
+#include "ScratchDir.h"
+#include "ServiceFixture.h"
 #include "ManagerProcess.h"
 
 #include <signal.h>

@@ -4,6 +4,9 @@
 #include <stdio.h>
 #include <sys/stat.h>
 
+#include <atomic>
+#include <memory>
+
 namespace tstest {
 
 namespace {
@@ -28,12 +31,32 @@ HANDLE StartThread(std::function<unsigned()> fn, bool suspended)
     return reinterpret_cast<HANDLE>(h);
 }
 
+HANDLE StartBlockedThread(std::function<unsigned()> fn)
+{
+    auto id = std::make_shared<std::atomic<DWORD>>(0);
+    HANDLE thread = StartThread([id, fn = std::move(fn)] {
+        id->store(GetCurrentThreadId());
+        return fn();
+    });
+    if (Eventually([&] { return id->load() != 0; }))
+        WaitUntilBlocked(id->load());
+    else
+        ADD_FAILURE() << "the thread did not start";
+    return thread;
+}
+
 ChildProcess::~ChildProcess()
 {
     if (running_) {
         Kill();
         Wait();
     }
+}
+
+int RunChild(const std::string &name, const std::vector<std::string> &args, DWORD ms)
+{
+    ChildProcess child;
+    return child.Start(name, args) ? child.Wait(ms) : -2;
 }
 
 std::string ReadStream(FILE *stream)

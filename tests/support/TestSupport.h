@@ -57,6 +57,9 @@ HANDLE StartThread(std::function<unsigned()> fn, bool suspended = false);
 // at most after kWaitBound. On POSIX the thread's state is read from /proc;
 // Windows has no public call for it, so that leg grants a short grace.
 void WaitUntilBlocked(DWORD threadId);
+// StartThread, and then WaitUntilBlocked once fn has begun: for a thread
+// whose fn blocks at once (its first wait is then under way).
+HANDLE StartBlockedThread(std::function<unsigned()> fn);
 
 // CPU time the process has used so far, in milliseconds.
 double ProcessCpuMs();
@@ -95,6 +98,10 @@ private:
     long long id_ = 0; // pid on POSIX, process handle on Windows
     bool running_ = false;
 };
+
+// Starts a ChildProcess and waits at most ms for its end: its exit code,
+// -1 when it did not end in time (it is killed), -2 when it did not start.
+int RunChild(const std::string &name, const std::vector<std::string> &args, DWORD ms = kWaitBound);
 
 // Waits at most kWaitBound for the thread to end and closes its handle;
 // true when it ended.

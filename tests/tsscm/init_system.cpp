@@ -5,7 +5,7 @@
 // name.
 #include "svcwire.h"
 
-#include "../platform/ServiceFixture.h"
+#include "ServiceFixture.h"
 
 #include <poll.h>
 #include <signal.h>

@@ -4,7 +4,7 @@
 // threads stay bounded however many clients connect.
 #include "svcwire.h"
 
-#include "../platform/ServiceFixture.h"
+#include "ServiceFixture.h"
 
 #include <sys/resource.h>
 #include <sys/socket.h>

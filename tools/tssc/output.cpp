@@ -4,6 +4,7 @@
 #include "console.h"
 
 #include <stdarg.h>
+#include <stddef.h>
 #include <stdio.h>
 
 namespace tssc {
@@ -58,12 +59,16 @@ const char *messageOf(DWORD code)
     }
 }
 
-const char *stateName(DWORD s)
+// The name of a value that numbers its names from 0; "UNKNOWN" past them.
+template <size_t N> const char *nameOf(const char *const (&names)[N], DWORD value)
 {
-    static const char *const names[] = {"",        "STOPPED",          "START_PENDING", "STOP_PENDING",
-                                        "RUNNING", "CONTINUE_PENDING", "PAUSE_PENDING", "PAUSED"};
-    return s <= SERVICE_PAUSED ? names[s] : "UNKNOWN";
+    return value < N ? names[value] : "UNKNOWN";
 }
+
+const char *const stateNames[] = {"",        "STOPPED",          "START_PENDING", "STOP_PENDING",
+                                  "RUNNING", "CONTINUE_PENDING", "PAUSE_PENDING", "PAUSED"};
+const char *const startNames[] = {"BOOT_START", "SYSTEM_START", "AUTO_START", "DEMAND_START", "DISABLED"};
+const char *const errorControlNames[] = {"IGNORE", "NORMAL", "SEVERE", "CRITICAL"};
 
 } // namespace
 
@@ -103,17 +108,9 @@ std::string typeName(DWORD t)
     return name;
 }
 
-const char *startName(DWORD start)
-{
-    static const char *const names[] = {"BOOT_START", "SYSTEM_START", "AUTO_START", "DEMAND_START", "DISABLED"};
-    return start <= SERVICE_DISABLED ? names[start] : "UNKNOWN";
-}
+const char *startName(DWORD start) { return nameOf(startNames, start); }
 
-const char *errorControlName(DWORD e)
-{
-    static const char *const names[] = {"IGNORE", "NORMAL", "SEVERE", "CRITICAL"};
-    return e <= SERVICE_ERROR_CRITICAL ? names[e] : "UNKNOWN";
-}
+const char *errorControlName(DWORD e) { return nameOf(errorControlNames, e); }
 
 void printStatus(const std::string &name, const std::string *display, const SERVICE_STATUS_PROCESS &s, bool ex)
 {
@@ -123,7 +120,7 @@ void printStatus(const std::string &name, const std::string *display, const SERV
     say("        TYPE               : %lx  %s\n", static_cast<unsigned long>(s.dwServiceType),
         typeName(s.dwServiceType).c_str());
     say("        STATE              : %lu  %s\n", static_cast<unsigned long>(s.dwCurrentState),
-        stateName(s.dwCurrentState));
+        nameOf(stateNames, s.dwCurrentState));
     std::string accepts = s.dwControlsAccepted & SERVICE_ACCEPT_STOP ? "STOPPABLE" : "NOT_STOPPABLE";
     accepts += s.dwControlsAccepted & SERVICE_ACCEPT_PAUSE_CONTINUE ? ", PAUSABLE" : ", NOT_PAUSABLE";
     accepts += s.dwControlsAccepted & SERVICE_ACCEPT_SHUTDOWN ? ", ACCEPTS_SHUTDOWN" : ", IGNORES_SHUTDOWN";

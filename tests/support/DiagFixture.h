@@ -9,8 +9,8 @@
 #include "RegEntry.h"
 #include "TessInit.h"
 
-#include "../platform/RegistryFixture.h"
-#include "../platform/ScratchDir.h"
+#include "RegistryFixture.h"
+#include "ScratchDir.h"
 
 #include <string>
 

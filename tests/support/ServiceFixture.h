@@ -125,8 +125,7 @@ inline void ServiceTest::TearDown()
 
 inline int StopManager()
 {
-    ChildProcess stop;
-    return stop.Start("tsscm", {"--stop"}) ? stop.Wait() : -1;
+    return RunChild("tsscm", {"--stop"});
 }
 
 } // namespace tstest
