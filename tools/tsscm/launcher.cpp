@@ -45,9 +45,13 @@ std::string userName(uid_t uid)
 
 std::vector<std::string> commandLineOf(const std::string &image)
 {
-    std::string whole = programPath(image);
-    if (access(whole.c_str(), F_OK) == 0)
-        return {whole};
+    // A quoted program is the quoted text; only an unquoted line may name
+    // a file as a whole, blanks and all.
+    if (image.empty() || image[0] != '"') {
+        std::string whole = programPath(image);
+        if (access(whole.c_str(), F_OK) == 0)
+            return {whole};
+    }
     std::vector<std::string> words;
     std::string cur;
     bool quoted = false, any = false;

@@ -18,9 +18,9 @@
 
 namespace tsscm {
 
-// ImagePath as a command line: a path that names a file as a whole needs
-// no quotes (as GetModuleFileNameA's result is stored); otherwise words
-// split at blanks and double quotes group. The program's Windows path is
+// ImagePath as a command line: an unquoted path that names a file as a
+// whole needs no quotes (as GetModuleFileNameA's result is stored);
+// otherwise words split at blanks and double quotes group. The program's Windows path is
 // translated as the file calls translate it.
 std::vector<std::string> commandLineOf(const std::string &imagePath);
 
