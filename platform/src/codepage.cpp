@@ -234,10 +234,12 @@ std::unique_ptr<CodePage> build(UINT id)
     for (int b = 0; b < 0x80; ++b)
         cp->asciiSame = cp->asciiSame && !cp->lead[b] && cp->single[b] == b && cp->bytesOf[static_cast<uint16_t>(b)] == b;
     if (!cp->doubleByte) {
-        for (uint32_t unit = 0; unit < 65536; ++unit) {
-            uint16_t code = cp->bytesOf[static_cast<uint16_t>(unit)];
-            if (code != CodePage::kNone)
-                cp->narrow.set(static_cast<uint16_t>(unit), static_cast<unsigned char>(code));
+        // The units that have a byte are those that some byte means: 256
+        // look-ups at a page's first use, not one for each of 65,536 units.
+        for (int b = 0; b < 256; ++b) {
+            uint16_t unit = cp->single[b];
+            if (unit != CodePage::kNone)
+                cp->narrow.set(unit, static_cast<unsigned char>(cp->bytesOf[unit]));
         }
     }
     cp->latin1Same = cp->asciiSame && !cp->doubleByte;
